@@ -1,0 +1,87 @@
+#include "codec/render_sinks.h"
+
+#include <exception>
+
+#include "common/status.h"
+
+namespace vexel {
+
+DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind) {
+    BufferDesc buffer{};
+    sample.GetBuffer(&buffer);
+    sample.BufferAcquired();
+
+    SampleInfo info = MakeSampleInfoRequest();
+    sample.GetInfo(&info);
+
+    if (buffer.size == 0 || buffer.data == nullptr || info.mediaKind != mediaKind) {
+        throw std::exception();
+    }
+    return {static_cast<const uint8_t*>(buffer.data), buffer.size, info.startTime, info.stopTime};
+}
+
+int32_t RenderSink::QueryInterface(const GUID* id, void** out) {
+    if (out == nullptr || id == nullptr) return ERR_NULL_ARGUMENT;
+    if (*id != IID_PushStream) return ERR_NO_INTERFACE;
+    *out = static_cast<Vexel::IPushStream*>(this);
+    return kOk;
+}
+
+uint32_t RenderSink::AddRef() { return refCount_.fetch_add(1, std::memory_order_relaxed) + 1; }
+
+uint32_t RenderSink::Release() {
+    const uint32_t count = refCount_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (count == 0) delete this;
+    return count;
+}
+
+int32_t RenderSink::Notify() { return kOk; }
+
+void RenderSink::Disconnect() { target_.store(nullptr, std::memory_order_release); }
+
+int32_t RenderSink::PushAs(IPushSample* sample, uint32_t mediaKind, DeliverFn deliver) {
+    if (sample == nullptr) return ERR_NULL_ARGUMENT;
+    // The caller is the codec host's delivery thread, inside another module: a malformed sample
+    // (thrown by UnpackSample) or a failure in the engine ends here as a status.
+    try {
+        const DeliveredSample delivered = UnpackSample(*sample, mediaKind);
+        SampleTarget* engine = target();
+        if (engine == nullptr) return ERR_SAMPLE_REFUSED;
+        return (engine->*deliver)(delivered.data, delivered.size, delivered.startTime,
+                                  delivered.stopTime);
+    } catch (...) {
+        return ERR_SAMPLE_FAULT;
+    }
+}
+
+CountedRef<RenderSink> VideoRenderSink::Create(SampleTarget* target) {
+    return CountedRef<RenderSink>(new VideoRenderSink(target));
+}
+
+int32_t VideoRenderSink::Push(IPushSample* sample) {
+    return PushAs(sample, kMediaKindVideo, &SampleTarget::OnVideoSample);
+}
+
+int32_t VideoRenderSink::EndOfStream() {
+    if (SampleTarget* engine = target()) engine->OnVideoEndOfStream();
+    return kOk;
+}
+
+CountedRef<RenderSink> AudioRenderSink::Create(SampleTarget* target) {
+    return CountedRef<RenderSink>(new AudioRenderSink(target));
+}
+
+int32_t AudioRenderSink::Push(IPushSample* sample) {
+    return PushAs(sample, kMediaKindAudio, &SampleTarget::OnAudioSample);
+}
+
+int32_t AudioRenderSink::EndOfStream() {
+    // The sound's end goes on to the audio output; nothing from there may reach the host.
+    try {
+        if (SampleTarget* engine = target()) engine->OnAudioEndOfStream();
+    } catch (...) {
+    }
+    return kOk;
+}
+
+}  // namespace vexel

@@ -1,0 +1,28 @@
+// SampleTarget: what the render sinks hand decoded samples to. The render engine implements it.
+//
+// Threads: every operation runs on a codec host delivery thread (one per stream), called by the
+// sinks. OnVideoSample and OnAudioSample may block while the engine's queues are full or the sound
+// has not started; they must return once the engine is stopping.
+#pragma once
+
+#include <cstdint>
+
+namespace vexel {
+
+struct SampleTarget {
+    // A decoded picture: `size` bytes at `data`, start and stop in 100-ns ticks. The data is valid
+    // only during the call. 0, or ERR_SAMPLE_REFUSED when the engine takes no more samples.
+    virtual int32_t OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime,
+                                  int64_t stopTime) = 0;
+    // A decoded block of PCM; as OnVideoSample.
+    virtual int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime,
+                                  int64_t stopTime) = 0;
+    // The reader has delivered its last sample.
+    virtual void OnVideoEndOfStream() = 0;
+    virtual void OnAudioEndOfStream() = 0;
+
+protected:
+    ~SampleTarget() = default;
+};
+
+}  // namespace vexel

@@ -1,0 +1,171 @@
+// A host that knows libVexelPlayer.so only through dlopen/dlsym, as a real application does:
+// every export must resolve by its plain name, and calls with null or unopened arguments must give
+// the documented results without crashing. Usage: vexel_dlopen_host path/to/libVexelPlayer.so
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "vexelplayer.h"
+
+namespace {
+
+int failures = 0;
+
+void Check(bool ok, const char* what) {
+    if (!ok) {
+        std::printf("FAIL: %s\n", what);
+        ++failures;
+    }
+}
+
+const char* const kExports[] = {
+    "AddPan", "AddZoom", "Close", "Create", "Destroy", "EndPan", "EndZoom", "GetCurrentPlayTime",
+    "GetCurrentPreSample", "GetCurrentViewSample", "GetFrameRate", "GetHeight", "GetRange",
+    "GetTimeFreeze", "GetWidth", "InlayBuffer_CreateSample", "InlayBuffer_ExtractView",
+    "InlayBuffer_GetBuffer", "InlayBuffer_GetFov", "InlayBuffer_GetHeight", "InlayBuffer_GetPan",
+    "InlayBuffer_GetSeek", "InlayBuffer_GetTilt", "InlayBuffer_GetTime", "InlayBuffer_GetView",
+    "InlayBuffer_GetWidth", "InlayBuffer_ReadBuffer", "InlayBuffer_Release", "InlayBuffer_SetView",
+    "Mute", "Open", "Pause", "Play", "Seek", "SetPanStep", "SetTimeFreeze", "SetView",
+    "SetViewDim", "SetVolume", "StartPan", "StartZoom", "Stop", "TimeFreeze",
+};
+static_assert(sizeof(kExports) / sizeof(kExports[0]) == 43);
+
+void* library = nullptr;
+
+// Looks up an export with the type of its declaration in the public header. decltype keeps the
+// declaration unevaluated, so this program never links against the functions themselves.
+#define EXPORT(name) reinterpret_cast<decltype(&name)>(dlsym(library, #name))
+
+void CheckNullHandle() {
+    EXPORT(Destroy)(nullptr);
+    Check(EXPORT(Open)(nullptr, "x.mp4", 0, 0, 0) == -1, "Open(null) is -1");
+    EXPORT(Close)(nullptr);
+    EXPORT(Play)(nullptr, 0);
+    EXPORT(Pause)(nullptr);
+    EXPORT(Stop)(nullptr);
+    EXPORT(Seek)(nullptr, 10'000'000);
+
+    uint64_t start = 11, end = 22;
+    EXPORT(GetRange)(nullptr, &start, &end);
+    Check(start == 11 && end == 22, "GetRange(null) leaves its outputs untouched");
+    Check(EXPORT(GetFrameRate)(nullptr) == 30.0, "GetFrameRate(null) is 30.0");
+    Check(EXPORT(GetWidth)(nullptr) == 0, "GetWidth(null) is 0");
+    Check(EXPORT(GetHeight)(nullptr) == 0, "GetHeight(null) is 0");
+    Check(EXPORT(GetCurrentPlayTime)(nullptr) == 0, "GetCurrentPlayTime(null) is 0");
+    Check(EXPORT(GetCurrentPreSample)(nullptr) == nullptr, "GetCurrentPreSample(null) is null");
+    Check(EXPORT(GetCurrentViewSample)(nullptr) == nullptr, "GetCurrentViewSample(null) is null");
+
+    EXPORT(SetVolume)(nullptr, -10000);
+    EXPORT(Mute)(nullptr, true);
+    EXPORT(SetViewDim)(nullptr, 640, 360);
+    EXPORT(SetView)(nullptr, 10, 20, 90);
+    EXPORT(StartPan)(nullptr);
+    EXPORT(SetPanStep)(nullptr, 1, 1);
+    EXPORT(AddPan)(nullptr, 5, 5);
+    EXPORT(EndPan)(nullptr);
+    EXPORT(StartZoom)(nullptr);
+    EXPORT(AddZoom)(nullptr, 80);
+    EXPORT(EndZoom)(nullptr);
+
+    const double times[] = {1000.0}, durations[] = {500.0};
+    EXPORT(SetTimeFreeze)(nullptr, times, durations, 1);
+    double outTimes[2] = {}, outDurations[2] = {};
+    Check(EXPORT(GetTimeFreeze)(nullptr, outTimes, outDurations, 2) == 0, "GetTimeFreeze(null) is 0");
+    Check(EXPORT(TimeFreeze)(nullptr, 1234.5, 100.0) == 1234.5, "TimeFreeze(null) returns its time");
+}
+
+void CheckNullSample() {
+    uint8_t destination[4] = {1, 2, 3, 4};
+    EXPORT(InlayBuffer_Release)(nullptr);
+    Check(EXPORT(InlayBuffer_GetBuffer)(nullptr) == nullptr, "GetBuffer(null) is null");
+    Check(EXPORT(InlayBuffer_ReadBuffer)(nullptr, destination) == destination,
+          "ReadBuffer(null, dest) returns dest");
+    Check(EXPORT(InlayBuffer_GetWidth)(nullptr) == 0, "GetWidth(null sample) is 0");
+    Check(EXPORT(InlayBuffer_GetHeight)(nullptr) == 0, "GetHeight(null sample) is 0");
+    Check(EXPORT(InlayBuffer_GetTime)(nullptr) == 0.0, "GetTime(null) is 0.0");
+    Check(EXPORT(InlayBuffer_GetSeek)(nullptr), "GetSeek(null) is true");
+    Check(EXPORT(InlayBuffer_GetPan)(nullptr) == 0.0, "GetPan(null) is 0.0");
+    Check(EXPORT(InlayBuffer_GetTilt)(nullptr) == 0.0, "GetTilt(null) is 0.0");
+    Check(EXPORT(InlayBuffer_GetFov)(nullptr) == 0.0, "GetFov(null) is 0.0");
+    EXPORT(InlayBuffer_SetView)(nullptr, 1, 2, 3);
+    EXPORT(InlayBuffer_GetView)(nullptr, nullptr, destination);
+    EXPORT(InlayBuffer_ExtractView)(nullptr, destination, 1, 1);
+    Check(std::memcmp(destination, "\1\2\3\4", 4) == 0, "null-sample calls leave dest untouched");
+}
+
+void CheckSamples(PlayerHandle player) {
+    InlayBuffer* sample = EXPORT(InlayBuffer_CreateSample)(8, 4);
+    Check(sample != nullptr, "CreateSample(8, 4) gives a sample");
+    if (sample == nullptr) return;
+    Check(EXPORT(InlayBuffer_GetWidth)(sample) == 8 && EXPORT(InlayBuffer_GetHeight)(sample) == 4,
+          "the sample is 8 x 4");
+    uint8_t* pixels = EXPORT(InlayBuffer_GetBuffer)(sample);
+    Check(pixels != nullptr, "the sample has pixels");
+    if (pixels != nullptr) {
+        for (int i = 0; i < 8 * 4 * 4; ++i) pixels[i] = uint8_t(i);
+        uint8_t copy[8 * 4 * 4] = {};
+        Check(EXPORT(InlayBuffer_ReadBuffer)(sample, copy) == copy, "ReadBuffer returns dest");
+        Check(std::memcmp(copy, pixels, sizeof copy) == 0, "ReadBuffer copies the picture");
+    }
+    EXPORT(InlayBuffer_SetView)(sample, 30, -10, 90);
+    Check(EXPORT(InlayBuffer_GetPan)(sample) == 30 && EXPORT(InlayBuffer_GetTilt)(sample) == -10 &&
+              EXPORT(InlayBuffer_GetFov)(sample) == 90,
+          "SetView is read back");
+
+    // Without an opened file GetView has nothing to render with.
+    alignas(4) uint8_t view[4 * 4 * 4];
+    std::memset(view, 0, sizeof view);
+    EXPORT(InlayBuffer_GetView)(player, sample, view);
+    Check(view[3] == 0, "GetView before Open leaves dest untouched");
+
+    // ExtractView draws every pixel opaque.
+    EXPORT(InlayBuffer_ExtractView)(sample, view, 4, 4);
+    bool opaque = true;
+    for (int i = 0; i < 16; ++i) opaque = opaque && view[i * 4 + 3] == 0xFF;
+    Check(opaque, "ExtractView writes every pixel");
+    EXPORT(InlayBuffer_Release)(sample);
+}
+
+void CheckUnopenedPlayer() {
+    PlayerHandle player = EXPORT(Create)();
+    Check(player != nullptr, "Create gives a player");
+    if (player == nullptr) return;
+    Check(EXPORT(GetCurrentPlayTime)(player) == 0, "play time is 0 before Open");
+    Check(EXPORT(GetCurrentPreSample)(player) == nullptr, "no pre-sample before Open");
+    Check(EXPORT(GetCurrentViewSample)(player) == nullptr, "no view sample before Open");
+    double times[1] = {}, durations[1] = {};
+    Check(EXPORT(GetTimeFreeze)(player, times, durations, 1) == 0, "no freezes before Open");
+    CheckSamples(player);
+    EXPORT(Destroy)(player);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::printf("usage: %s path/to/libVexelPlayer.so\n", argv[0]);
+        return 2;
+    }
+    library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        std::printf("FAIL: dlopen: %s\n", dlerror());
+        return 1;
+    }
+    for (const char* name : kExports) {
+        if (dlsym(library, name) == nullptr) {
+            std::printf("FAIL: %s is not exported\n", name);
+            ++failures;
+        }
+    }
+    if (failures != 0) return 1;  // calling through a missing symbol would crash
+
+    CheckNullHandle();
+    CheckNullSample();
+    CheckUnopenedPlayer();
+
+    dlclose(library);
+    if (failures != 0) return 1;
+    std::printf("ok: 43 exports resolve and answer null arguments\n");
+    return 0;
+}

@@ -1,0 +1,167 @@
+// Samples through the exported functions: ownership, accessors, null arguments and view rendering.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "samples/inlay_buffer.h"
+#include "vexelplayer.h"
+
+namespace {
+
+struct SampleDeleter {
+    void operator()(InlayBuffer* sample) const { InlayBuffer_Release(sample); }
+};
+using SamplePtr = std::unique_ptr<InlayBuffer, SampleDeleter>;
+
+SamplePtr MakeSample(int32_t width, int32_t height) {
+    return SamplePtr(InlayBuffer_CreateSample(width, height));
+}
+
+// A panorama whose every pixel differs from its neighbours, so a wrong sampling position shows.
+SamplePtr MakePatternedPanorama(int32_t width, int32_t height) {
+    SamplePtr sample = MakeSample(width, height);
+    auto* pixels = reinterpret_cast<uint32_t*>(InlayBuffer_GetBuffer(sample.get()));
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x)
+            pixels[y * width + x] = 0xFF000000u | uint32_t(x * 7 % 256) << 16 |
+                                    uint32_t(y * 13 % 256) << 8 | uint32_t((x * y) % 256);
+    return sample;
+}
+
+std::vector<uint32_t> Extract(InlayBuffer* sample, uint32_t width, uint32_t height) {
+    std::vector<uint32_t> view(size_t(width) * height, 0);
+    InlayBuffer_ExtractView(sample, reinterpret_cast<uint8_t*>(view.data()), width, height);
+    return view;
+}
+
+TEST(InlayBufferTest, NullSampleGivesNullResults) {
+    EXPECT_TRUE(InlayBuffer_GetSeek(nullptr));
+    EXPECT_EQ(InlayBuffer_GetBuffer(nullptr), nullptr);
+    EXPECT_EQ(InlayBuffer_GetWidth(nullptr), 0u);
+    EXPECT_EQ(InlayBuffer_GetHeight(nullptr), 0u);
+    EXPECT_EQ(InlayBuffer_GetTime(nullptr), 0.0);
+    EXPECT_EQ(InlayBuffer_GetPan(nullptr), 0.0);
+    EXPECT_EQ(InlayBuffer_GetTilt(nullptr), 0.0);
+    EXPECT_EQ(InlayBuffer_GetFov(nullptr), 0.0);
+    InlayBuffer_SetView(nullptr, 1.0, 2.0, 3.0);
+    InlayBuffer_Release(nullptr);
+}
+
+TEST(InlayBufferTest, NewSampleHasItsSizeAndZeroedFields) {
+    SamplePtr sample = MakeSample(4, 2);
+    ASSERT_NE(sample, nullptr);
+    EXPECT_EQ(InlayBuffer_GetWidth(sample.get()), 4u);
+    EXPECT_EQ(InlayBuffer_GetHeight(sample.get()), 2u);
+    EXPECT_EQ(sample->size, 32u);
+    ASSERT_NE(InlayBuffer_GetBuffer(sample.get()), nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(InlayBuffer_GetBuffer(sample.get())) % 16, 0u);
+    EXPECT_EQ(InlayBuffer_GetPan(sample.get()), 0.0);
+    EXPECT_EQ(InlayBuffer_GetTilt(sample.get()), 0.0);
+    EXPECT_EQ(InlayBuffer_GetFov(sample.get()), 0.0);
+    EXPECT_FALSE(InlayBuffer_GetSeek(sample.get()));
+    EXPECT_EQ(InlayBuffer_GetTime(sample.get()), 0.0);
+    EXPECT_EQ(sample->stopTime, 0);
+}
+
+TEST(InlayBufferTest, UnusableSizesGiveAnEmptySample) {
+    const int32_t sizes[][2] = {
+        {0, 0}, {0, 5}, {5, 0}, {-1, 4}, {4, -1}, {INT32_MIN, -1},
+        {65536, 65536},  // 16 GiB: width * height * 4 wraps to 0 in 32 bits
+        {INT32_MAX, INT32_MAX},
+        {16385, 16384},  // just over 1 GiB
+    };
+    for (const auto& size : sizes) {
+        SCOPED_TRACE(testing::Message() << size[0] << " x " << size[1]);
+        SamplePtr sample = MakeSample(size[0], size[1]);
+        ASSERT_NE(sample, nullptr);
+        EXPECT_EQ(InlayBuffer_GetBuffer(sample.get()), nullptr);
+        EXPECT_EQ(InlayBuffer_GetWidth(sample.get()), 0u);
+        EXPECT_EQ(InlayBuffer_GetHeight(sample.get()), 0u);
+        EXPECT_EQ(sample->size, 0u);
+
+        uint8_t destination[4] = {9, 9, 9, 9};
+        EXPECT_EQ(InlayBuffer_ReadBuffer(sample.get(), destination), destination);
+        EXPECT_EQ(destination[0], 9);
+    }
+}
+
+TEST(InlayBufferTest, ReadBufferCopiesOnlyWithBothPointers) {
+    SamplePtr sample = MakeSample(4, 2);
+    uint8_t* pixels = InlayBuffer_GetBuffer(sample.get());
+    for (int i = 0; i < 32; ++i) pixels[i] = uint8_t(i + 1);
+
+    std::vector<uint8_t> destination(40, 0xEE);
+    EXPECT_EQ(InlayBuffer_ReadBuffer(nullptr, destination.data()), destination.data());
+    EXPECT_EQ(destination, std::vector<uint8_t>(40, 0xEE));
+    EXPECT_EQ(InlayBuffer_ReadBuffer(sample.get(), nullptr), nullptr);
+
+    EXPECT_EQ(InlayBuffer_ReadBuffer(sample.get(), destination.data()), destination.data());
+    EXPECT_EQ(std::memcmp(destination.data(), pixels, 32), 0);
+    EXPECT_EQ(destination[32], 0xEE) << "copied past the picture's size";
+}
+
+TEST(InlayBufferTest, AccessorsReadTheRecord) {
+    SamplePtr sample = MakeSample(2, 2);
+    InlayBuffer_SetView(sample.get(), -45.5, 12.25, 100.0);
+    EXPECT_EQ(InlayBuffer_GetPan(sample.get()), -45.5);
+    EXPECT_EQ(InlayBuffer_GetTilt(sample.get()), 12.25);
+    EXPECT_EQ(InlayBuffer_GetFov(sample.get()), 100.0);
+
+    sample->time = 20'000'000;  // a frame at 2 seconds: the time stays in ticks
+    sample->seek = true;
+    EXPECT_EQ(InlayBuffer_GetTime(sample.get()), 20000000.0);
+    EXPECT_TRUE(InlayBuffer_GetSeek(sample.get()));
+}
+
+TEST(InlayBufferTest, ExtractViewRefusesUnusableArguments) {
+    SamplePtr empty = MakeSample(0, 0);
+    SamplePtr panorama = MakePatternedPanorama(64, 32);
+    InlayBuffer_SetView(panorama.get(), 0.0, 0.0, 90.0);
+    const std::vector<uint32_t> untouched(16, 0x12345678u);
+
+    std::vector<uint32_t> destination = untouched;
+    auto* bytes = reinterpret_cast<uint8_t*>(destination.data());
+    InlayBuffer_ExtractView(empty.get(), bytes, 4, 4);
+    InlayBuffer_ExtractView(nullptr, bytes, 4, 4);
+    InlayBuffer_ExtractView(panorama.get(), bytes, 0, 4);
+    InlayBuffer_ExtractView(panorama.get(), bytes, 4, 0);
+    // A view whose byte size does not fit 32 bits is refused before anything is written.
+    InlayBuffer_ExtractView(panorama.get(), bytes, 65536, 65536);
+    InlayBuffer_ExtractView(panorama.get(), bytes, UINT32_MAX, 1);
+    EXPECT_EQ(destination, untouched);
+
+    InlayBuffer_ExtractView(panorama.get(), nullptr, 4, 4);
+}
+
+TEST(InlayBufferTest, ExtractViewDrawsEveryPixelAndLeavesTheSampleAlone) {
+    SamplePtr panorama = MakePatternedPanorama(64, 32);
+    InlayBuffer_SetView(panorama.get(), 30.0, 10.0, 90.0);
+    std::vector<uint8_t> before(panorama->size);
+    InlayBuffer_ReadBuffer(panorama.get(), before.data());
+
+    const std::vector<uint32_t> view = Extract(panorama.get(), 16, 9);
+    for (uint32_t pixel : view) EXPECT_EQ(pixel >> 24, 0xFFu);
+
+    EXPECT_EQ(InlayBuffer_GetPan(panorama.get()), 30.0);
+    EXPECT_EQ(InlayBuffer_GetTilt(panorama.get()), 10.0);
+    EXPECT_EQ(InlayBuffer_GetFov(panorama.get()), 90.0);
+    EXPECT_EQ(std::memcmp(before.data(), InlayBuffer_GetBuffer(panorama.get()), before.size()), 0);
+}
+
+TEST(InlayBufferTest, TiltPastThePoleRendersTheOppositeViewTurned) {
+    SamplePtr over = MakePatternedPanorama(64, 32);
+    SamplePtr opposite = MakePatternedPanorama(64, 32);
+    InlayBuffer_SetView(over.get(), 20.0, 120.0, 90.0);
+    InlayBuffer_SetView(opposite.get(), 200.0, 60.0, 90.0);
+
+    const std::vector<uint32_t> a = Extract(over.get(), 16, 9);
+    const std::vector<uint32_t> b = Extract(opposite.get(), 16, 9);
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) ASSERT_EQ(a[i], b[a.size() - 1 - i]) << "element " << i;
+}
+
+}  // namespace
