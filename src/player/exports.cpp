@@ -69,77 +69,78 @@ void Destroy(PlayerHandle handle) {
     WithPlayer(handle, [](Player& player) { delete &player; });
 }
 
-int32_t Open(PlayerHandle handle, const char* /*utf8Path*/, uint64_t /*start*/, uint64_t /*end*/,
-             uint32_t /*fisheyeMode*/) {
-    return WithPlayer(handle, int32_t{-1}, [](Player&) { return int32_t{-1}; });
+int32_t Open(PlayerHandle handle, const char* utf8Path, uint64_t start, uint64_t end, uint32_t fisheyeMode) {
+    return WithPlayer(handle, int32_t{-1}, [&](Player& player) {
+        return player.Open(utf8Path, start, end, fisheyeMode) == 0 ? int32_t{0} : int32_t{-1};
+    });
 }
 
 void Close(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) { player.Close(); });
 }
 
-void Play(PlayerHandle handle, int64_t /*time*/) {
-    WithPlayer(handle, [](Player&) {});
+void Play(PlayerHandle handle, int64_t time) {
+    WithPlayer(handle, [&](Player& player) { player.Play(time); });
 }
 
 void Pause(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) { player.Pause(); });
 }
 
 void Stop(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) { player.Stop(); });
 }
 
-void Seek(PlayerHandle handle, int64_t /*time*/) {
-    WithPlayer(handle, [](Player&) {});
+void Seek(PlayerHandle handle, int64_t time) {
+    WithPlayer(handle, [&](Player& player) { player.Seek(time); });
 }
 
 // ---- Player queries ----
 
-void GetRange(PlayerHandle handle, uint64_t* /*start*/, uint64_t* /*end*/) {
-    WithPlayer(handle, [](Player&) {});
+void GetRange(PlayerHandle handle, uint64_t* start, uint64_t* end) {
+    WithPlayer(handle, [&](Player& player) { player.GetRange(start, end); });
 }
 
 double GetFrameRate(PlayerHandle handle) {
-    return WithPlayer(handle, 30.0, [](Player&) { return 30.0; });
+    return WithPlayer(handle, 30.0, [](Player& player) { return player.GetFrameRate(); });
 }
 
 uint32_t GetWidth(PlayerHandle handle) {
-    return WithPlayer(handle, uint32_t{0}, [](Player&) { return uint32_t{0}; });
+    return WithPlayer(handle, uint32_t{0}, [](Player& player) { return player.GetWidth(); });
 }
 
 uint32_t GetHeight(PlayerHandle handle) {
-    return WithPlayer(handle, uint32_t{0}, [](Player&) { return uint32_t{0}; });
+    return WithPlayer(handle, uint32_t{0}, [](Player& player) { return player.GetHeight(); });
 }
 
 int64_t GetCurrentPlayTime(PlayerHandle handle) {
-    return WithPlayer(handle, int64_t{0}, [](Player&) { return int64_t{0}; });
+    return WithPlayer(handle, int64_t{0}, [](Player& player) { return player.GetCurrentPlayTime(); });
 }
 
 InlayBuffer* GetCurrentPreSample(PlayerHandle handle) {
     return WithPlayer(handle, static_cast<InlayBuffer*>(nullptr),
-                      [](Player&) { return static_cast<InlayBuffer*>(nullptr); });
+                      [](Player& player) { return player.GetCurrentPreSample(); });
 }
 
 InlayBuffer* GetCurrentViewSample(PlayerHandle handle) {
     return WithPlayer(handle, static_cast<InlayBuffer*>(nullptr),
-                      [](Player&) { return static_cast<InlayBuffer*>(nullptr); });
+                      [](Player& player) { return player.GetCurrentViewSample(); });
 }
 
 // ---- Sound ----
 
-void SetVolume(PlayerHandle handle, int32_t /*volume*/) {
-    WithPlayer(handle, [](Player&) {});
+void SetVolume(PlayerHandle handle, int32_t volume) {
+    WithPlayer(handle, [&](Player& player) { player.SetVolume(volume); });
 }
 
-void Mute(PlayerHandle handle, bool /*mute*/) {
-    WithPlayer(handle, [](Player&) {});
+void Mute(PlayerHandle handle, bool mute) {
+    WithPlayer(handle, [&](Player& player) { player.Mute(mute); });
 }
 
 // ---- View control ----
 
-void SetViewDim(PlayerHandle handle, uint32_t /*width*/, uint32_t /*height*/) {
-    WithPlayer(handle, [](Player&) {});
+void SetViewDim(PlayerHandle handle, uint32_t width, uint32_t height) {
+    WithPlayer(handle, [&](Player& player) { player.SetViewDim(width, height); });
 }
 
 void SetView(PlayerHandle handle, double /*pan*/, double /*tilt*/, double /*fov*/) {
@@ -258,9 +259,7 @@ void InlayBuffer_SetView(InlayBuffer* sample, double pan, double tilt, double fo
 
 void InlayBuffer_GetView(PlayerHandle handle, InlayBuffer* sample, uint8_t* destination) {
     if (sample == nullptr || destination == nullptr) return;
-    // Renders only once the player has an opened file and is not playing; until then there is
-    // nothing to render with.
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [&](Player& player) { player.GetView(sample, destination); });
 }
 
 void InlayBuffer_ExtractView(InlayBuffer* sample, uint8_t* destination, uint32_t width,

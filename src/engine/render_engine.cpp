@@ -1,0 +1,311 @@
+#include "engine/render_engine.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <thread>
+
+#include "common/log.h"
+#include "common/status.h"
+#include "platform/perf_counter.h"
+#include "platform/sleep.h"
+#include "projection/view_projector.h"
+
+namespace vexel {
+
+namespace {
+
+constexpr std::chrono::milliseconds kIdleStep{10};
+constexpr uint64_t PackViewDim(uint32_t width, uint32_t height) {
+    return uint64_t{width} | (uint64_t{height} << 32);
+}
+
+// Runs a thread body; a failure there (out of memory) ends the thread with a line, not the process.
+template <class Body>
+void RunGuarded(const char* name, Body body) {
+    try {
+        body();
+    } catch (const std::exception& e) {
+        LogPrintf("vexel: %s thread stopped: %s\n", name, e.what());
+    } catch (...) {
+        LogPrintf("vexel: %s thread stopped\n", name);
+    }
+}
+
+}  // namespace
+
+InlayBuffer* MakeSample(PixelBuffer pixels, uint32_t width, uint32_t height, uint32_t size,
+                        const FrameRecord& frame) {
+    auto* sample = new InlayBuffer{};
+    sample->pixels = pixels.release();
+    sample->width = width;
+    sample->height = height;
+    sample->size = size;
+    sample->pan = frame.pan;
+    sample->tilt = frame.tilt;
+    sample->fov = frame.fov;
+    sample->seek = frame.seek;
+    sample->time = frame.time;
+    sample->stopTime = frame.stopTime;
+    return sample;
+}
+
+RenderEngine::RenderEngine()
+    : videoSink_(VideoRenderSink::Create(this)), audioSink_(AudioRenderSink::Create(this)) {}
+
+RenderEngine::~RenderEngine() {
+    if (renderThread_.IsStarted() || presentThread_.IsStarted()) Stop();
+    FlushQueues();
+    {
+        std::lock_guard<std::mutex> guard(sampleLock_);
+        ReleaseInlayBuffer(std::exchange(currentPreSample_, nullptr));
+        ReleaseInlayBuffer(std::exchange(currentViewSample_, nullptr));
+    }
+    // A host that still holds a sink gets refusals from now on instead of a dangling engine.
+    audioSink_->Disconnect();
+    videoSink_->Disconnect();
+    audioSink_.reset();
+    videoSink_.reset();
+}
+
+void RenderEngine::SetVideoFormat(const MediaFormatPayload& payload) {
+    sourceWidth_ = payload.video.width;
+    sourceHeight_ = payload.video.height;
+    sourceFormat_ = payload.video.pixelFormat;
+    viewDim_.store(PackViewDim(320, 180));  // every file starts with a small preview
+}
+
+void RenderEngine::SetVideoStreamInfo(const StreamInfo& info) { videoStreamInfo_ = info; }
+
+void RenderEngine::SetAudioStreamInfo(const uint8_t (&info)[kAudioStreamInfoBytes]) {
+    std::copy(std::begin(info), std::end(info), audioStreamInfo_);
+}
+
+void RenderEngine::SetAudioFormat(const MediaFormatPayload&) {
+    // The engine has no audio output yet: audio blocks are dropped as they arrive.
+}
+
+void RenderEngine::SetTimeRange(uint64_t start, uint64_t end) {
+    rangeStart_ = start;
+    rangeEnd_ = end;
+    rangeLength_ = end - start;
+}
+
+void RenderEngine::SetFisheyeMode(uint32_t mode) { fisheyeMode_ = mode; }
+
+void RenderEngine::SetViewDim(uint32_t width, uint32_t height) {
+    if (uint64_t{width} * height * 4 > std::numeric_limits<uint32_t>::max()) return;
+    viewDim_.store(PackViewDim(width, height));
+}
+
+void RenderEngine::SetVolume(int32_t) {}
+
+int32_t RenderEngine::Start(int64_t time) {
+    clockRestart_.store(true);
+    endOfStream_.store(false);
+    running_.store(true);
+    seekFrameShown_.store(false);
+    audioStartPending_.store(true);
+    if (time >= 0) {
+        startPosition_.store(static_cast<double>(time));
+        std::lock_guard<std::mutex> guard(sampleLock_);
+        currentPlayTime_.store(time);
+    } else {  // resume from the last presented frame
+        startPosition_.store(static_cast<double>(currentPlayTime_.load()));
+        audioStartPending_.store(false);
+    }
+    if (!renderThread_.IsStarted() && !presentThread_.IsStarted()) {
+        stopRequested_.store(false);
+        if (!renderThread_.Start([this] { RunGuarded("render", [this] { RenderThreadProc(); }); }, "vexel-render") ||
+            !presentThread_.Start([this] { RunGuarded("present", [this] { PresentThreadProc(); }); }, "vexel-present")) {
+            LogPrintf("vexel: could not start the render threads\n");
+        }
+    }
+    const int64_t frequency = PerfCounterFrequency();
+    msPerTick_.store(frequency > 0 ? 1000.0f / static_cast<float>(frequency) : 0.0f);
+    return kOk;
+}
+
+int32_t RenderEngine::StartSeek(int64_t time) {
+    seekMode_.store(true);
+    return Start(time);
+}
+
+int32_t RenderEngine::Pause() {
+    running_.store(false);
+    return kOk;
+}
+
+int32_t RenderEngine::Stop() {
+    running_.store(false);
+    seekMode_.store(false);
+    stopRequested_.store(true);
+    decodedQueue_.WakeAll();
+    renderedQueue_.WakeAll();
+    renderThread_.Join();
+    presentThread_.Join();
+    FlushQueues();
+    return kOk;
+}
+
+InlayBuffer* RenderEngine::TakeCurrentPreSample() {
+    std::lock_guard<std::mutex> guard(sampleLock_);
+    return std::exchange(currentPreSample_, nullptr);
+}
+
+InlayBuffer* RenderEngine::TakeCurrentViewSample() {
+    std::lock_guard<std::mutex> guard(sampleLock_);
+    return std::exchange(currentViewSample_, nullptr);
+}
+
+int32_t RenderEngine::OnAudioSample(const uint8_t*, uint32_t, int64_t, int64_t) {
+    // Without an audio output nothing would ever take the block: drop it at once instead of
+    // holding the delivery thread for the whole playback.
+    return stopRequested_.load() ? ERR_SAMPLE_REFUSED : kOk;
+}
+
+bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
+    decodedQueue_.WaitForRoom(stopRequested_);
+    // A frame queued after Stop flushed the queues would be shown by the next Start.
+    if (stopRequested_.load()) return false;
+    frame->streamTime = frame->time;
+    decodedQueue_.Push(std::move(frame));
+    return true;
+}
+
+void RenderEngine::RenderThreadProc() {
+    if (stopRequested_.load()) return;
+    for (;;) {
+        if (!running_.load()) {
+            Sleep(10);
+        } else {
+            // Read before the pop: the end is signalled after the last frame was queued.
+            const bool ended = endOfStream_.load();
+            if (auto frame = decodedQueue_.Pop()) {
+                RenderFrameView(*frame);
+                renderedQueue_.WaitForRoom(stopRequested_);
+                renderedQueue_.Push(std::move(frame));
+            } else if (ended) {
+                auto marker = std::make_unique<FrameRecord>();
+                marker->seek = seekMode_.load();
+                renderedQueue_.WaitForRoom(stopRequested_);
+                renderedQueue_.Push(std::move(marker));
+                return;
+            } else {
+                decodedQueue_.WaitForFrame(kIdleStep);
+            }
+        }
+        if (stopRequested_.load()) return;
+    }
+}
+
+void RenderEngine::RenderFrameView(FrameRecord& frame) {
+    const uint64_t dim = viewDim_.load();
+    const uint32_t viewWidth = static_cast<uint32_t>(dim), viewHeight = static_cast<uint32_t>(dim >> 32);
+    const double pan = viewPan_.load(), tilt = viewTilt_.load(), fov = viewFov_.load();
+
+    if (!frame.viewPixels) {
+        frame.viewSize = viewWidth * viewHeight * 4;
+        frame.viewPixels.reset(AllocatePixels(frame.viewSize));
+        if (!frame.viewPixels) throw std::bad_alloc();
+    }
+    const uint32_t* pixels = reinterpret_cast<const uint32_t*>(frame.pixels.get());
+    rowTable_.resize(frame.height);
+    for (uint32_t i = 0; i < frame.height; ++i) rowTable_[i] = pixels + size_t{i} * frame.width;
+
+    ViewProjector projector(static_cast<int32_t>(frame.width), static_cast<int32_t>(frame.height));
+    projector.SetViewBuffer(reinterpret_cast<uint32_t*>(frame.viewPixels.get()),
+                            static_cast<int32_t>(viewWidth), static_cast<int32_t>(viewHeight));
+    RenderDirection(projector, rowTable_.data(), pan, tilt, fov);
+
+    // The samples carry the view as it was asked for, not as the projector adjusted it.
+    frame.viewWidth = viewWidth;
+    frame.viewHeight = viewHeight;
+    frame.pan = pan;
+    frame.tilt = tilt;
+    frame.fov = fov;
+}
+
+void RenderEngine::PresentThreadProc() {
+    if (stopRequested_.load()) return;
+    for (;;) {
+        std::unique_ptr<FrameRecord> frame;
+        if (running_.load()) frame = renderedQueue_.Pop();
+        if (!frame) {
+            if (running_.load()) {
+                renderedQueue_.WaitForFrame(kIdleStep);
+            } else {
+                Sleep(10);
+            }
+        } else if (frame->IsEndMarker()) {
+            WaitSamplesTaken();
+            PublishSamples(std::move(frame));
+            return;
+        } else {
+            if (!WaitForPresentationTime(*frame)) return;
+            PublishSamples(std::move(frame));
+            if (seekMode_.load()) seekFrameShown_.store(true);
+        }
+        if (stopRequested_.load()) return;
+    }
+}
+
+bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame) {
+    using std::chrono::microseconds;
+    const float target = static_cast<float>(static_cast<double>(frame.time) / 10000.0);
+    for (;;) {
+        const float elapsed = ClockElapsedMs();
+        const float now = static_cast<float>(static_cast<float>(startPosition_.load()) / 10000.0f + elapsed);
+        if (now >= target || seekMode_.load()) return true;
+        if (stopRequested_.load()) return false;
+        // Sleep while the time is far, poll the clock only for the last stretch.
+        const float remaining = target - now;
+        if (remaining > 2.0f) {
+            std::this_thread::sleep_for(microseconds(static_cast<int64_t>(std::min(remaining - 1.5f, 10.0f) * 1000.0f)));
+        } else if (remaining > 0.6f) {
+            std::this_thread::sleep_for(microseconds(200));
+        } else {
+            std::this_thread::yield();
+        }
+    }
+}
+
+float RenderEngine::ClockElapsedMs() {
+    if (!clockRestart_.exchange(false)) {
+        return static_cast<float>(ReadPerfCounter() - clockOrigin_) * msPerTick_.load();
+    }
+    clockOrigin_ = ReadPerfCounter();
+    return 0.0f;
+}
+
+void RenderEngine::PublishSamples(std::unique_ptr<FrameRecord> frame) {
+    InlayBuffer* pre = MakeSample(std::move(frame->pixels), frame->width, frame->height, frame->size, *frame);
+    InlayBuffer* view = MakeSample(std::move(frame->viewPixels), frame->viewWidth, frame->viewHeight,
+                                   frame->viewSize, *frame);
+    {
+        std::lock_guard<std::mutex> guard(sampleLock_);
+        if (!frame->IsEndMarker()) currentPlayTime_.store(frame->time);
+        std::swap(pre, currentPreSample_);
+        std::swap(view, currentViewSample_);
+    }
+    // Samples the client did not take are freed outside the lock.
+    ReleaseInlayBuffer(pre);
+    ReleaseInlayBuffer(view);
+}
+
+void RenderEngine::WaitSamplesTaken() {
+    for (int i = 0; i < 100 && !stopRequested_.load(); ++i) {
+        {
+            std::lock_guard<std::mutex> guard(sampleLock_);
+            if (currentPreSample_ == nullptr && currentViewSample_ == nullptr) return;
+        }
+        Sleep(10);
+    }
+}
+
+void RenderEngine::FlushQueues() {
+    decodedQueue_.Clear();
+    renderedQueue_.Clear();
+}
+
+}  // namespace vexel

@@ -1,0 +1,139 @@
+// RenderEngine: the video half of the player. It receives decoded pictures from the codec host's
+// delivery thread through its video sink, queues them (at most 30 waiting), renders each frame's
+// view on a render thread (at most 2 rendered frames waiting) and, on a present thread, publishes
+// the panorama and the view as samples when its millisecond clock reaches the frame's time.
+//
+// Threads:
+// - the Player's threads (host threads and the seek command thread): construction, the setters,
+//   Start, StartSeek, Pause, Stop, destruction; one at a time;
+// - the codec host's delivery threads, through the sinks: OnVideoSample (may block while 30 frames
+//   wait), OnAudioSample, the end-of-stream calls;
+// - the render thread and the present thread, started by the first Start after construction or a
+//   Stop, joined by Stop;
+// - host threads through the exports: TakeCurrentPreSample, TakeCurrentViewSample,
+//   GetCurrentPlayTime, ViewWidth/ViewHeight.
+// Flags shared between them are atomic; the three locks are never held together or while sleeping.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "codec/render_sinks.h"
+#include "codec/sample_target.h"
+#include "engine/frame_queue.h"
+#include "engine/frame_record.h"
+#include "platform/thread.h"
+#include "vexel/codec_host.h"
+
+namespace vexel {
+
+class RenderEngine final : public SampleTarget {
+public:
+    static constexpr size_t kDecodedBound = 30;
+    static constexpr size_t kRenderedBound = 2;
+
+    RenderEngine();
+    ~RenderEngine();  // stops first if the threads still run
+    RenderEngine(const RenderEngine&) = delete;
+    RenderEngine& operator=(const RenderEngine&) = delete;
+
+    // The sinks the readers deliver into; the engine holds one reference on each.
+    Vexel::IPushStream* VideoSink() const { return videoSink_.get(); }
+    Vexel::IPushStream* AudioSink() const { return audioSink_.get(); }
+
+    // Setup, before playback.
+    void SetVideoFormat(const MediaFormatPayload& payload);
+    void SetVideoStreamInfo(const StreamInfo& info);
+    void SetAudioStreamInfo(const uint8_t (&info)[kAudioStreamInfoBytes]);
+    void SetAudioFormat(const MediaFormatPayload& payload);
+    void SetTimeRange(uint64_t start, uint64_t end);
+    void SetFisheyeMode(uint32_t mode);
+    // Size of the views rendered from now on; sizes whose byte count overflows 32 bits are ignored.
+    void SetViewDim(uint32_t width, uint32_t height);
+    void SetVolume(int32_t volume);
+
+    // Playback control (Player's thread). Start(t >= 0) plays from t; Start(-1) resumes.
+    int32_t Start(int64_t time);
+    int32_t StartSeek(int64_t time);  // presents the first frame that arrives at once
+    int32_t Pause();
+    int32_t Stop();
+
+    // Player time to media position; the same time while no freeze segments are set.
+    int64_t MapPlayTime(int64_t time) const { return time; }
+
+    int64_t GetCurrentPlayTime() const { return currentPlayTime_.load(); }
+    InlayBuffer* TakeCurrentPreSample();   // the caller owns the result
+    InlayBuffer* TakeCurrentViewSample();  // the caller owns the result
+    uint32_t ViewWidth() const { return static_cast<uint32_t>(viewDim_.load()); }
+    uint32_t ViewHeight() const { return static_cast<uint32_t>(viewDim_.load() >> 32); }
+
+    // SampleTarget, on the delivery threads.
+    int32_t OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
+    int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
+    void OnVideoEndOfStream() override { endOfStream_.store(true); }
+    void OnAudioEndOfStream() override {}
+
+    // Queues a decoded frame, waiting while 30 wait; false (frame dropped) once stopping.
+    bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);
+
+private:
+    void RenderThreadProc();
+    void PresentThreadProc();
+    void RenderFrameView(FrameRecord& frame);
+    // Waits until the clock reaches the frame's time (at once in seek mode); false when stopping.
+    bool WaitForPresentationTime(const FrameRecord& frame);
+    float ClockElapsedMs();
+    void PublishSamples(std::unique_ptr<FrameRecord> frame);
+    void WaitSamplesTaken();
+    void FlushQueues();
+
+    CountedRef<RenderSink> videoSink_;
+    CountedRef<RenderSink> audioSink_;
+
+    uint64_t rangeStart_ = 0;
+    uint64_t rangeEnd_ = 0;
+    uint64_t rangeLength_ = 0;
+
+    std::atomic<bool> running_{false};
+    std::atomic<bool> seekMode_{false};
+    std::atomic<bool> endOfStream_{false};
+    std::atomic<bool> stopRequested_{false};
+    std::atomic<bool> seekFrameShown_{false};
+    std::atomic<bool> audioStartPending_{false};
+    std::atomic<bool> clockRestart_{false};
+
+    std::atomic<double> startPosition_{0.0};  // ticks at which the clock starts
+
+    uint32_t sourceWidth_ = 0;
+    uint32_t sourceHeight_ = 0;
+    uint32_t sourceFormat_ = 0;
+    uint32_t fisheyeMode_ = 0;
+    // View width in the low and height in the high 32 bits, so both are read together.
+    std::atomic<uint64_t> viewDim_{0};
+
+    std::atomic<double> viewPan_{0.0};
+    std::atomic<double> viewTilt_{0.0};
+    std::atomic<double> viewFov_{120.0};
+
+    Thread renderThread_;
+    Thread presentThread_;
+    FrameQueue decodedQueue_{kDecodedBound};
+    FrameQueue renderedQueue_{kRenderedBound};
+
+    std::mutex sampleLock_;  // current samples and the writing of currentPlayTime_
+    InlayBuffer* currentPreSample_ = nullptr;
+    InlayBuffer* currentViewSample_ = nullptr;
+    std::atomic<int64_t> currentPlayTime_{0};
+
+    std::atomic<float> msPerTick_{0.0f};
+    int64_t clockOrigin_ = 0;                 // present thread only
+    std::vector<const uint32_t*> rowTable_;  // render thread only
+
+    StreamInfo videoStreamInfo_{};
+    uint8_t audioStreamInfo_[kAudioStreamInfoBytes] = {};
+};
+
+}  // namespace vexel
