@@ -36,6 +36,8 @@ struct FrameRecord {
     int64_t streamTime = 0;  // the sample's own start time, before any freeze shift
 
     bool IsEndMarker() const { return width == 0 || height == 0; }
+    // A deep copy, with pictures of its own.
+    std::unique_ptr<FrameRecord> Clone() const;
 };
 
 // Moves a picture and its description into a new sample; the record's buffer becomes the sample's.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <limits>
 #include <thread>
 
@@ -16,6 +17,8 @@ namespace vexel {
 namespace {
 
 constexpr std::chrono::milliseconds kIdleStep{10};
+constexpr double kTicksPerSecond = 10'000'000.0;
+constexpr size_t kMaxQueuedViews = 1 << 16;  // gesture inputs beyond this are dropped
 constexpr uint64_t PackViewDim(uint32_t width, uint32_t height) {
     return uint64_t{width} | (uint64_t{height} << 32);
 }
@@ -33,22 +36,6 @@ void RunGuarded(const char* name, Body body) {
 }
 
 }  // namespace
-
-InlayBuffer* MakeSample(PixelBuffer pixels, uint32_t width, uint32_t height, uint32_t size,
-                        const FrameRecord& frame) {
-    auto* sample = new InlayBuffer{};
-    sample->pixels = pixels.release();
-    sample->width = width;
-    sample->height = height;
-    sample->size = size;
-    sample->pan = frame.pan;
-    sample->tilt = frame.tilt;
-    sample->fov = frame.fov;
-    sample->seek = frame.seek;
-    sample->time = frame.time;
-    sample->stopTime = frame.stopTime;
-    return sample;
-}
 
 RenderEngine::RenderEngine()
     : videoSink_(VideoRenderSink::Create(this)), audioSink_(AudioRenderSink::Create(this)) {}
@@ -102,7 +89,9 @@ void RenderEngine::SetVolume(int32_t) {}
 
 int32_t RenderEngine::Start(int64_t time) {
     clockRestart_.store(true);
-    endOfStream_.store(false);
+    // A resume keeps an end of stream that arrived before the pause: the frames still queued are
+    // the last ones, and the end marker must follow them.
+    if (time >= 0) endOfStream_.store(false);
     running_.store(true);
     seekFrameShown_.store(false);
     audioStartPending_.store(true);
@@ -165,12 +154,135 @@ int32_t RenderEngine::OnAudioSample(const uint8_t*, uint32_t, int64_t, int64_t) 
 }
 
 bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
-    decodedQueue_.WaitForRoom(stopRequested_);
-    // A frame queued after Stop flushed the queues would be shown by the next Start.
-    if (stopRequested_.load()) return false;
+    // Each push waits for room, the freeze copies too (so a long freeze cannot fill memory with
+    // copies), and a frame is refused once stopping: queued after Stop flushed the queues, it would
+    // be shown by the next Start.
+    auto push = [this](std::unique_ptr<FrameRecord> record) {
+        decodedQueue_.WaitForRoom(stopRequested_);
+        if (stopRequested_.load()) return false;
+        decodedQueue_.Push(std::move(record));
+        return true;
+    };
+
+    // Shown later by all the frozen time before it.
+    const FreezeShift found = freezes_.ShiftAt(static_cast<float>(static_cast<double>(frame->time) / 10000.0));
     frame->streamTime = frame->time;
-    decodedQueue_.Push(std::move(frame));
-    return true;
+    frame->time = static_cast<int64_t>(static_cast<double>(frame->time) + static_cast<double>(found.shift) * 10000.0);
+
+    // The first frame less than one frame interval after a freeze starts is repeated, one copy per
+    // frame interval, from the presentation time at which the freeze begins.
+    const double frameRate = videoStreamInfo_.frameRate;
+    if (!seekMode_.load() && found.lastDuration > 0.0 && frameRate > 0.0 && std::isfinite(frameRate)) {
+        const double frameMs = 1000.0 / frameRate;
+        const double nowMs = static_cast<double>(frame->time) / 10000.0;
+        const double freezeEnd = static_cast<double>(found.shift) + found.lastTime;
+        if (frameMs - (nowMs - freezeEnd) > 0.1) {
+            const auto copies = static_cast<int64_t>(found.lastDuration / 1000.0 * frameRate);
+            const double freezeStart = freezeEnd - found.lastDuration;
+            for (int64_t i = 0; i < copies; ++i) {
+                auto copy = frame->Clone();
+                copy->time = static_cast<int64_t>((static_cast<double>(i) * 1000.0 / frameRate + freezeStart) * 10000.0);
+                if (!push(std::move(copy))) return false;
+            }
+        }
+    }
+    return push(std::move(frame));
+}
+
+void RenderEngine::SetView(double pan, double tilt, double fov) {
+    if (!std::isfinite(pan) || !std::isfinite(tilt) || !std::isfinite(fov)) return;
+    viewPan_.store(pan);
+    viewTilt_.store(tilt);
+    viewFov_.store(fov);
+    const double seconds =
+        static_cast<double>(currentPlayTime_.load() - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond;
+    PanoramaLens::SetAngle(seconds, pan, tilt, fov);
+}
+
+void RenderEngine::StartPan() {
+    panning_.store(true);
+    panStepX_.store(0.0);
+    panStepY_.store(0.0);
+}
+
+void RenderEngine::SetPanStep(double x, double y) {
+    panStepX_.store(x);
+    panStepY_.store(y);
+}
+
+void RenderEngine::AddPan(double pan, double tilt) {
+    std::lock_guard<std::mutex> guard(viewLock_);
+    if (panQueue_.size() >= kMaxQueuedViews) return;
+    panQueue_.push_back(pan);
+    tiltQueue_.push_back(tilt);
+}
+
+void RenderEngine::EndPan() {
+    lens_.Commit(PanoramaLens::Gesture::Pan);
+    panning_.store(false);
+    std::lock_guard<std::mutex> guard(viewLock_);
+    panQueue_.clear();
+    tiltQueue_.clear();
+}
+
+void RenderEngine::StartZoom() {
+    zooming_.store(true);
+    zoomFactor_.store(1.0);
+}
+
+void RenderEngine::AddZoom(double fov) {
+    std::lock_guard<std::mutex> guard(viewLock_);
+    if (zoomQueue_.size() >= kMaxQueuedViews) return;
+    zoomQueue_.push_back(fov);
+}
+
+void RenderEngine::EndZoom() {
+    lens_.Commit(PanoramaLens::Gesture::Zoom);
+    zooming_.store(false);
+    std::lock_guard<std::mutex> guard(viewLock_);
+    zoomQueue_.clear();
+}
+
+void RenderEngine::StepView(double seconds) {
+    const double lensTime = seconds < 0.0 ? 0.0 : std::min(seconds, static_cast<double>(rangeLength_) / kTicksPerSecond);
+    const bool panning = panning_.load(), zooming = zooming_.load();
+    double pan = viewPan_.load(), tilt = viewTilt_.load(), fov = viewFov_.load();
+    // Takes the front of a queue into value; false when it is empty. Needs viewLock_.
+    auto takeFront = [](std::deque<double>& queue, double& value) {
+        if (queue.empty()) return false;
+        value = queue.front();
+        queue.pop_front();
+        return true;
+    };
+
+    if (!panning && !zooming) {  // the view follows the path
+        PanoramaLens::GetAngle(lensTime, &pan, &tilt, &fov);
+    } else if (!panning) {
+        bool took;
+        {
+            std::lock_guard<std::mutex> guard(viewLock_);
+            took = takeFront(zoomQueue_, fov);
+        }
+        PanoramaLens::GetPan(lensTime, &pan, &tilt);
+        if (took) lens_.RecordZoom(lensTime, pan, tilt, fov);
+    } else {
+        bool tookZoom = false;
+        {
+            std::lock_guard<std::mutex> guard(viewLock_);
+            takeFront(panQueue_, pan);
+            takeFront(tiltQueue_, tilt);
+            if (zooming) tookZoom = takeFront(zoomQueue_, fov);
+        }
+        if (!zooming) PanoramaLens::GetZoom(lensTime, &fov);
+        if (tookZoom) {
+            lens_.RecordPanZoom(lensTime, pan, tilt, fov);
+        } else {
+            lens_.RecordPan(lensTime, pan, tilt);
+        }
+    }
+    viewPan_.store(pan);
+    viewTilt_.store(tilt);
+    viewFov_.store(fov);
 }
 
 void RenderEngine::RenderThreadProc() {
@@ -182,6 +294,7 @@ void RenderEngine::RenderThreadProc() {
             // Read before the pop: the end is signalled after the last frame was queued.
             const bool ended = endOfStream_.load();
             if (auto frame = decodedQueue_.Pop()) {
+                StepView(static_cast<double>(frame->time - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond);
                 RenderFrameView(*frame);
                 renderedQueue_.WaitForRoom(stopRequested_);
                 renderedQueue_.Push(std::move(frame));

@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -25,6 +26,8 @@
 #include "codec/sample_target.h"
 #include "engine/frame_queue.h"
 #include "engine/frame_record.h"
+#include "engine/panorama_lens.h"
+#include "engine/time_freeze.h"
 #include "platform/thread.h"
 #include "vexel/codec_host.h"
 
@@ -61,8 +64,27 @@ public:
     int32_t Pause();
     int32_t Stop();
 
-    // Player time to media position; the same time while no freeze segments are set.
-    int64_t MapPlayTime(int64_t time) const { return time; }
+    // View control. SetView works in any state and stores a keyframe at the current position;
+    // non-finite values are refused. The gesture calls queue values that the render thread
+    // applies one per frame and record what is shown; ending a gesture commits keyframes.
+    void SetView(double pan, double tilt, double fov);
+    void StartPan();
+    void SetPanStep(double x, double y);
+    void AddPan(double pan, double tilt);
+    void EndPan();
+    void StartZoom();
+    void AddZoom(double fov);
+    void EndZoom();
+
+    // Time freeze (milliseconds). Player time to media position: unchanged with no segments.
+    void SetTimeFreeze(const double* times, const double* durations, int32_t count) {
+        freezes_.Set(times, durations, count);
+    }
+    int32_t GetTimeFreeze(double* times, double* durations, int32_t capacity) const {
+        return freezes_.Get(times, durations, capacity);
+    }
+    double TimeFreeze(double time, double duration) { return freezes_.Insert(time, duration); }
+    int64_t MapPlayTime(int64_t time) const { return freezes_.MapPlayTime(time); }
 
     int64_t GetCurrentPlayTime() const { return currentPlayTime_.load(); }
     InlayBuffer* TakeCurrentPreSample();   // the caller owns the result
@@ -76,10 +98,13 @@ public:
     void OnVideoEndOfStream() override { endOfStream_.store(true); }
     void OnAudioEndOfStream() override {}
 
-    // Queues a decoded frame, waiting while 30 wait; false (frame dropped) once stopping.
+    // Queues a decoded frame at its presentation time, preceded by copies that fill a freeze
+    // starting just before it; waits while 30 frames wait. False (frame dropped) once stopping.
     bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);
 
 private:
+    // The per-frame view update of the render thread, `seconds` after the start of the range.
+    void StepView(double seconds);
     void RenderThreadProc();
     void PresentThreadProc();
     void RenderFrameView(FrameRecord& frame);
@@ -117,6 +142,17 @@ private:
     std::atomic<double> viewPan_{0.0};
     std::atomic<double> viewTilt_{0.0};
     std::atomic<double> viewFov_{120.0};
+    std::atomic<double> panStepX_{0.0};  // stored only
+    std::atomic<double> panStepY_{0.0};
+    std::atomic<double> zoomFactor_{1.0};  // stored only
+    std::atomic<bool> panning_{false};
+    std::atomic<bool> zooming_{false};
+    std::mutex viewLock_;  // the three queues below
+    std::deque<double> panQueue_;
+    std::deque<double> tiltQueue_;
+    std::deque<double> zoomQueue_;
+    PanoramaLens lens_;
+    TimeFreezeList freezes_;
 
     Thread renderThread_;
     Thread presentThread_;

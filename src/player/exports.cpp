@@ -9,6 +9,7 @@
 #include "vexelplayer.h"
 
 using vexel::Player;
+using vexel::RenderEngine;
 
 namespace {
 
@@ -143,52 +144,75 @@ void SetViewDim(PlayerHandle handle, uint32_t width, uint32_t height) {
     WithPlayer(handle, [&](Player& player) { player.SetViewDim(width, height); });
 }
 
-void SetView(PlayerHandle handle, double /*pan*/, double /*tilt*/, double /*fov*/) {
-    WithPlayer(handle, [](Player&) {});
+void SetView(PlayerHandle handle, double pan, double tilt, double fov) {
+    WithPlayer(handle, [&](Player& player) {
+        if (RenderEngine* engine = player.engine()) engine->SetView(pan, tilt, fov);
+    });
 }
 
+// The gesture calls reach the engine only while playing.
 void StartPan(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->StartPan();
+    });
 }
 
-void SetPanStep(PlayerHandle handle, double /*x*/, double /*y*/) {
-    WithPlayer(handle, [](Player&) {});
+void SetPanStep(PlayerHandle handle, double x, double y) {
+    WithPlayer(handle, [&](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->SetPanStep(x, y);
+    });
 }
 
-void AddPan(PlayerHandle handle, double /*pan*/, double /*tilt*/) {
-    WithPlayer(handle, [](Player&) {});
+void AddPan(PlayerHandle handle, double pan, double tilt) {
+    WithPlayer(handle, [&](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->AddPan(pan, tilt);
+    });
 }
 
 void EndPan(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->EndPan();
+    });
 }
 
 void StartZoom(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->StartZoom();
+    });
 }
 
-void AddZoom(PlayerHandle handle, double /*fov*/) {
-    WithPlayer(handle, [](Player&) {});
+void AddZoom(PlayerHandle handle, double fov) {
+    WithPlayer(handle, [&](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->AddZoom(fov);
+    });
 }
 
 void EndZoom(PlayerHandle handle) {
-    WithPlayer(handle, [](Player&) {});
+    WithPlayer(handle, [](Player& player) {
+        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->EndZoom();
+    });
 }
 
 // ---- Time freeze ----
 
-void SetTimeFreeze(PlayerHandle handle, const double* /*times*/, const double* /*durations*/,
-                   int32_t /*count*/) {
-    WithPlayer(handle, [](Player&) {});
+void SetTimeFreeze(PlayerHandle handle, const double* times, const double* durations, int32_t count) {
+    WithPlayer(handle, [&](Player& player) {
+        if (RenderEngine* engine = player.engine()) engine->SetTimeFreeze(times, durations, count);
+    });
 }
 
-int32_t GetTimeFreeze(PlayerHandle handle, double* /*times*/, double* /*durations*/,
-                      int32_t /*capacity*/) {
-    return WithPlayer(handle, int32_t{0}, [](Player&) { return int32_t{0}; });
+int32_t GetTimeFreeze(PlayerHandle handle, double* times, double* durations, int32_t capacity) {
+    return WithPlayer(handle, int32_t{0}, [&](Player& player) {
+        RenderEngine* engine = player.engine();
+        return engine ? engine->GetTimeFreeze(times, durations, capacity) : int32_t{0};
+    });
 }
 
-double TimeFreeze(PlayerHandle handle, double time, double /*duration*/) {
-    return WithPlayer(handle, time, [time](Player&) { return time; });
+double TimeFreeze(PlayerHandle handle, double time, double duration) {
+    return WithPlayer(handle, time, [&](Player& player) {
+        RenderEngine* engine = player.engine();
+        return engine ? engine->TimeFreeze(time, duration) : time;
+    });
 }
 
 // ---- Samples ----

@@ -63,7 +63,12 @@ public:
     void GetView(const InlayBuffer* sample, uint8_t* destination);
 
     PlayerState state() const { return state_.load(); }
+    // The engine of the last opened file (view control and time freeze work in any state), and the
+    // same only while Playing (the pan and zoom gestures).
     RenderEngine* engine() const { return engine_.get(); }
+    RenderEngine* EngineWhilePlaying() const {
+        return state_.load() == PlayerState::Playing ? engine_.get() : nullptr;
+    }
 
 private:
     int32_t OpenVideoStream(const char* path, CountedRef<MediaReader>& readerOut);
