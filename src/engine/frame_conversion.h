@@ -5,9 +5,6 @@
 
 namespace vexel {
 
-// Pixel format code of 32-bit B,G,R,A pictures stored bottom row first.
-inline constexpr uint32_t kFormatBgra32 = 11;
-
 // Copies a width x height 32-bit picture with its rows in reverse order. False when a picture is
 // missing; true without copying when height is 0.
 bool FlipRows32(const uint8_t* source, uint8_t* destination, uint32_t width, uint32_t height);

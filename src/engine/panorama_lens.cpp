@@ -3,45 +3,39 @@
 #include <mutex>
 
 #include "platform/module.h"
+#include "vexel/conversion.h"
 
 namespace vexel {
 
 namespace {
 
-using GeometryFn = int32_t (*)(double, double*);
-using GetAngleFn = int32_t (*)(double, double*, double*, double*);
-using GetPanFn = int32_t (*)(double, double*, double*);
-using GetZoomFn = int32_t (*)(double, double*);
-using SetAngleFn = int32_t (*)(double, double, double, double);
-using SetPanFn = int32_t (*)(double, double, double);
-
 struct LensFunctions {
-    GetAngleFn getAngle = nullptr;
-    GetPanFn getPan = nullptr;
-    GetZoomFn getZoom = nullptr;
-    SetAngleFn setAngle = nullptr;
-    SetPanFn setPan = nullptr;
-    GeometryFn leftCenterX = nullptr, leftCenterY = nullptr;
-    GeometryFn rightCenterX = nullptr, rightCenterY = nullptr;
-    GeometryFn radius = nullptr;
+    GetPanoramaAngleFn getAngle = nullptr;
+    GetPanoramaPanFn getPan = nullptr;
+    GetPanoramaZoomFn getZoom = nullptr;
+    SetPanoramaAngleFn setAngle = nullptr;
+    SetPanoramaPanFn setPan = nullptr;
+    LensGeometryGetFn leftCenterX = nullptr, leftCenterY = nullptr;
+    LensGeometryGetFn rightCenterX = nullptr, rightCenterY = nullptr;
+    LensGeometryGetFn radius = nullptr;
     bool complete = false;
 };
 
 const LensFunctions& Lens() {
     static const LensFunctions functions = [] {
         LensFunctions f;
-        ModuleHandle module("libLensParams.so");
+        ModuleHandle module(kLensParamsModule);
         if (!module) return f;
-        f.getAngle = module.Function<GetAngleFn>("GetPanoramaAngle");
-        f.getPan = module.Function<GetPanFn>("GetPanoramaPan");
-        f.getZoom = module.Function<GetZoomFn>("GetPanoramaZoom");
-        f.setAngle = module.Function<SetAngleFn>("SetPanoramaAngle");
-        f.setPan = module.Function<SetPanFn>("SetPanoramaPan");
-        f.leftCenterX = module.Function<GeometryFn>("GetPanoramaLeftCenterX");
-        f.leftCenterY = module.Function<GeometryFn>("GetPanoramaLeftCenterY");
-        f.rightCenterX = module.Function<GeometryFn>("GetPanoramaRightCenterX");
-        f.rightCenterY = module.Function<GeometryFn>("GetPanoramaRightCenterY");
-        f.radius = module.Function<GeometryFn>("GetPanoramaRadius");
+        f.getAngle = module.Function<GetPanoramaAngleFn>(kGetPanoramaAngleSymbol);
+        f.getPan = module.Function<GetPanoramaPanFn>(kGetPanoramaPanSymbol);
+        f.getZoom = module.Function<GetPanoramaZoomFn>(kGetPanoramaZoomSymbol);
+        f.setAngle = module.Function<SetPanoramaAngleFn>(kSetPanoramaAngleSymbol);
+        f.setPan = module.Function<SetPanoramaPanFn>(kSetPanoramaPanSymbol);
+        f.leftCenterX = module.Function<LensGeometryGetFn>(kGetLeftCenterXSymbol);
+        f.leftCenterY = module.Function<LensGeometryGetFn>(kGetLeftCenterYSymbol);
+        f.rightCenterX = module.Function<LensGeometryGetFn>(kGetRightCenterXSymbol);
+        f.rightCenterY = module.Function<LensGeometryGetFn>(kGetRightCenterYSymbol);
+        f.radius = module.Function<LensGeometryGetFn>(kGetRadiusSymbol);
         f.complete = f.getAngle && f.getPan && f.getZoom && f.setAngle && f.setPan && f.leftCenterX &&
                      f.leftCenterY && f.rightCenterX && f.rightCenterY && f.radius;
         module.KeepLoaded();  // the lens module stays for the life of the process

@@ -24,6 +24,7 @@
 
 #include "codec/render_sinks.h"
 #include "codec/sample_target.h"
+#include "engine/conversion_modules.h"
 #include "engine/frame_queue.h"
 #include "engine/frame_record.h"
 #include "engine/panorama_lens.h"
@@ -103,6 +104,10 @@ public:
     bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);
 
 private:
+    // Makes the 32-bit top-row-first picture of a delivered sample (rows reversed, or converted
+    // from YUY2), and unwraps a fisheye picture into a panorama. False: the frame is dropped.
+    bool ConvertToRgb32(const uint8_t* data, uint32_t size, FrameRecord& frame);
+    bool Unwrap(FrameRecord& frame);
     // The per-frame view update of the render thread, `seconds` after the start of the range.
     void StepView(double seconds);
     void RenderThreadProc();
@@ -152,6 +157,7 @@ private:
     std::deque<double> tiltQueue_;
     std::deque<double> zoomQueue_;
     PanoramaLens lens_;
+    PixelConvertModule pixelConvert_;
     TimeFreezeList freezes_;
 
     Thread renderThread_;
