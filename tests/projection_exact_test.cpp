@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <random>
 #include <sstream>
 #include <string>
@@ -40,13 +41,13 @@ std::string Describe(const ViewCase& c) {
 // Index of the first difference of two equally long arrays, or -1.
 template <class T>
 int64_t FirstDifference(const std::vector<T>& a, const std::vector<T>& b) {
-    if (a.size() != b.size()) return 0;
     for (size_t i = 0; i < a.size(); ++i) {
         if (a[i] != b[i]) return static_cast<int64_t>(i);
     }
     return -1;
 }
 
+// Noise pictures by size, made once per test (references stay valid: a deque does not move them).
 class PictureCache {
 public:
     const std::vector<uint32_t>& Get(int32_t width, int32_t height) {
@@ -62,7 +63,7 @@ private:
         int32_t width, height;
         std::vector<uint32_t> pixels;
     };
-    std::vector<Entry> entries_;
+    std::deque<Entry> entries_;
 };
 
 // One view on both projectors, fed with the view direction that RenderPanoramaView would hand on:
@@ -84,6 +85,8 @@ void ExpectProjectorsAgree(ViewProjector& projector, reference::Projector& model
     std::vector<int32_t> u, v, modelU, modelV;
     projector.TraceCoordinates(u, v, upsideDown);
     model.Trace(modelU, modelV, upsideDown);
+    ASSERT_EQ(u.size(), count);
+    ASSERT_EQ(v.size(), count);
     for (int k = 0; k < 9; ++k) ASSERT_EQ(projector.rotationFixed()[k], model.rotationFixed()[k]) << "entry " << k;
     const int64_t uDiff = FirstDifference(u, modelU);
     ASSERT_EQ(uDiff, -1) << "u of element " << uDiff << ": " << u[uDiff] << " instead of " << modelU[uDiff]
@@ -325,7 +328,7 @@ TEST(ProjectorExactTest, RandomViewsMatchTheModel) {
     std::mt19937 random(2024);
     std::uniform_real_distribution<double> unit(0, 1);
     PictureCache pictures;
-    for (int i = 0; i < 400; ++i) {
+    for (int i = 0; i < 250; ++i) {
         ViewCase c{};
         const SourceSize source = sources[random() % std::size(sources)];
         c.sourceWidth = source.width;
@@ -335,8 +338,8 @@ TEST(ProjectorExactTest, RandomViewsMatchTheModel) {
             c.viewWidth = view.w;
             c.viewHeight = view.h;
         } else {
-            c.viewWidth = 1 + static_cast<int32_t>(random() % 320);
-            c.viewHeight = 1 + static_cast<int32_t>(random() % 240);
+            c.viewWidth = 1 + static_cast<int32_t>(random() % 256);
+            c.viewHeight = 1 + static_cast<int32_t>(random() % 160);
         }
         const double specialPans[] = {180, -180, 179.999, -179.999, 540, -190, 0, 360, 1e7};
         c.pan = random() % 5 == 0 ? specialPans[random() % std::size(specialPans)] : -400 + 800 * unit(random);
@@ -360,8 +363,8 @@ TEST(ProjectorExactTest, ReusedProjectorMatchesTheModel) {
     reference::Projector model(512, 256);
     std::mt19937 random(77);
     std::uniform_real_distribution<double> unit(0, 1);
-    for (int i = 0; i < 120; ++i) {
-        ViewCase c{512, 256, 1 + static_cast<int32_t>(random() % 300), 1 + static_cast<int32_t>(random() % 200),
+    for (int i = 0; i < 80; ++i) {
+        ViewCase c{512, 256, 1 + static_cast<int32_t>(random() % 200), 1 + static_cast<int32_t>(random() % 150),
                    -200 + 400 * unit(random), -95 + 190 * unit(random), 20 + 155 * unit(random)};
         ExpectProjectorsAgree(projector, model, picture, c, random() % 2 == 0);
         if (HasFatalFailure()) return;
@@ -372,10 +375,10 @@ TEST(ProjectorExactTest, PartialAndLargePictures) {
     PictureCache pictures;
     const ViewCase cases[] = {
         {4096, 1024, 320, 180, 10, 40, 120},    {4096, 1024, 320, 180, -170, -44, 150},
-        {4096, 1024, 160, 160, 179.5, 0, 165},  {3840, 1920, 320, 180, 33, 89, 100},
-        {3840, 1920, 321, 181, -90, -88, 160},  {3840, 1920, 400, 100, 179.9, 10, 60},
+        {4096, 1024, 160, 160, 179.5, 0, 165},  {2048, 1024, 320, 180, 33, 89, 100},
+        {2048, 1024, 321, 181, -90, -88, 160},  {2048, 1024, 400, 100, 179.9, 10, 60},
         {1000, 300, 200, 120, 45, 30, 90},      {1000, 300, 200, 120, -45, -60, 60},
-        {1001, 301, 199, 121, 135, 20, 70},     {4097, 2048, 257, 129, -179.99, 91, 120},
+        {1001, 301, 199, 121, 135, 20, 70},     {2049, 1024, 257, 129, -179.99, 91, 120},
     };
     for (const ViewCase& c : cases) {
         ExpectFullAgreement(pictures, c);
@@ -384,38 +387,29 @@ TEST(ProjectorExactTest, PartialAndLargePictures) {
 }
 
 TEST(ProjectorExactTest, ShortWideViewsOverThePoles) {
-    // Views whose pole bands are thinner than a coarse block: the block loop must keep its step
-    // instead of switching back and forth, in the same way as the model.
+    // Views whose pole band is thinner than a coarse block of the grid: without its guard the block
+    // loop would switch between the fine and the coarse step for ever. Each of these needs the
+    // guard, and the projector must keep its step in the same way as the model.
+    struct Size {
+        int32_t w, h;
+    };
+    const struct {
+        Size size;
+        double tilt, fov;
+    } views[] = {
+        {{1280, 200}, 90, 165}, {{640, 60}, -80, 160},  {{640, 60}, 85, 165},  {{640, 100}, 80, 165},
+        {{640, 100}, -86, 160}, {{640, 150}, 84, 165},  {{960, 60}, -85, 160}, {{960, 100}, -87, 155},
+    };
     PictureCache pictures;
-    int guardedViews = 0;
-    for (int32_t width : {640, 1280}) {
-        for (int32_t height : {60, 100, 200}) {
-            for (double tilt : {80.0, 83.0, 85.0, 87.0, 89.0, 90.0}) {
-                for (double fov : {120.0, 150.0, 165.0}) {
-                    for (double sign : {1.0, -1.0}) {
-                        const ViewCase c{1024, 512, width, height, 17, sign * tilt, fov};
-                        const auto& picture = pictures.Get(c.sourceWidth, c.sourceHeight);
-                        ViewProjector projector(c.sourceWidth, c.sourceHeight);
-                        reference::Projector model(c.sourceWidth, c.sourceHeight);
-                        ExpectProjectorsAgree(projector, model, picture, c, false);
-                        if (HasFatalFailure()) return;
-                        if (model.loopGuardUses() > 0) ++guardedViews;
-                    }
-                }
-            }
-        }
+    const auto& picture = pictures.Get(1024, 512);
+    for (const auto& view : views) {
+        const ViewCase c{1024, 512, view.size.w, view.size.h, 17, view.tilt, view.fov};
+        ViewProjector projector(c.sourceWidth, c.sourceHeight);
+        reference::Projector model(c.sourceWidth, c.sourceHeight);
+        ExpectProjectorsAgree(projector, model, picture, c, false);
+        if (HasFatalFailure()) return;
+        EXPECT_GT(model.loopGuardUses(), 0) << Describe(c);
     }
-    // The set must contain views that need the guard, or it tests nothing special.
-    EXPECT_GE(guardedViews, 5);
-}
-
-TEST(ProjectorExactTest, TheOriginalPoleHangView) {
-    PictureCache pictures;
-    const ViewCase c{1024, 512, 1280, 200, 0, 90, 165};
-    ViewProjector projector(1024, 512);
-    reference::Projector model(1024, 512);
-    ExpectProjectorsAgree(projector, model, pictures.Get(1024, 512), c, false);
-    EXPECT_GT(model.loopGuardUses(), 0);
 }
 
 }  // namespace
