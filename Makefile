@@ -37,19 +37,19 @@ test: deps
 	cmake --build build-tsan
 	$(NO_ASLR) $(CTEST) build-tsan
 
+# The bundled sample: made once by the project's generator, then played with a view that follows
+# the marker round the horizon.
+SAMPLE := build/sample/vexel-sample.mp4
+VIEW_PATH := 0=0,0,90;4=144,10,100;6=216,-10,100;10=360,0,90
+
 run: build
-	@if [ -x build/tools/vexel-play ]; then \
-	    build/tools/vexel-play; \
-	else \
-	    echo "nothing to play yet: the player arrives with the playback work"; \
-	fi
+	@test -f $(SAMPLE) || build/tools/vexel-make-sample $(SAMPLE)
+	build/tools/vexel-play --out out --path "$(VIEW_PATH)" $(SAMPLE)
+	@echo "make run: the presented views are in out/view.mp4, the contact sheet in out/contact-sheet.png"
 
 bench: build
-	@if [ -x build/bench/vexel_bench ]; then \
-	    build/bench/vexel_bench; \
-	else \
-	    echo "no benchmarks yet"; \
-	fi
+	@if [ -x build/bench/vexel_bench ]; then build/bench/vexel_bench; fi
+	build/bench/playback/vexel_playback_bench
 
 clean:
 	rm -rf build build-asan build-tsan

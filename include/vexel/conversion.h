@@ -49,6 +49,8 @@ inline constexpr uint32_t kPixelFormatBgra32 = 11;  // B, G, R, A bytes; from YU
 
 // Largest width or height the conversion and unwrap modules accept.
 inline constexpr uint32_t kMaxPictureSide = 16384;
+// Largest unwrap target in pixels (its mapping takes 8 bytes a pixel).
+inline constexpr uint64_t kMaxUnwrapTargetPixels = uint64_t{1} << 26;
 
 #pragma pack(push, 4)
 
@@ -163,8 +165,12 @@ inline constexpr char kConvertBuffersSymbol[] = "ConvertBuffers";
 //
 // Both functions use an equidistant fisheye model (the angle from the optical axis grows linearly
 // with the distance from the centre, reaching lensAngle / 2 at the radius) and bilinear sampling.
-// Directions outside every lens's field are black. The mapping from target pixels to source
-// positions is computed once per geometry (sizes, centres, radius, angle) and reused.
+// Directions outside every lens's field, or seen outside the source picture, are black. The
+// mapping from target pixels to source positions is computed once per geometry (sizes, centres,
+// radius, angle; about half a second for 3840x1920) and reused while the geometry stays; the last
+// three geometries are kept. Sides of 2 to kMaxPictureSide pixels, a target of at most
+// kMaxUnwrapTargetPixels, a radius of 1 to 65536 and an angle in (0, 360] are accepted; anything
+// else is refused with kVexelErrorArgument and the target left untouched.
 
 extern "C" {
 
@@ -212,11 +218,18 @@ VEXEL_MODULE_EXPORT int32_t ResetPanoramaGeometry(void);
 
 typedef int32_t (*LensGeometryGetFn)(double unused, double* value);
 typedef int32_t (*LensGeometrySetFn)(double value);
+typedef int32_t (*ResetPanoramaGeometryFn)(void);
 inline constexpr char kGetLeftCenterXSymbol[] = "GetPanoramaLeftCenterX";
 inline constexpr char kGetLeftCenterYSymbol[] = "GetPanoramaLeftCenterY";
 inline constexpr char kGetRightCenterXSymbol[] = "GetPanoramaRightCenterX";
 inline constexpr char kGetRightCenterYSymbol[] = "GetPanoramaRightCenterY";
 inline constexpr char kGetRadiusSymbol[] = "GetPanoramaRadius";
+inline constexpr char kSetLeftCenterXSymbol[] = "SetPanoramaLeftCenterX";
+inline constexpr char kSetLeftCenterYSymbol[] = "SetPanoramaLeftCenterY";
+inline constexpr char kSetRightCenterXSymbol[] = "SetPanoramaRightCenterX";
+inline constexpr char kSetRightCenterYSymbol[] = "SetPanoramaRightCenterY";
+inline constexpr char kSetRadiusSymbol[] = "SetPanoramaRadius";
+inline constexpr char kResetPanoramaGeometrySymbol[] = "ResetPanoramaGeometry";
 
 // ---------------------------------------------------------------------------------------------
 // libLensParams.so: the view path
@@ -228,7 +241,9 @@ inline constexpr char kGetRadiusSymbol[] = "GetPanoramaRadius";
 // +-180. A keyframe at a time already present replaces that keyframe's values. Before the first
 // and after the last keyframe the nearest one holds; at a keyframe's time its values are returned
 // exactly as stored. With no keyframe of a kind the reads leave their outputs untouched and return
-// kVexelNothingDone. Angles are degrees, stored as given.
+// kVexelNothingDone. Angles are degrees, stored as given. Times and values must be finite
+// (kVexelErrorArgument otherwise); a track holding a million keyframes refuses new times
+// (kVexelErrorMemory).
 
 extern "C" {
 

@@ -1,5 +1,6 @@
 #include "engine/panorama_lens.h"
 
+#include <atomic>
 #include <mutex>
 
 #include "platform/module.h"
@@ -21,32 +22,45 @@ struct LensFunctions {
     bool complete = false;
 };
 
-const LensFunctions& Lens() {
-    static const LensFunctions functions = [] {
-        LensFunctions f;
-        ModuleHandle module(kLensParamsModule);
-        if (!module) return f;
-        f.getAngle = module.Function<GetPanoramaAngleFn>(kGetPanoramaAngleSymbol);
-        f.getPan = module.Function<GetPanoramaPanFn>(kGetPanoramaPanSymbol);
-        f.getZoom = module.Function<GetPanoramaZoomFn>(kGetPanoramaZoomSymbol);
-        f.setAngle = module.Function<SetPanoramaAngleFn>(kSetPanoramaAngleSymbol);
-        f.setPan = module.Function<SetPanoramaPanFn>(kSetPanoramaPanSymbol);
-        f.leftCenterX = module.Function<LensGeometryGetFn>(kGetLeftCenterXSymbol);
-        f.leftCenterY = module.Function<LensGeometryGetFn>(kGetLeftCenterYSymbol);
-        f.rightCenterX = module.Function<LensGeometryGetFn>(kGetRightCenterXSymbol);
-        f.rightCenterY = module.Function<LensGeometryGetFn>(kGetRightCenterYSymbol);
-        f.radius = module.Function<LensGeometryGetFn>(kGetRadiusSymbol);
-        f.complete = f.getAngle && f.getPan && f.getZoom && f.setAngle && f.setPan && f.leftCenterX &&
-                     f.leftCenterY && f.rightCenterX && f.rightCenterY && f.radius;
-        module.KeepLoaded();  // the lens module stays for the life of the process
-        return f;
-    }();
-    return functions;
+// Published once every function was found; until then each new lens tries to load the module
+// again, so a module that appears later (or is loaded by the host first) is picked up.
+LensFunctions loaded;
+std::atomic<bool> ready{false};
+std::mutex loading;
+const LensFunctions missing;
+
+void TryLoad() {
+    std::lock_guard<std::mutex> guard(loading);
+    if (ready.load()) return;
+    ModuleHandle module(kLensParamsModule);
+    if (!module) return;
+    LensFunctions f;
+    f.getAngle = module.Function<GetPanoramaAngleFn>(kGetPanoramaAngleSymbol);
+    f.getPan = module.Function<GetPanoramaPanFn>(kGetPanoramaPanSymbol);
+    f.getZoom = module.Function<GetPanoramaZoomFn>(kGetPanoramaZoomSymbol);
+    f.setAngle = module.Function<SetPanoramaAngleFn>(kSetPanoramaAngleSymbol);
+    f.setPan = module.Function<SetPanoramaPanFn>(kSetPanoramaPanSymbol);
+    f.leftCenterX = module.Function<LensGeometryGetFn>(kGetLeftCenterXSymbol);
+    f.leftCenterY = module.Function<LensGeometryGetFn>(kGetLeftCenterYSymbol);
+    f.rightCenterX = module.Function<LensGeometryGetFn>(kGetRightCenterXSymbol);
+    f.rightCenterY = module.Function<LensGeometryGetFn>(kGetRightCenterYSymbol);
+    f.radius = module.Function<LensGeometryGetFn>(kGetRadiusSymbol);
+    f.complete = f.getAngle && f.getPan && f.getZoom && f.setAngle && f.setPan && f.leftCenterX &&
+                 f.leftCenterY && f.rightCenterX && f.rightCenterY && f.radius;
+    if (!f.complete) return;  // the handle closes the module again
+    loaded = f;
+    module.KeepLoaded();  // the lens module stays for the life of the process
+    ready.store(true);
 }
+
+const LensFunctions& Lens() { return ready.load() ? loaded : missing; }
 
 }  // namespace
 
-PanoramaLens::PanoramaLens() { Lens(); }
+PanoramaLens::PanoramaLens() {
+    if (!ready.load()) TryLoad();
+}
+
 
 bool PanoramaLens::Available() { return Lens().complete; }
 

@@ -68,10 +68,6 @@ void RenderEngine::SetAudioStreamInfo(const uint8_t (&info)[kAudioStreamInfoByte
     std::copy(std::begin(info), std::end(info), audioStreamInfo_);
 }
 
-void RenderEngine::SetAudioFormat(const MediaFormatPayload&) {
-    // The engine has no audio output yet: audio blocks are dropped as they arrive.
-}
-
 void RenderEngine::SetTimeRange(uint64_t start, uint64_t end) {
     rangeStart_ = start;
     rangeEnd_ = end;
@@ -84,8 +80,6 @@ void RenderEngine::SetViewDim(uint32_t width, uint32_t height) {
     if (uint64_t{width} * height * 4 > std::numeric_limits<uint32_t>::max()) return;
     viewDim_.store(PackViewDim(width, height));
 }
-
-void RenderEngine::SetVolume(int32_t) {}
 
 int32_t RenderEngine::Start(int64_t time) {
     clockRestart_.store(true);
@@ -101,7 +95,9 @@ int32_t RenderEngine::Start(int64_t time) {
         currentPlayTime_.store(time);
     } else {  // resume from the last presented frame
         startPosition_.store(static_cast<double>(currentPlayTime_.load()));
+        if (audioOutput_ && !seekMode_.load()) audioOutput_->Run(time);  // the sound runs on at once
         audioStartPending_.store(false);
+        OpenAudioGate();
     }
     if (!renderThread_.IsStarted() && !presentThread_.IsStarted()) {
         stopRequested_.store(false);
@@ -122,17 +118,26 @@ int32_t RenderEngine::StartSeek(int64_t time) {
 
 int32_t RenderEngine::Pause() {
     running_.store(false);
+    if (audioOutput_) audioOutput_->Pause();
     return kOk;
 }
 
-int32_t RenderEngine::Stop() {
+void RenderEngine::BeginStop() {
+    if (audioOutput_) audioOutput_->Stop();  // also releases a delivery blocked in the graph
     running_.store(false);
     seekMode_.store(false);
     stopRequested_.store(true);
+    OpenAudioGate();
     decodedQueue_.WakeAll();
     renderedQueue_.WakeAll();
+}
+
+int32_t RenderEngine::Stop() {
+    BeginStop();
     renderThread_.Join();
     presentThread_.Join();
+    // A first clock reading that raced with this stop may have run the graph again.
+    if (audioOutput_) audioOutput_->Stop();
     FlushQueues();
     return kOk;
 }
@@ -145,12 +150,6 @@ InlayBuffer* RenderEngine::TakeCurrentPreSample() {
 InlayBuffer* RenderEngine::TakeCurrentViewSample() {
     std::lock_guard<std::mutex> guard(sampleLock_);
     return std::exchange(currentViewSample_, nullptr);
-}
-
-int32_t RenderEngine::OnAudioSample(const uint8_t*, uint32_t, int64_t, int64_t) {
-    // Without an audio output nothing would ever take the block: drop it at once instead of
-    // holding the delivery thread for the whole playback.
-    return stopRequested_.load() ? ERR_SAMPLE_REFUSED : kOk;
 }
 
 bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
@@ -388,6 +387,12 @@ float RenderEngine::ClockElapsedMs() {
         return static_cast<float>(ReadPerfCounter() - clockOrigin_) * msPerTick_.load();
     }
     clockOrigin_ = ReadPerfCounter();
+    // The sound starts at the clock's origin, from the position the clock starts at.
+    if (audioStartPending_.load() && audioOutput_ && !seekMode_.load()) {
+        audioOutput_->Run(static_cast<int64_t>(startPosition_.load()));
+        audioStartPending_.store(false);
+        OpenAudioGate();
+    }
     return 0.0f;
 }
 

@@ -22,6 +22,7 @@
 #include <mutex>
 #include <vector>
 
+#include "audio/audio_output.h"
 #include "codec/render_sinks.h"
 #include "codec/sample_target.h"
 #include "engine/conversion_modules.h"
@@ -63,6 +64,9 @@ public:
     int32_t Start(int64_t time);
     int32_t StartSeek(int64_t time);  // presents the first frame that arrives at once
     int32_t Pause();
+    // Refuses samples from now on and releases every delivery thread waiting in the engine, so a
+    // reader told to stop can end its delivery; Stop then joins the threads and flushes.
+    void BeginStop();
     int32_t Stop();
 
     // View control. SetView works in any state and stores a keyframe at the current position;
@@ -97,7 +101,7 @@ public:
     int32_t OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
     int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
     void OnVideoEndOfStream() override { endOfStream_.store(true); }
-    void OnAudioEndOfStream() override {}
+    void OnAudioEndOfStream() override;
 
     // Queues a decoded frame at its presentation time, preceded by copies that fill a freeze
     // starting just before it; waits while 30 frames wait. False (frame dropped) once stopping.
@@ -119,9 +123,17 @@ private:
     void PublishSamples(std::unique_ptr<FrameRecord> frame);
     void WaitSamplesTaken();
     void FlushQueues();
+    // Audio blocks wait here while the clock has not started the sound, until it has or the engine
+    // stops; OpenAudioGate wakes them after either flag changed.
+    void WaitForAudioStart();
+    void OpenAudioGate();
+    StreamInfo AudioStreamInfo() const;  // the kept leading bytes of the audio StreamInfo
 
     CountedRef<RenderSink> videoSink_;
     CountedRef<RenderSink> audioSink_;
+    // Made by SetAudioFormat before playback, null for a file without sound; read by the delivery
+    // thread and the Player's and present threads afterwards.
+    std::unique_ptr<AudioOutput> audioOutput_;
 
     uint64_t rangeStart_ = 0;
     uint64_t rangeEnd_ = 0;
@@ -134,6 +146,7 @@ private:
     std::atomic<bool> seekFrameShown_{false};
     std::atomic<bool> audioStartPending_{false};
     std::atomic<bool> clockRestart_{false};
+    std::atomic<uint32_t> audioGate_{0};  // bumped when audioStartPending_ clears or stopping starts
 
     std::atomic<double> startPosition_{0.0};  // ticks at which the clock starts
 

@@ -218,7 +218,9 @@ int32_t Player::Stop() {
 int32_t Player::StopLocked() {
     if (state_.load() == PlayerState::Closed || !engine_) return ERR_WRONG_STATE;
     // Only a paused reader is told to stop; a running one stops on the refusals of the stopped
-    // engine's sink.
+    // engine's sink. The engine refuses first, so a reader whose Stop waits for its delivery
+    // thread does not wait for ever on a thread blocked in a full queue.
+    engine_->BeginStop();
     if (state_.load() == PlayerState::Paused && videoControl_) videoControl_->Stop();
     if (audioControl_) audioControl_->Stop();
     DropCurrentSamples();

@@ -1,7 +1,10 @@
 #include "samples/inlay_buffer.h"
 
+#include <cstring>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <utility>
 
 #include "projection/view_projector.h"
 
@@ -10,15 +13,61 @@ namespace vexel {
 namespace {
 
 constexpr std::align_val_t kPixelAlignment{16};
+// Each buffer starts with a 16-byte header holding its size, so freed buffers can be reused.
+constexpr size_t kHeaderBytes = 16;
+// Picture buffers are large (a 3840x1920 frame is 29.5 MB) and a fresh one costs thousands of
+// page faults, more than the copy that fills it. A few freed large buffers are kept for reuse: a
+// player frees one picture for each it allocates. Small ones are left to the allocator.
+constexpr size_t kPooledBuffers = 3;
+constexpr uint32_t kPooledMinimum = 1 << 20;
+
+struct BufferPool {
+    std::mutex lock;
+    uint8_t* buffers[kPooledBuffers] = {};
+};
+
+BufferPool& Pool() {
+    static BufferPool* pool = new BufferPool;  // never destroyed: no work at unload
+    return *pool;
+}
+
+uint32_t StoredSize(const uint8_t* block) {
+    uint32_t size;
+    std::memcpy(&size, block, sizeof size);
+    return size;
+}
 
 }  // namespace
 
 uint8_t* AllocatePixels(uint32_t size) {
-    return static_cast<uint8_t*>(::operator new[](size, kPixelAlignment, std::nothrow));
+    {
+        BufferPool& pool = Pool();
+        std::lock_guard<std::mutex> guard(pool.lock);
+        for (uint8_t*& block : pool.buffers) {
+            if (block != nullptr && StoredSize(block) == size) return std::exchange(block, nullptr) + kHeaderBytes;
+        }
+    }
+    auto* block = static_cast<uint8_t*>(::operator new[](size + kHeaderBytes, kPixelAlignment, std::nothrow));
+    if (block == nullptr) return nullptr;
+    std::memcpy(block, &size, sizeof size);
+    return block + kHeaderBytes;
 }
 
 void FreePixels(uint8_t* pixels) {
-    if (pixels != nullptr) ::operator delete[](pixels, kPixelAlignment);
+    if (pixels == nullptr) return;
+    uint8_t* block = pixels - kHeaderBytes;
+    if (StoredSize(block) >= kPooledMinimum) {
+        BufferPool& pool = Pool();
+        std::lock_guard<std::mutex> guard(pool.lock);
+        for (uint8_t*& slot : pool.buffers) {
+            if (slot == nullptr) {
+                slot = block;
+                return;
+            }
+        }
+        std::swap(block, pool.buffers[0]);  // full: the newest buffer takes the first slot
+    }
+    ::operator delete[](block, kPixelAlignment);
 }
 
 InlayBuffer* CreateInlayBuffer(int32_t width, int32_t height) {

@@ -153,7 +153,7 @@ public:
         : Object(Kind::Sample), data_(std::move(data)), start_(start), stop_(stop),
           mediaKind_(mediaKind) {}
 
-    int32_t QueryInterface(const GUID* id, void** out) override {
+    int32_t QueryInterface(const GUID* id, void**) override {
         Log(name(), "QueryInterface", {GuidArg(id)}, kNoInterface, id, id ? sizeof(GUID) : 0);
         return kNoInterface;
     }

@@ -10,6 +10,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -135,8 +136,16 @@ public:
 
     std::vector<ScriptedCall> Log() const {
         std::vector<ScriptedCall> calls(readLog_(nullptr, 0) + 64);
-        calls.resize(std::min<size_t>(calls.size(), readLog_(calls.data(), calls.size())));
+        const uint32_t total = readLog_(calls.data(), static_cast<uint32_t>(calls.size()));
+        calls.resize(std::min<size_t>(calls.size(), total));
         return calls;
+    }
+
+    // Readers made so far (since the last Reset).
+    uint32_t ReaderCount() const {
+        uint32_t n = 0;
+        while (readerStats_(n + 1, nullptr)) ++n;
+        return n;
     }
 
     ScriptedReaderStats Reader(uint32_t number) const {

@@ -1,0 +1,236 @@
+// Playback cost of the whole library against FFmpeg's own projection, and seek latency.
+//
+// 1. CPU seconds per second of video: a 3840x1920, 30 fps H.264 clip played through
+//    libVexelPlayer.so (decoding by libDecodeHost.so) with a 1920x1080 view, against libavfilter's
+//    v360 filter (equirectangular to flat, bilinear, the same view size and field of view)
+//    decoding and projecting the same clip. Both run in this process, one after the other; the
+//    figure is the ratio of the two.
+// 2. Seek latency: the time from Seek to the presentation of the seek's picture, over targets
+//    spread across the same clip (one keyframe a second); median and maximum.
+//
+// Usage: vexel_playback_bench [clip]; without a clip one is made (once) with vexel-make-sample.
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vexelplayer.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavfilter/avfilter.h>
+#include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
+#include <libavformat/avformat.h>
+#include <libavutil/opt.h>
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr int kViewWidth = 1920, kViewHeight = 1080;
+constexpr double kFov = 90.0;
+constexpr int kSeeks = 24;
+
+double ProcessCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+}
+
+double ThreadCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+}
+
+double Ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
+
+struct Run {
+    double cpuSeconds = 0;
+    double wallSeconds = 0;
+    int frames = 0;
+};
+
+// Plays the clip through the library as fast as it presents; the polling thread's own CPU is not
+// counted.
+Run PlayThroughLibrary(const std::string& clip, double* contentSeconds) {
+    Run run;
+    PlayerHandle player = Create();
+    if (Open(player, clip.c_str(), 0, 0, 0) != 0) {
+        std::fprintf(stderr, "cannot open %s through the library\n", clip.c_str());
+        std::exit(1);
+    }
+    uint64_t start = 0, end = 0;
+    GetRange(player, &start, &end);
+    *contentSeconds = static_cast<double>(end - start) / 1e7;
+    SetViewDim(player, kViewWidth, kViewHeight);
+    SetView(player, 0.0, 0.0, kFov);
+
+    const double cpu0 = ProcessCpuSeconds(), own0 = ThreadCpuSeconds();
+    const Clock::time_point wall0 = Clock::now();
+    Play(player, 0);
+    for (bool ended = false; !ended;) {
+        if (InlayBuffer* view = GetCurrentViewSample(player)) {
+            ended = InlayBuffer_GetWidth(view) == 0;
+            run.frames += ended ? 0 : 1;
+            InlayBuffer_Release(view);
+        }
+        InlayBuffer_Release(GetCurrentPreSample(player));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (Clock::now() - wall0 > std::chrono::seconds(300)) break;
+    }
+    run.wallSeconds = std::chrono::duration<double>(Clock::now() - wall0).count();
+    run.cpuSeconds = (ProcessCpuSeconds() - cpu0) - (ThreadCpuSeconds() - own0);
+    Stop(player);
+    Destroy(player);
+    return run;
+}
+
+// Decodes the clip and projects every frame with v360, as fast as it goes.
+Run ProjectWithV360(const std::string& clip) {
+    Run run;
+    AVFormatContext* format = nullptr;
+    if (avformat_open_input(&format, clip.c_str(), nullptr, nullptr) < 0 ||
+        avformat_find_stream_info(format, nullptr) < 0) {
+        std::fprintf(stderr, "cannot open %s with libavformat\n", clip.c_str());
+        std::exit(1);
+    }
+    const int index = av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    AVStream* stream = format->streams[index];
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    AVCodecContext* decoder = avcodec_alloc_context3(codec);
+    avcodec_parameters_to_context(decoder, stream->codecpar);
+    decoder->thread_count = static_cast<int>(std::thread::hardware_concurrency());
+    decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    avcodec_open2(decoder, codec, nullptr);
+
+    AVFilterGraph* graph = avfilter_graph_alloc();
+    char source[256], projection[256];
+    std::snprintf(source, sizeof source, "video_size=%dx%d:pix_fmt=%d:time_base=%d/%d:pixel_aspect=1/1",
+                  decoder->width, decoder->height, decoder->pix_fmt, stream->time_base.num, stream->time_base.den);
+    const double verticalFov = 2 * std::atan(std::tan(kFov * M_PI / 360) * kViewHeight / kViewWidth) * 180 / M_PI;
+    std::snprintf(projection, sizeof projection, "input=e:output=flat:interp=linear:w=%d:h=%d:h_fov=%.4f:v_fov=%.4f",
+                  kViewWidth, kViewHeight, kFov, verticalFov);
+    AVFilterContext *in = nullptr, *v360 = nullptr, *out = nullptr;
+    if (avfilter_graph_create_filter(&in, avfilter_get_by_name("buffer"), "in", source, nullptr, graph) < 0 ||
+        avfilter_graph_create_filter(&v360, avfilter_get_by_name("v360"), "v360", projection, nullptr, graph) < 0 ||
+        avfilter_graph_create_filter(&out, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr, graph) < 0 ||
+        avfilter_link(in, 0, v360, 0) < 0 || avfilter_link(v360, 0, out, 0) < 0 ||
+        avfilter_graph_config(graph, nullptr) < 0) {
+        std::fprintf(stderr, "cannot set up the v360 filter\n");
+        std::exit(1);
+    }
+
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* frame = av_frame_alloc();
+    AVFrame* projected = av_frame_alloc();
+    const double cpu0 = ProcessCpuSeconds();
+    const Clock::time_point wall0 = Clock::now();
+    auto drain = [&] {
+        while (avcodec_receive_frame(decoder, frame) == 0) {
+            if (av_buffersrc_add_frame(in, frame) < 0) continue;
+            while (av_buffersink_get_frame(out, projected) == 0) {
+                ++run.frames;
+                av_frame_unref(projected);
+            }
+        }
+    };
+    while (av_read_frame(format, packet) >= 0) {
+        if (packet->stream_index == index) avcodec_send_packet(decoder, packet);
+        av_packet_unref(packet);
+        drain();
+    }
+    avcodec_send_packet(decoder, nullptr);
+    drain();
+    run.wallSeconds = std::chrono::duration<double>(Clock::now() - wall0).count();
+    run.cpuSeconds = ProcessCpuSeconds() - cpu0;
+
+    av_frame_free(&projected);
+    av_frame_free(&frame);
+    av_packet_free(&packet);
+    avfilter_graph_free(&graph);
+    avcodec_free_context(&decoder);
+    avformat_close_input(&format);
+    return run;
+}
+
+// Milliseconds from each Seek to the presentation of its picture.
+std::vector<double> SeekLatencies(const std::string& clip, double contentSeconds) {
+    PlayerHandle player = Create();
+    Open(player, clip.c_str(), 0, 0, 0);
+    SetViewDim(player, kViewWidth, kViewHeight);
+    std::mt19937 random(2024);
+    std::uniform_real_distribution<double> where(0.0, contentSeconds - 0.1);
+    std::vector<double> latencies;
+    for (int i = 0; i < kSeeks; ++i) {
+        const auto target = static_cast<int64_t>(where(random) * 1e7);
+        const Clock::time_point asked = Clock::now();
+        Seek(player, target);
+        bool shown = false;
+        while (!shown && Clock::now() - asked < std::chrono::seconds(30)) {
+            InlayBuffer_Release(GetCurrentViewSample(player));
+            if (InlayBuffer* pre = GetCurrentPreSample(player)) {
+                shown = InlayBuffer_GetWidth(pre) != 0;
+                InlayBuffer_Release(pre);
+            }
+            if (!shown) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        if (shown) latencies.push_back(Ms(Clock::now() - asked));
+        Stop(player);  // a seek request waits while the player is still Seeking
+    }
+    Destroy(player);
+    std::sort(latencies.begin(), latencies.end());
+    return latencies;
+}
+
+std::string BenchClip(const char* makeSample, const std::string& folder) {
+    const std::string clip = folder + "/bench-3840x1920-30fps.mp4";
+    if (std::filesystem::exists(clip)) return clip;
+    std::printf("making %s (once)...\n", clip.c_str());
+    std::fflush(stdout);
+    const std::string command = std::string(makeSample) +
+                                " --size 3840x1920 --fps 30 --seconds 10 --keyframes 30 --no-audio " + clip +
+                                " > /dev/null";
+    if (std::system(command.c_str()) != 0) {
+        std::fprintf(stderr, "could not make the clip\n");
+        std::exit(1);
+    }
+    return clip;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    av_log_set_level(AV_LOG_ERROR);
+    const std::string clip = argc > 1 ? argv[1] : BenchClip(VEXEL_MAKE_SAMPLE, VEXEL_BENCH_CLIPS);
+
+    double content = 0.0;
+    const Run library = PlayThroughLibrary(clip, &content);
+    const Run reference = ProjectWithV360(clip);
+    const double libraryRate = library.cpuSeconds / content, referenceRate = reference.cpuSeconds / content;
+    std::printf("clip: %s, %.2f s, view %dx%d, fov %.0f, %u cores\n", clip.c_str(), content, kViewWidth, kViewHeight,
+                kFov, std::thread::hardware_concurrency());
+    std::printf("library (real-time playback): %.3f CPU s per s of video (%d frames, %.2f s wall)\n", libraryRate,
+                library.frames, library.wallSeconds);
+    std::printf("v360 (as fast as it goes):    %.3f CPU s per s of video (%d frames, %.2f s wall)\n", referenceRate,
+                reference.frames, reference.wallSeconds);
+    std::printf("ratio library / v360:         %.2f\n", libraryRate / referenceRate);
+
+    const std::vector<double> latencies = SeekLatencies(clip, content);
+    if (latencies.empty()) {
+        std::printf("seek latency: no seek was presented\n");
+        return 1;
+    }
+    std::printf("seek latency (%zu seeks, keyframe every 1 s): median %.1f ms, max %.1f ms\n", latencies.size(),
+                latencies[latencies.size() / 2], latencies.back());
+    return 0;
+}

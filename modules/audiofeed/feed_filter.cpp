@@ -1,0 +1,263 @@
+#include "feed_filter.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace audiofeed {
+
+namespace {
+
+constexpr char16_t kPinName[] = u"Out";
+
+bool SameFormat(const WAVEFORMATEX& a, const WAVEFORMATEX& b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
+
+bool SameType(const MediaType& a, const MediaType& b) {
+    return a.majorType == b.majorType && a.subType == b.subType && SameFormat(a.format, b.format);
+}
+
+}  // namespace
+
+HRESULT FeedFilter::Create(const GUID* iid, void** out) {
+    if (out == nullptr) return E_POINTER;
+    *out = nullptr;
+    try {
+        return QueryNew(new FeedFilter, iid, out);
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT FeedFilter::QueryInterface(const GUID* iid, void** out) {
+    if (out == nullptr) return E_POINTER;
+    *out = nullptr;
+    if (iid == nullptr) return E_POINTER;
+    if (*iid == IID_IUnknown || *iid == IID_IMediaFilter || *iid == IID_IBaseFilter) {
+        return Share<IBaseFilter>(this, out);
+    }
+    if (*iid == IID_IPcmFeed) return Share<IPcmFeed>(this, out);
+    return E_NOINTERFACE;
+}
+
+MediaType FeedFilter::OfferedType() const {
+    return MediaType{MEDIATYPE_Audio, MEDIASUBTYPE_PCM, format_};
+}
+
+// ---------------------------------------------------------------------------------------------
+// State
+
+HRESULT FeedFilter::Stop() {
+    std::lock_guard<std::mutex> guard(lock_);
+    state_ = State_Stopped;
+    stamps_.Restart();
+    startTimeSet_ = false;
+    return S_OK;
+}
+
+HRESULT FeedFilter::Pause() {
+    std::lock_guard<std::mutex> guard(lock_);
+    state_ = State_Paused;
+    return S_OK;
+}
+
+HRESULT FeedFilter::Run() {
+    std::lock_guard<std::mutex> guard(lock_);
+    if (state_ == State_Paused && !startTimeSet_) stamps_.ExpectNewOrigin();
+    startTimeSet_ = false;
+    state_ = State_Running;
+    return S_OK;
+}
+
+HRESULT FeedFilter::GetState(uint32_t, FILTER_STATE* state) {
+    if (state == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(lock_);
+    *state = state_;
+    return S_OK;
+}
+
+HRESULT FeedFilter::EnumPins(IEnumPins** out) {
+    if (out == nullptr) return E_POINTER;
+    *out = nullptr;
+    try {
+        return QueryNew(new SinglePinEnum(&pin_), &IID_IEnumPins, reinterpret_cast<void**>(out));
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT FeedFilter::QueryFilterInfo(FILTER_INFO* info) {
+    if (info == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(lock_);
+    const size_t n = std::min<size_t>(name_.size(), 127);
+    std::copy_n(name_.data(), n, info->achName);
+    info->achName[n] = u'\0';
+    info->pGraph = graph_;
+    if (graph_ != nullptr) graph_->AddRef();
+    return S_OK;
+}
+
+HRESULT FeedFilter::JoinFilterGraph(IFilterGraph* graph, const char16_t* name) {
+    std::lock_guard<std::mutex> guard(lock_);
+    try {
+        name_ = name != nullptr ? std::u16string(name) : std::u16string();
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+    graph_ = graph;
+    return S_OK;
+}
+
+// ---------------------------------------------------------------------------------------------
+// IPcmFeed
+
+HRESULT FeedFilter::SetFormat(const WAVEFORMATEX* format) {
+    if (format == nullptr) return E_POINTER;
+    if (format->wFormatTag != WAVE_FORMAT_PCM || format->nChannels == 0 || format->nSamplesPerSec == 0 ||
+        format->nBlockAlign == 0) {
+        return E_INVALIDARG;
+    }
+    std::lock_guard<std::mutex> guard(lock_);
+    if (peer_ && !SameFormat(*format, format_)) return GRAPH_E_ALREADY_CONNECTED;
+    format_ = *format;
+    hasFormat_ = true;
+    return S_OK;
+}
+
+HRESULT FeedFilter::EndOfStream() {
+    Ref<IPin> peer;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        peer = peer_;
+    }
+    return peer ? peer->EndOfStream() : GRAPH_E_NOT_CONNECTED;
+}
+
+HRESULT FeedFilter::SetStartTime(int64_t) {
+    // Stamps count from the instant of the next run; the position itself needs no keeping.
+    std::lock_guard<std::mutex> guard(lock_);
+    stamps_.Restart();
+    startTimeSet_ = true;
+    return S_OK;
+}
+
+HRESULT FeedFilter::Deliver(const uint8_t* data, uint32_t size, int64_t start, int64_t stop) {
+    if (data == nullptr && size != 0) return E_POINTER;
+    Ref<ISampleInput> input;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (state_ == State_Stopped || !input_) return S_FALSE;
+        input = input_;
+        stamps_.Map(start, stop);
+    }
+    // Not under the lock: the input may block until there is room, and the graph must be able to
+    // stop (which releases it) meanwhile.
+    return input->Receive(data, size, start, stop);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The output pin
+
+HRESULT FeedFilter::Connect(IPin* receivePin, const MediaType* type) {
+    if (receivePin == nullptr) return E_POINTER;
+    MediaType offer;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (peer_) return GRAPH_E_ALREADY_CONNECTED;
+        if (state_ != State_Stopped) return GRAPH_E_NOT_STOPPED;
+        if (!hasFormat_) return GRAPH_E_NO_ACCEPTABLE_TYPES;
+        offer = OfferedType();
+    }
+    if (type != nullptr && !SameType(*type, offer)) return GRAPH_E_TYPE_NOT_ACCEPTED;
+    PIN_DIRECTION direction = PINDIR_OUTPUT;
+    if (receivePin->QueryDirection(&direction) < 0 || direction != PINDIR_INPUT) return GRAPH_E_INVALID_DIRECTION;
+
+    HRESULT hr = receivePin->ReceiveConnection(&pin_, &offer);
+    if (hr == GRAPH_E_TYPE_NOT_ACCEPTED && type == nullptr) return GRAPH_E_NO_ACCEPTABLE_TYPES;
+    if (hr < 0) return hr;
+    Ref<ISampleInput> input;
+    hr = receivePin->QueryInterface(&IID_ISampleInput, reinterpret_cast<void**>(input.put()));
+    if (hr < 0 || !input) {
+        receivePin->Disconnect();
+        return E_NOINTERFACE;
+    }
+    std::lock_guard<std::mutex> guard(lock_);
+    peer_ = Ref<IPin>(receivePin);
+    input_ = std::move(input);
+    return S_OK;
+}
+
+HRESULT FeedFilter::DisconnectOutput() {
+    Ref<IPin> peer;  // released after the lock
+    Ref<ISampleInput> input;
+    std::lock_guard<std::mutex> guard(lock_);
+    if (!peer_) return S_FALSE;
+    if (state_ != State_Stopped) return GRAPH_E_NOT_STOPPED;
+    peer = std::move(peer_);
+    input = std::move(input_);
+    return S_OK;
+}
+
+HRESULT FeedFilter::OutputPin::QueryInterface(const GUID* iid, void** out) {
+    if (out == nullptr) return E_POINTER;
+    *out = nullptr;
+    if (iid == nullptr) return E_POINTER;
+    if (*iid == IID_IUnknown || *iid == IID_IPin) return Share<IPin>(this, out);
+    return E_NOINTERFACE;
+}
+
+HRESULT FeedFilter::OutputPin::Connect(IPin* receivePin, const MediaType* type) {
+    return owner_.Connect(receivePin, type);
+}
+
+HRESULT FeedFilter::OutputPin::ReceiveConnection(IPin*, const MediaType*) { return GRAPH_E_INVALID_DIRECTION; }
+
+HRESULT FeedFilter::OutputPin::Disconnect() { return owner_.DisconnectOutput(); }
+
+HRESULT FeedFilter::OutputPin::ConnectedTo(IPin** pin) {
+    if (pin == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(owner_.lock_);
+    *pin = owner_.peer_.get();
+    if (*pin == nullptr) return GRAPH_E_NOT_CONNECTED;
+    (*pin)->AddRef();
+    return S_OK;
+}
+
+HRESULT FeedFilter::OutputPin::ConnectionMediaType(MediaType* type) {
+    if (type == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(owner_.lock_);
+    if (!owner_.peer_) return GRAPH_E_NOT_CONNECTED;
+    *type = owner_.OfferedType();
+    return S_OK;
+}
+
+HRESULT FeedFilter::OutputPin::QueryPinInfo(PIN_INFO* info) {
+    if (info == nullptr) return E_POINTER;
+    owner_.AddRef();
+    info->pFilter = &owner_;
+    info->dir = PINDIR_OUTPUT;
+    std::copy(std::begin(kPinName), std::end(kPinName), info->achName);
+    return S_OK;
+}
+
+HRESULT FeedFilter::OutputPin::QueryDirection(PIN_DIRECTION* direction) {
+    if (direction == nullptr) return E_POINTER;
+    *direction = PINDIR_OUTPUT;
+    return S_OK;
+}
+
+HRESULT FeedFilter::OutputPin::QueryAccept(const MediaType* type) {
+    if (type == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(owner_.lock_);
+    return owner_.hasFormat_ && SameType(*type, owner_.OfferedType()) ? S_OK : S_FALSE;
+}
+
+HRESULT FeedFilter::OutputPin::GetMediaType(uint32_t index, MediaType* type) {
+    if (type == nullptr) return E_POINTER;
+    std::lock_guard<std::mutex> guard(owner_.lock_);
+    if (index != 0 || !owner_.hasFormat_) return S_FALSE;
+    *type = owner_.OfferedType();
+    return S_OK;
+}
+
+HRESULT FeedFilter::OutputPin::EndOfStream() { return E_UNEXPECTED; }
+
+}  // namespace audiofeed

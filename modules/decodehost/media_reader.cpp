@@ -1,0 +1,214 @@
+#include "media_reader.h"
+
+#include <cstring>
+
+namespace decodehost {
+
+namespace {
+
+constexpr int32_t kUnknownProperty = static_cast<int32_t>(0x80070490u);
+
+bool IsRecord(const PropertyHeader* record, const GUID& key, size_t size) {
+    return record != nullptr && record->key == key && record->size >= size;
+}
+
+}  // namespace
+
+Reader::~Reader() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        quit_.store(true);
+        span_.fetch_add(1);
+    }
+    wake_.notify_all();
+    if (thread_.joinable()) thread_.join();
+    if (sink_ != nullptr) sink_->Release();
+}
+
+bool Reader::Busy() const {
+    const uint32_t state = state_.load();
+    return spanActive_ || state == kRunning || state == kPaused || state == kStopping;
+}
+
+int32_t Reader::QueryInterface(const GUID* id, void** out) {
+    if (id == nullptr || out == nullptr) return kInvalidArgument;
+    if (*id == IID_PlaybackControl) return Answer(static_cast<PlaybackControl*>(this), out);
+    if (*id == IID_PlaybackStatus) return Answer(static_cast<PlaybackStatus*>(this), out);
+    return kNoInterface;
+}
+
+int32_t Reader::Open(const char* utf8Path, MediaDescription** out) {
+    if (out == nullptr) return kInvalidArgument;
+    *out = nullptr;
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (Busy()) return kNotReady;
+    int error = 0;
+    std::unique_ptr<MediaFile> file = MediaFile::Open(utf8Path, &quit_, &error);
+    if (!file) return kFail;
+    *out = new Description(file->streams());
+    video_.reset();
+    audio_.reset();
+    decoder_.reset();
+    file_ = std::move(file);
+    state_.store(kIdle);
+    return kOk;
+}
+
+int32_t Reader::SelectStream(uint32_t index, MediaStream** out) {
+    if (out != nullptr) *out = nullptr;
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!file_ || Busy()) return kNotReady;
+    if (index >= file_->streams().size()) return kInvalidArgument;
+    const StreamInfo& info = file_->streams()[index].info;
+    if (info.kind != kStreamKindVideo && info.kind != kStreamKindAudio) return kInvalidArgument;
+
+    decoder_.reset();
+    video_.reset();
+    audio_.reset();
+    auto decoder = StreamDecoder::Open(*file_, static_cast<int>(index), &quit_);
+    if (!decoder) return kFail;
+    const AVCodecContext* codec = decoder->codec();
+    if (info.kind == kStreamKindVideo) {
+        if (codec->width <= 0 || codec->height <= 0) return kFail;
+        video_ = std::make_unique<VideoConverter>(codec->width, codec->height);
+    } else {
+        if (codec->ch_layout.nb_channels <= 0 || codec->sample_rate <= 0) return kFail;
+        audio_ = std::make_unique<AudioConverter>(codec->ch_layout.nb_channels, codec->sample_rate);
+    }
+    decoder_ = std::move(decoder);
+    state_.store(kIdle);
+    current_ = 0;
+    stop_ = 0;
+    positionsPending_ = true;
+    if (out != nullptr) *out = new SelectedStream();
+    return kOk;
+}
+
+int32_t Reader::SetSink(Vexel::IPushStream* sink) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (spanActive_) return kNotReady;
+    if (sink != nullptr) sink->AddRef();
+    if (sink_ != nullptr) sink_->Release();
+    sink_ = sink;
+    return kOk;
+}
+
+int32_t Reader::GetProperty(PropertyHeader* record) {
+    if (record == nullptr) return kInvalidArgument;
+    if (!IsRecord(record, KEY_MediaFormat, sizeof(MediaFormat))) return kUnknownProperty;
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!decoder_) return kNotReady;
+
+    auto* format = reinterpret_cast<MediaFormat*>(record);
+    std::memset(&format->payload, 0, sizeof format->payload);
+    if (video_) {
+        VideoFormatPayload& video = format->payload.video;
+        video.width = static_cast<uint32_t>(video_->width());
+        video.height = static_cast<uint32_t>(video_->height());
+        video.pixelFormat = kFormatBgra32;
+        video.frameRate = decoder_->frameRate();
+        // The frame interval in ticks, carried along for whoever wants it.
+        video.formatExtra = static_cast<uint64_t>(decoder_->frameInterval());
+    } else if (audio_) {
+        AudioFormatPayload& audio = format->payload.audio;
+        audio.channels = static_cast<uint32_t>(audio_->channels());
+        audio.samplesPerSecond = static_cast<uint32_t>(audio_->rate());
+        audio.bitsPerSample = kPcmBits;
+    }
+    return kOk;
+}
+
+int32_t Reader::SetProperty(const PropertyHeader* record) {
+    if (record == nullptr) return kInvalidArgument;
+    // The decode mode asks for nothing this host does differently.
+    return IsRecord(record, KEY_DecodeMode, sizeof(DecodeModeProperty)) ? kOk : kUnknownProperty;
+}
+
+int32_t Reader::SetPositions(int64_t* current, uint32_t, int64_t* stop, uint32_t) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (current != nullptr) current_ = *current;
+    if (stop != nullptr) stop_ = *stop;
+    positionsPending_ = true;
+    return kOk;
+}
+
+int32_t Reader::Run() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!decoder_ || sink_ == nullptr) return kNotReady;
+    const uint32_t state = state_.load();
+    if (state == kPaused) {
+        state_.store(kRunning);
+    } else if (state != kRunning) {
+        if (!positionsPending_) return kOk;  // the span was delivered; nothing new to run
+        positionsPending_ = false;
+        next_ = {span_.fetch_add(1) + 1, current_, stop_};
+        state_.store(kRunning);
+        if (!thread_.joinable()) {
+            try {
+                thread_ = std::thread([this] { DeliveryLoop(); });
+            } catch (const std::system_error&) {
+                state_.store(kIdle);
+                positionsPending_ = true;
+                return kFail;
+            }
+        }
+    }
+    lock.unlock();
+    wake_.notify_all();
+    return kOk;
+}
+
+int32_t Reader::Pause() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state_.load() == kRunning) state_.store(kPaused);
+    return kOk;
+}
+
+int32_t Reader::Stop() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        span_.fetch_add(1);  // abandons the span under way, if any
+        positionsPending_ = true;
+        state_.store(inCall_ ? kStopping : kIdle);
+    }
+    wake_.notify_all();
+    return kOk;
+}
+
+int32_t Reader::GetState(uint32_t* state) {
+    if (state == nullptr) return kInvalidArgument;
+    *state = state_.load();
+    return kOk;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+int32_t Description::QueryInterface(const GUID* id, void** out) {
+    return id == nullptr || out == nullptr ? kInvalidArgument : kNoInterface;
+}
+
+int32_t Description::GetStreamCount(uint32_t* count) {
+    if (count == nullptr) return kInvalidArgument;
+    *count = static_cast<uint32_t>(streams_.size());
+    return kOk;
+}
+
+int32_t Description::GetStreamInfo(uint16_t index, uint64_t*, StreamInfo* info, uint64_t*,
+                                   uint64_t* streamDuration, void*) {
+    if (index >= streams_.size()) return kInvalidArgument;
+    if (info != nullptr) *info = streams_[index].info;
+    if (streamDuration != nullptr) *streamDuration = streams_[index].durationTicks;
+    return kOk;
+}
+
+int32_t SelectedStream::QueryInterface(const GUID* id, void** out) {
+    return id == nullptr || out == nullptr ? kInvalidArgument : kNoInterface;
+}
+
+int32_t SelectedStream::SetProperty(const PropertyHeader* record) {
+    if (record == nullptr) return kInvalidArgument;
+    // The stream setup values ask for nothing this host does differently.
+    return IsRecord(record, KEY_StreamSetup, sizeof(StreamSetupProperty)) ? kOk : kUnknownProperty;
+}
+
+}  // namespace decodehost

@@ -1,0 +1,132 @@
+// The reader's delivery thread: decodes the selected stream span by span and pushes the samples.
+#include <pthread.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "media_reader.h"
+#include "pushed_sample.h"
+
+namespace decodehost {
+
+namespace {
+
+int64_t SamplesToTicks(int64_t samples, int rate) { return av_rescale(samples, kTicksPerSecond, rate); }
+int64_t TicksToSamples(int64_t ticks, int rate) { return av_rescale(ticks, rate, kTicksPerSecond); }
+
+}  // namespace
+
+void Reader::DeliveryLoop() {
+    pthread_setname_np(pthread_self(), "vexel-decode");
+    uint64_t done = 0;
+    for (;;) {
+        Span span;
+        {
+            std::unique_lock<std::mutex> lock(mutex_);
+            wake_.wait(lock, [&] {
+                return quit_.load() || (state_.load() == kRunning && next_.id != done && next_.id == span_.load());
+            });
+            if (quit_.load()) return;
+            span = next_;
+            spanActive_ = true;
+        }
+        bool failed = false;
+        try {
+            DeliverSpan(span);
+        } catch (...) {  // out of memory: this span ends, the reader stays usable
+            failed = true;
+        }
+        done = span.id;
+        std::lock_guard<std::mutex> lock(mutex_);
+        spanActive_ = false;
+        if (failed && !Abandoned(span.id)) state_.store(kEnded);
+    }
+}
+
+void Reader::DeliverSpan(const Span& span) {
+    const bool isVideo = video_ != nullptr;
+    const int64_t stop = span.stop > 0 ? span.stop : std::numeric_limits<int64_t>::max();
+    decoder_->Seek(span.current);
+    if (audio_) audio_->Reset();
+
+    for (;;) {
+        if (Abandoned(span.id)) return;
+        int64_t start = 0;
+        AVFrame* frame = decoder_->Next(&start);
+        if (frame == nullptr || start >= stop - kTimeSlack) break;
+
+        Block block;
+        const bool ready = isVideo ? start >= span.current - kTimeSlack && PrepareVideo(frame, start, block)
+                                   : PrepareAudio(frame, start, span, block);
+        if (ready && !CallSink(span.id, &block)) return;
+    }
+    CallSink(span.id, nullptr);
+}
+
+bool Reader::PrepareVideo(AVFrame* frame, int64_t start, Block& block) {
+    buffer_.resize(video_->bytes());
+    if (buffer_.empty() || buffer_.size() > std::numeric_limits<uint32_t>::max()) return false;
+    if (!video_->Convert(frame, buffer_.data())) return false;
+    block.data = buffer_.data();
+    block.size = static_cast<uint32_t>(buffer_.size());
+    block.start = start;
+    block.stop = start + decoder_->frameInterval();
+    return true;
+}
+
+bool Reader::PrepareAudio(AVFrame* frame, int64_t start, const Span& span, Block& block) {
+    const int rate = audio_->rate();
+    const int count = audio_->Convert(frame, buffer_);
+    if (count <= 0) return false;
+
+    // Keep only the samples inside the span.
+    int64_t first = 0, last = count;
+    if (start < span.current) first = std::min<int64_t>(TicksToSamples(span.current - start, rate), count);
+    if (span.stop > 0 && start + SamplesToTicks(count, rate) > span.stop) {
+        last = std::clamp<int64_t>(TicksToSamples(span.stop - start, rate), 0, count);
+    }
+    if (last <= first) return false;
+    const size_t frameBytes = audio_->frameBytes();
+    block.data = buffer_.data() + static_cast<size_t>(first) * frameBytes;
+    block.size = static_cast<uint32_t>(static_cast<size_t>(last - first) * frameBytes);
+    block.start = start + SamplesToTicks(first, rate);
+    block.stop = start + SamplesToTicks(last, rate);
+    return true;
+}
+
+bool Reader::CallSink(uint64_t id, const Block* block) {
+    Vexel::IPushStream* sink = nullptr;
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        wake_.wait(lock, [&] { return Abandoned(id) || state_.load() != kPaused; });
+        if (Abandoned(id)) return false;
+        inCall_ = true;
+        sink = sink_;
+    }
+
+    int32_t status = kOk;
+    if (sink == nullptr) {
+        status = kSampleRefused;
+    } else if (block == nullptr) {
+        sink->EndOfStream();
+    } else {
+        auto* sample = new PushedSample(block->data, block->size, block->start, block->stop,
+                                        video_ ? kMediaKindVideo : kMediaKindAudio);
+        status = sink->Push(sample);
+        sample->Release();
+    }
+
+    std::lock_guard<std::mutex> lock(mutex_);
+    inCall_ = false;
+    if (Abandoned(id)) {
+        if (state_.load() == kStopping) state_.store(kIdle);
+        return false;
+    }
+    if (block == nullptr || status == kSampleRefused) {
+        state_.store(kEnded);
+        return false;
+    }
+    return true;  // other failures drop this sample only
+}
+
+}  // namespace decodehost

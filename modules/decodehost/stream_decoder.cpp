@@ -1,0 +1,177 @@
+#include "stream_decoder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace decodehost {
+
+namespace {
+
+constexpr int kMaxDecodeThreads = 16;
+constexpr int kSeekAttempts = 6;
+
+int DecodeThreads() {
+#if defined(__SANITIZE_THREAD__)
+    // libavcodec's decoding threads hand pictures over through atomics in code ThreadSanitizer
+    // does not see (the library is not instrumented): decode on the delivery thread alone there.
+    return 1;
+#else
+    const unsigned cores = std::thread::hardware_concurrency();
+    return std::clamp(static_cast<int>(cores), 1, kMaxDecodeThreads);
+#endif
+}
+
+}  // namespace
+
+std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index,
+                                                   const std::atomic<bool>* abort) {
+    AVFormatContext* context = file.context();
+    if (index < 0 || static_cast<unsigned>(index) >= context->nb_streams) return nullptr;
+    AVStream* stream = context->streams[index];
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    if (codec == nullptr) return nullptr;
+
+    std::unique_ptr<StreamDecoder> decoder(new StreamDecoder(file, stream, abort));
+    decoder->codec_.reset(avcodec_alloc_context3(codec));
+    decoder->frame_.reset(av_frame_alloc());
+    decoder->packet_.reset(av_packet_alloc());
+    if (!decoder->codec_ || !decoder->frame_ || !decoder->packet_) return nullptr;
+    AVCodecContext* c = decoder->codec_.get();
+    if (avcodec_parameters_to_context(c, stream->codecpar) < 0) return nullptr;
+    c->pkt_timebase = stream->time_base;
+    c->thread_count = DecodeThreads();
+    c->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    if (avcodec_open2(c, codec, nullptr) < 0) return nullptr;
+    if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
+        decoder->frameRate_ = StreamFrameRate(context, stream);
+        if (decoder->frameRate_ > 0.0) decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
+    }
+
+    // Only this stream's packets are wanted from the demuxer.
+    for (unsigned i = 0; i < context->nb_streams; ++i) {
+        context->streams[i]->discard = static_cast<int>(i) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    }
+    return decoder;
+}
+
+void StreamDecoder::Seek(int64_t ticks) {
+    // A picture before the first one decoded would start a frame interval earlier: only if that
+    // is at or after the target was a wanted picture skipped.
+    const int64_t reach = frameInterval_ > 0 ? frameInterval_ - kTimeSlack : kTimeSlack;
+    // A keyframe found by its decoding time may still show a later picture (reordered frames),
+    // and some containers seek imprecisely: step further back until the first picture is early
+    // enough.
+    int64_t back = 0;
+    for (int attempt = 0; attempt < kSeekAttempts; ++attempt) {
+        const int64_t at = ticks - back;
+        SeekTo(at);
+        if (DecodeFirst() && pendingTicks_ < ticks + reach) return;
+        if (at <= 0) break;
+        back = back == 0 ? kTicksPerSecond : back * 2;
+    }
+    // Even the start was missed: read from the first byte where the container allows it.
+    if (Rewind()) DecodeFirst();
+}
+
+void StreamDecoder::SeekTo(int64_t ticks) {
+    if (!(ticks <= 0 && fresh_)) {  // a file just opened is at its start already
+        const int64_t target = file_.FromTicks(std::max<int64_t>(ticks, 0), stream_->time_base);
+        av_seek_frame(file_.context(), stream_->index, target, AVSEEK_FLAG_BACKWARD);
+    }
+    Reset(ticks);
+}
+
+bool StreamDecoder::Rewind() {
+    if (av_seek_frame(file_.context(), -1, 0, AVSEEK_FLAG_BYTE) < 0) return false;
+    Reset(0);
+    return true;
+}
+
+void StreamDecoder::Reset(int64_t ticks) {
+    if (!fresh_) avcodec_flush_buffers(codec_.get());
+    if (packetHeld_) av_packet_unref(packet_.get());
+    packetHeld_ = false;
+    havePending_ = false;
+    fresh_ = false;
+    inputEnded_ = false;
+    nextTicks_ = std::max<int64_t>(ticks, 0);
+}
+
+bool StreamDecoder::DecodeFirst() {
+    havePending_ = Decode(&pendingTicks_) != nullptr;
+    return havePending_;
+}
+
+AVFrame* StreamDecoder::Next(int64_t* ticks) {
+    fresh_ = false;
+    if (havePending_) {
+        havePending_ = false;
+        *ticks = pendingTicks_;
+        return frame_.get();
+    }
+    return Decode(ticks);
+}
+
+AVFrame* StreamDecoder::Decode(int64_t* ticks) {
+    for (;;) {
+        av_frame_unref(frame_.get());
+        const int status = avcodec_receive_frame(codec_.get(), frame_.get());
+        if (status == 0) {
+            *ticks = FrameTicks(frame_.get());
+            return frame_.get();
+        }
+        // Drained, or the decoder failed after the input ended.
+        if (status == AVERROR_EOF || inputEnded_) return nullptr;
+        FeedPacket();  // also after a damaged frame: read on
+    }
+}
+
+void StreamDecoder::FeedPacket() {
+    AVFormatContext* context = file_.context();
+    bool retry = packetHeld_;
+    for (;;) {
+        if (!packetHeld_) {
+            const int status = av_read_frame(context, packet_.get());
+            if (status == AVERROR(EAGAIN) && !(abort_ != nullptr && abort_->load())) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                continue;
+            }
+            if (status < 0) {  // end of input, a read error or a truncated file: drain
+                avcodec_send_packet(codec_.get(), nullptr);
+                inputEnded_ = true;
+                return;
+            }
+            if (packet_->stream_index != stream_->index) {
+                av_packet_unref(packet_.get());
+                continue;
+            }
+        }
+        const int sent = avcodec_send_packet(codec_.get(), packet_.get());
+        // The decoder wants its output taken first; a decoder that still refuses after that
+        // loses the packet rather than stalling the stream.
+        packetHeld_ = sent == AVERROR(EAGAIN) && !retry;
+        if (packetHeld_) return;
+        retry = false;
+        av_packet_unref(packet_.get());
+        if (sent < 0) continue;  // a damaged packet: skip it and read on
+        return;
+    }
+}
+
+int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {
+    int64_t ticks = nextTicks_;
+    if (frame->best_effort_timestamp != AV_NOPTS_VALUE) {
+        ticks = file_.ToTicks(frame->best_effort_timestamp, stream_->time_base);
+    }
+    int64_t length = 0;
+    if (codec_->codec_type == AVMEDIA_TYPE_AUDIO && frame->sample_rate > 0) {
+        length = av_rescale(frame->nb_samples, kTicksPerSecond, frame->sample_rate);
+    } else {
+        length = frameInterval_;
+    }
+    nextTicks_ = ticks + length;
+    return ticks;
+}
+
+}  // namespace decodehost

@@ -1,0 +1,250 @@
+// Generated clips played through the player's exported interface, with the decoder module found
+// beside libVexelPlayer.so: frames and their times, end of stream, play ranges, frame-accurate
+// seeks, lens layouts and bad input.
+#include <cmath>
+
+#include "decodehost_test_support.h"
+#include "vexelplayer.h"
+
+namespace decodehost_test {
+namespace {
+
+struct Shown {
+    int64_t frame = -1;  // drawn frame number
+    int64_t time = 0;    // sample time, ticks
+    bool seek = false;
+};
+
+class PlaybackTest : public testing::Test {
+protected:
+    void SetUp() override { player_ = Create(); }
+    void TearDown() override { Destroy(player_); }
+
+    // Takes the current samples until the end marker arrives; false if it does not.
+    bool PlayToEnd(std::vector<Shown>& shown) {
+        bool ended = false;
+        const bool done = WaitUntil([&] {
+            InlayBuffer_Release(GetCurrentViewSample(player_));
+            if (InlayBuffer* pre = GetCurrentPreSample(player_)) {
+                if (InlayBuffer_GetWidth(pre) == 0) {
+                    ended = true;
+                } else {
+                    shown.push_back(Read(pre));
+                }
+                InlayBuffer_Release(pre);
+            }
+            return ended;
+        });
+        return done && ended;
+    }
+
+    // The picture a seek presents: the last one before the end marker that closes the seek (the
+    // marker carries the seek flag; the picture itself need not). The caller stops the player
+    // before the next seek: requests wait while the player is Seeking.
+    Shown SeekTo(int64_t time) {
+        Seek(player_, time);
+        Shown shown;
+        bool closed = false;
+        const bool found = WaitUntil([&] {
+            InlayBuffer_Release(GetCurrentViewSample(player_));
+            if (InlayBuffer* pre = GetCurrentPreSample(player_)) {
+                if (InlayBuffer_GetWidth(pre) != 0) {
+                    shown = Read(pre);
+                } else {
+                    closed = InlayBuffer_GetSeek(pre);
+                }
+                InlayBuffer_Release(pre);
+            }
+            return closed;
+        });
+        EXPECT_TRUE(found) << "no end of the seek to " << time;
+        return shown;
+    }
+
+    static Shown Read(InlayBuffer* sample) {
+        return {FrameNumber(InlayBuffer_GetBuffer(sample), static_cast<int>(InlayBuffer_GetWidth(sample)),
+                            static_cast<int>(InlayBuffer_GetHeight(sample))),
+                static_cast<int64_t>(InlayBuffer_GetTime(sample)), InlayBuffer_GetSeek(sample)};
+    }
+
+    static std::vector<int64_t> Frames(const std::vector<Shown>& shown) {
+        std::vector<int64_t> frames;
+        for (const Shown& s : shown) frames.push_back(s.frame);
+        return frames;
+    }
+
+    static std::vector<int64_t> Sequence(int64_t first, int64_t last) {
+        std::vector<int64_t> frames;
+        for (int64_t n = first; n <= last; ++n) frames.push_back(n);
+        return frames;
+    }
+
+    PlayerHandle player_ = nullptr;
+};
+
+TEST_F(PlaybackTest, OpensAndDescribesAClip) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    EXPECT_EQ(GetWidth(player_), 64u);
+    EXPECT_EQ(GetHeight(player_), 32u);
+    EXPECT_DOUBLE_EQ(GetFrameRate(player_), 10.0);
+    uint64_t start = 1, end = 0;
+    GetRange(player_, &start, &end);
+    EXPECT_EQ(start, 0u);
+    EXPECT_EQ(end, static_cast<uint64_t>(2 * kSecond));
+}
+
+TEST_F(PlaybackTest, PresentsEveryFrameAtItsTimeThenTheEnd) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(0, 19));
+    for (const Shown& s : shown) {
+        EXPECT_EQ(s.time, s.frame * kFrame);
+        EXPECT_FALSE(s.seek);
+    }
+    EXPECT_EQ(GetCurrentPlayTime(player_), 19 * kFrame);
+
+    // Stop and play again: the whole clip once more.
+    Stop(player_);
+    Play(player_, 0);
+    shown.clear();
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(0, 19));
+}
+
+TEST_F(PlaybackTest, PlaysOnlyTheRange) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), kSecond / 2, kSecond * 125 / 100, 0), 0);
+    uint64_t start = 0, end = 0;
+    GetRange(player_, &start, &end);
+    ASSERT_EQ(start, static_cast<uint64_t>(kSecond / 2));
+    ASSERT_EQ(end, static_cast<uint64_t>(kSecond * 125 / 100));
+    Play(player_, static_cast<int64_t>(start));
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(5, 12));
+}
+
+TEST_F(PlaybackTest, SeekShowsTheFrameNearestTheTarget) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    // Targets inside keyframe intervals, forwards and backwards, near the start and the end.
+    for (const double seconds : {0.73, 1.46, 0.33, 1.77, 0.04, 1.92, 0.96, 1.04}) {
+        const int64_t target = std::llround(seconds * kSecond);
+        const Shown shown = SeekTo(target);
+        Stop(player_);
+        const int64_t nearest = std::llround(seconds * 10);
+        EXPECT_EQ(shown.frame, nearest) << "seek to " << seconds << " s";
+        EXPECT_EQ(shown.time, nearest * kFrame) << "seek to " << seconds << " s";
+    }
+}
+
+TEST_F(PlaybackTest, PlayAfterASeekGoesOnFromThere) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    ASSERT_TRUE(WaitUntil([&] { return GetCurrentPlayTime(player_) >= 2 * kFrame; }));
+    EXPECT_EQ(SeekTo(15 * kFrame).frame, 15);
+    Play(player_, 15 * kFrame);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    ASSERT_FALSE(shown.empty());
+    EXPECT_EQ(Frames(shown).back(), 19);
+    EXPECT_GE(Frames(shown).front(), 15);
+}
+
+TEST_F(PlaybackTest, PauseHoldsThePictureAndPlayResumes) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(WaitUntil([&] {
+        if (InlayBuffer* pre = GetCurrentPreSample(player_)) {
+            shown.push_back(Read(pre));
+            InlayBuffer_Release(pre);
+        }
+        return shown.size() >= 3;
+    }));
+    Pause(player_);
+    const int64_t pausedAt = GetCurrentPlayTime(player_);
+    std::this_thread::sleep_for(milliseconds(400));
+    EXPECT_LE(GetCurrentPlayTime(player_), pausedAt + kFrame) << "at most a frame already due";
+    Play(player_, 0);  // resumes; the time is not used
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(0, 19)) << "no frame lost or repeated across the pause";
+}
+
+TEST_F(PlaybackTest, PartialPanoramaPlays) {
+    ASSERT_EQ(Open(player_, Clip("partial.mp4").c_str(), 0, 0, 0), 0);
+    EXPECT_EQ(GetWidth(player_), 64u);
+    EXPECT_EQ(GetHeight(player_), 16u);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(0, 9));
+}
+
+TEST_F(PlaybackTest, DualFisheyeClipPlaysAsItsLayoutAsks) {
+    // Taken as it is, the picture still carries its frame numbers.
+    ASSERT_EQ(Open(player_, Clip("dual-fisheye.mp4").c_str(), 0, 0, 0), 0);
+    EXPECT_EQ(GetWidth(player_), 64u);
+    EXPECT_EQ(GetHeight(player_), 32u);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(0, 9));
+
+    // As a dual-fisheye recording the pictures are unwrapped (or dropped where unwrapping is not
+    // available); either way playback reaches the end.
+    ASSERT_EQ(Open(player_, Clip("dual-fisheye.mp4").c_str(), 0, 0, 3), 0);
+    Play(player_, 0);
+    shown.clear();
+    EXPECT_TRUE(PlayToEnd(shown));
+    EXPECT_LE(shown.size(), 10u);
+}
+
+TEST_F(PlaybackTest, ClipWithoutSoundPlays) {
+    ASSERT_EQ(Open(player_, Clip("silent.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_EQ(Frames(shown), Sequence(0, 9));
+}
+
+TEST_F(PlaybackTest, CutClipPlaysWhatItHoldsThenEnds) {
+    ASSERT_EQ(Open(player_, Clip("cut.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    ASSERT_FALSE(shown.empty());
+    EXPECT_LT(shown.size(), 20u);
+    EXPECT_EQ(Frames(shown), Sequence(0, static_cast<int64_t>(shown.size()) - 1));
+}
+
+TEST_F(PlaybackTest, DamagedClipPlaysToTheEnd) {
+    ASSERT_EQ(Open(player_, Clip("damaged.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    ASSERT_TRUE(PlayToEnd(shown));
+    EXPECT_GE(shown.size(), 10u);
+}
+
+TEST_F(PlaybackTest, OpenFailsForWhatHoldsNoVideo) {
+    EXPECT_EQ(Open(player_, Clip("no-such-file.mp4").c_str(), 0, 0, 0), -1);
+    EXPECT_EQ(Open(player_, Clip("not-media.mp4").c_str(), 0, 0, 0), -1);
+    EXPECT_EQ(Open(player_, Clip("sound.m4a").c_str(), 0, 0, 0), -1);
+    EXPECT_EQ(Open(player_, "", 0, 0, 0), -1);
+    // The player is still good for a real clip.
+    ASSERT_EQ(Open(player_, Clip("silent.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    std::vector<Shown> shown;
+    EXPECT_TRUE(PlayToEnd(shown));
+}
+
+TEST_F(PlaybackTest, DestroyWhilePlayingEndsCleanly) {
+    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    Play(player_, 0);
+    ASSERT_TRUE(WaitUntil([&] { return GetCurrentPlayTime(player_) > 0; }));
+    Destroy(player_);
+    player_ = nullptr;  // TearDown's Destroy(nullptr) does nothing
+}
+
+}  // namespace
+}  // namespace decodehost_test

@@ -1,0 +1,375 @@
+// The codec host driven directly through its interfaces, as the player drives it: stream
+// descriptions, output formats, the samples of a span, and the reader's states.
+#include <dlfcn.h>
+
+#include <cmath>
+#include <numeric>
+
+#include "common/counted_ref.h"
+#include "recording_sink.h"
+#include "vexel/codec_host.h"
+
+namespace decodehost_test {
+namespace {
+
+using vexel::CountedRef;
+
+constexpr uint32_t kIdle = 0, kPaused = 1, kEnded = 3, kStopping = 4;
+
+CreateCodecHostFn Entry() {
+    static void* module = dlopen(DECODEHOST_MODULE, RTLD_NOW | RTLD_LOCAL);
+    return module ? reinterpret_cast<CreateCodecHostFn>(dlsym(module, kCreateCodecHostSymbol)) : nullptr;
+}
+
+class ReaderTest : public testing::Test {
+protected:
+    void SetUp() override {
+        CreateCodecHostFn create = Entry();
+        ASSERT_NE(create, nullptr) << dlerror();
+        CodecHost* host = nullptr;
+        ASSERT_EQ(create(&host), 0);
+        host_ = CountedRef<CodecHost>::Adopt(host);
+        host_->CreateReader(reader_.put());
+        ASSERT_TRUE(reader_);
+    }
+
+    void TearDown() override {
+        status_.reset();
+        control_.reset();
+        reader_.reset();  // joins the delivery thread
+        EXPECT_EQ(sink_.References(), 1u) << "the reader kept a reference on the sink";
+    }
+
+    // Opens `clip` and selects its first stream of `kind`; returns the stream's description.
+    StreamInfo OpenStream(const std::string& clip, uint32_t kind, uint64_t* duration = nullptr) {
+        CountedRef<MediaDescription> description;
+        EXPECT_EQ(reader_->Open(Clip(clip).c_str(), description.put()), 0);
+        if (!description) return {};
+        uint32_t count = 0;
+        description->GetStreamCount(&count);
+        for (uint32_t i = 0; i < count; ++i) {
+            StreamInfo info{};
+            uint64_t first = 0, second = 0, ticks = 0;
+            description->GetStreamInfo(static_cast<uint16_t>(i), &first, &info, &second, &ticks, nullptr);
+            if (info.kind != kind) continue;
+            CountedRef<MediaStream> stream;
+            EXPECT_EQ(reader_->SelectStream(i, stream.put()), 0);
+            EXPECT_TRUE(stream);
+            reader_->SetSink(&sink_);
+            control_.QueryFrom(reader_.get(), IID_PlaybackControl);
+            status_.QueryFrom(control_.get(), IID_PlaybackStatus);
+            if (duration != nullptr) *duration = ticks;
+            return info;
+        }
+        ADD_FAILURE() << clip << " has no stream of kind " << kind;
+        return {};
+    }
+
+    MediaFormat Format() {
+        MediaFormat format = MakeMediaFormatRequest();
+        EXPECT_EQ(reader_->GetProperty(&format.header), 0);
+        return format;
+    }
+
+    void Span(int64_t current, int64_t stop) {
+        ASSERT_TRUE(control_);
+        control_->SetPositions(&current, 0, &stop, 0);
+        ASSERT_EQ(control_->Run(), 0);
+    }
+
+    uint32_t State() {
+        uint32_t state = 99;
+        status_->GetState(&state);
+        return state;
+    }
+
+    bool WaitForState(uint32_t state) {
+        return WaitUntil([&] { return State() == state; });
+    }
+
+    CountedRef<CodecHost> host_;
+    CountedRef<MediaReader> reader_;
+    CountedRef<PlaybackControl> control_;
+    CountedRef<PlaybackStatus> status_;
+    RecordingSink sink_{128, 64};
+};
+
+std::vector<int64_t> Frames(const std::vector<PushedRecord>& records) {
+    std::vector<int64_t> frames;
+    for (const PushedRecord& r : records) frames.push_back(r.frame);
+    return frames;
+}
+
+std::vector<int64_t> Sequence(int64_t first, int64_t last) {
+    std::vector<int64_t> frames(static_cast<size_t>(last - first + 1));
+    std::iota(frames.begin(), frames.end(), first);
+    return frames;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Descriptions and formats
+
+TEST_F(ReaderTest, DescribesVideoAndSoundStreams) {
+    CountedRef<MediaDescription> description;
+    ASSERT_EQ(reader_->Open(Clip("equirect.mp4").c_str(), description.put()), 0);
+    uint32_t count = 0;
+    description->GetStreamCount(&count);
+    ASSERT_EQ(count, 2u);
+
+    StreamInfo video{}, audio{};
+    uint64_t first = 7, second = 0, videoTicks = 0, audioTicks = 0;
+    description->GetStreamInfo(0, &first, &video, &second, &videoTicks, nullptr);
+    description->GetStreamInfo(1, &first, &audio, &second, &audioTicks, nullptr);
+    EXPECT_EQ(video.kind, kStreamKindVideo);
+    EXPECT_EQ(video.width, 128u);
+    EXPECT_EQ(video.height, 64u);
+    EXPECT_DOUBLE_EQ(video.frameRate, 10.0);
+    EXPECT_NEAR(video.duration, 2.0, 1e-6);
+    EXPECT_EQ(videoTicks, static_cast<uint64_t>(2 * kSecond));
+    EXPECT_EQ(audio.kind, kStreamKindAudio);
+    EXPECT_EQ(audio.channels, 2u);
+    EXPECT_EQ(audio.samplesPerSecond, 48000u);
+    EXPECT_EQ(audio.bitsPerSample, 16u);
+
+    StreamInfo beyond{};
+    EXPECT_LT(description->GetStreamInfo(2, &first, &beyond, &second, &videoTicks, nullptr), 0);
+}
+
+TEST_F(ReaderTest, ReportsTheDeliveredFormats) {
+    CountedRef<MediaDescription> description;
+    ASSERT_EQ(reader_->Open(Clip("equirect.mp4").c_str(), description.put()), 0);
+    MediaFormat format = MakeMediaFormatRequest();
+    EXPECT_LT(reader_->GetProperty(&format.header), 0) << "no format before a stream is selected";
+
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    format = Format();
+    EXPECT_EQ(format.payload.video.width, 128u);
+    EXPECT_EQ(format.payload.video.height, 64u);
+    EXPECT_EQ(format.payload.video.pixelFormat, 11u);
+    EXPECT_DOUBLE_EQ(format.payload.video.frameRate, 10.0);
+
+    OpenStream("equirect.mp4", kStreamKindAudio);
+    format = Format();
+    EXPECT_EQ(format.payload.audio.channels, 2u);
+    EXPECT_EQ(format.payload.audio.samplesPerSecond, 48000u);
+    EXPECT_EQ(format.payload.audio.bitsPerSample, 16u);
+}
+
+TEST_F(ReaderTest, RefusesWhatItCannotOpenOrSelect) {
+    CountedRef<MediaDescription> description;
+    EXPECT_LT(reader_->Open(Clip("no-such-file.mp4").c_str(), description.put()), 0);
+    EXPECT_FALSE(description);
+    EXPECT_LT(reader_->Open(Clip("not-media.mp4").c_str(), description.put()), 0);
+    EXPECT_FALSE(description);
+    EXPECT_LT(reader_->Open(nullptr, description.put()), 0);
+
+    ASSERT_EQ(reader_->Open(Clip("sound.m4a").c_str(), description.put()), 0);
+    CountedRef<MediaStream> stream;
+    EXPECT_LT(reader_->SelectStream(5, stream.put()), 0);
+    EXPECT_FALSE(stream);
+    control_.QueryFrom(reader_.get(), IID_PlaybackControl);
+    ASSERT_TRUE(control_);
+    EXPECT_LT(control_->Run(), 0) << "nothing selected, nothing to run";
+}
+
+// ---------------------------------------------------------------------------------------------
+// Pictures
+
+TEST_F(ReaderTest, DeliversEveryPictureBottomUpWithItsTimes) {
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<PushedRecord> records = sink_.Records();
+    EXPECT_EQ(Frames(records), Sequence(0, 19));
+    for (const PushedRecord& r : records) {
+        EXPECT_EQ(r.kind, kMediaKindVideo);
+        EXPECT_EQ(r.size, 128u * 64u * 4u);
+        EXPECT_EQ(r.start, r.frame * kFrame);
+        EXPECT_EQ(r.stop, r.start + kFrame);
+    }
+    EXPECT_EQ(sink_.EndOfStreams(), 1);
+}
+
+class ReaderSpanTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
+    OpenStream(GetParam(), kStreamKindVideo);
+    // Inside the second keyframe interval: the frames before 1.35 s are decoded and dropped.
+    Span(kSecond * 135 / 100, kSecond * 175 / 100);
+    ASSERT_TRUE(WaitForState(kEnded));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(14, 17));
+
+    // Spans of one frame around a time, as the player asks for a seek: backwards, on a
+    // keyframe, just before one (its picture comes after reordered ones), near both ends.
+    for (const int64_t frame : {7, 10, 9, 19, 0, 15}) {
+        sink_.Clear();
+        Span(frame * kFrame - kFrame / 2, frame * kFrame + kFrame / 2);
+        ASSERT_TRUE(WaitForState(kEnded));
+        const std::vector<PushedRecord> records = sink_.Records();
+        EXPECT_EQ(Frames(records), Sequence(frame, frame)) << "span round frame " << frame;
+        if (!records.empty()) {
+            EXPECT_EQ(records[0].start, frame * kFrame);
+        }
+        EXPECT_EQ(sink_.EndOfStreams(), 1);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest, testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
+                         [](const testing::TestParamInfo<const char*>& info) {
+                             std::string name = info.param;
+                             return name.substr(0, name.find('.'));
+                         });
+
+TEST_F(ReaderTest, EndedSpanIsNotRepeatedWithoutNewPositions) {
+    OpenStream("silent.mp4", kStreamKindVideo);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const size_t delivered = sink_.Count();
+    EXPECT_EQ(control_->Run(), 0);  // a player resuming after the end
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(sink_.Count(), delivered);
+    EXPECT_EQ(State(), kEnded);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Sound
+
+TEST_F(ReaderTest, DeliversContinuousPcmWithTheBeeps) {
+    OpenStream("equirect.mp4", kStreamKindAudio);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<PushedRecord> records = sink_.Records();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.front().start, 0);
+
+    std::vector<int16_t> pcm;
+    for (size_t i = 0; i < records.size(); ++i) {
+        EXPECT_EQ(records[i].kind, kMediaKindAudio);
+        EXPECT_EQ(records[i].size % 4, 0u) << "whole stereo 16-bit sample frames";
+        EXPECT_EQ(records[i].stop - records[i].start, static_cast<int64_t>(records[i].pcm.size() / 2) * kSecond / 48000);
+        if (i > 0) {
+            EXPECT_NEAR(records[i].start, records[i - 1].stop, 1) << "block " << i;
+        }
+        pcm.insert(pcm.end(), records[i].pcm.begin(), records[i].pcm.end());
+    }
+    EXPECT_NEAR(static_cast<double>(pcm.size() / 2), 2 * 48000.0, 1024.0);
+
+    // Loud during the first tenth of each second, silent in the middle of it.
+    auto level = [&](double from, double to) {
+        double sum = 0;
+        const size_t a = static_cast<size_t>(from * 48000) * 2, b = static_cast<size_t>(to * 48000) * 2;
+        for (size_t i = a; i < b && i < pcm.size(); ++i) sum += std::abs(pcm[i]);
+        return sum / static_cast<double>(b - a);
+    };
+    for (int second : {0, 1}) {
+        EXPECT_GT(level(second + 0.02, second + 0.08), 3000.0) << "beep at " << second << " s";
+        EXPECT_LT(level(second + 0.3, second + 0.9), 50.0) << "silence after " << second << " s";
+    }
+}
+
+TEST_F(ReaderTest, SoundSpanIsCutToTheSample) {
+    OpenStream("equirect.mp4", kStreamKindAudio);
+    Span(kSecond / 2, kSecond);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<PushedRecord> records = sink_.Records();
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(records.front().start, kSecond / 2);
+    EXPECT_EQ(records.back().stop, kSecond);
+    size_t samples = 0;
+    for (const PushedRecord& r : records) samples += r.pcm.size() / 2;
+    EXPECT_EQ(samples, 24000u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// States: refusal, pause, stop, destruction
+
+TEST_F(ReaderTest, RefusedPushEndsTheSpanWithoutEndOfStream) {
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    sink_.RefuseAfter(3);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(sink_.Count(), 3u);
+    EXPECT_EQ(sink_.Refused(), 1);
+    EXPECT_EQ(sink_.EndOfStreams(), 0);
+
+    // The reader takes a new span afterwards.
+    sink_.RefuseAfter(-1);
+    sink_.Clear();
+    Span(15 * kFrame, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(15, 19));
+}
+
+TEST_F(ReaderTest, PauseHoldsDeliveryAndRunResumesWhereItWas) {
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    sink_.Hold(true);
+    Span(0, 0);
+    ASSERT_TRUE(WaitUntil([&] { return sink_.InPush(); }));
+    control_->Pause();
+    EXPECT_EQ(State(), kPaused);
+    sink_.Hold(false);  // the push under way completes; nothing follows while paused
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_EQ(sink_.Count(), 1u);
+
+    ASSERT_EQ(control_->Run(), 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
+}
+
+TEST_F(ReaderTest, StopDuringAPushReportsStoppingUntilItReturns) {
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    sink_.Hold(true);
+    Span(0, 0);
+    ASSERT_TRUE(WaitUntil([&] { return sink_.InPush(); }));
+    control_->Stop();
+    EXPECT_EQ(State(), kStopping) << "a sink call is still under way";
+    sink_.Hold(false);
+    ASSERT_TRUE(WaitForState(kIdle));
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(sink_.Count(), 1u) << "nothing more of the stopped span";
+    EXPECT_EQ(sink_.EndOfStreams(), 0);
+
+    // Run after Stop delivers the positioned span again.
+    sink_.Clear();
+    ASSERT_EQ(control_->Run(), 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
+}
+
+TEST_F(ReaderTest, ReleasingARunningReaderEndsDelivery) {
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    Span(0, 0);
+    ASSERT_TRUE(WaitUntil([&] { return sink_.Count() > 0; }));
+    // TearDown drops the last references while the reader may still be delivering, and checks
+    // that the sink got its reference back.
+}
+
+// ---------------------------------------------------------------------------------------------
+// Damaged input
+
+TEST_F(ReaderTest, CutFilePlaysWhatItHoldsAndEnds) {
+    OpenStream("cut.mp4", kStreamKindVideo);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<int64_t> frames = Frames(sink_.Records());
+    ASSERT_FALSE(frames.empty());
+    EXPECT_LT(frames.size(), 20u);
+    EXPECT_EQ(frames, Sequence(0, static_cast<int64_t>(frames.size()) - 1));
+    EXPECT_EQ(sink_.EndOfStreams(), 1);
+}
+
+TEST_F(ReaderTest, DamagedPacketsAreSkipped) {
+    OpenStream("damaged.mp4", kStreamKindVideo);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<PushedRecord> records = sink_.Records();
+    EXPECT_GE(records.size(), 10u);
+    for (size_t i = 1; i < records.size(); ++i) {
+        EXPECT_GT(records[i].start, records[i - 1].start);
+    }
+    EXPECT_EQ(sink_.EndOfStreams(), 1);
+}
+
+}  // namespace
+}  // namespace decodehost_test

@@ -1,0 +1,104 @@
+// AudioRenderer: the runtime's audio renderer filter (CLSID_AudioRenderer). Its one input pin takes
+// PCM (8 or 16 bits, 1 to 8 channels) and places each block at its stream time, counted from the
+// instant the filter runs; gaps play as silence. Pausing holds the position and keeps what is
+// queued; stopping drops it at once and returns to stream time 0. About two seconds may wait; a
+// Receive beyond that blocks until the sound plays on, and returns at once when the filter stops.
+//
+// The device (AudioDevice: SDL, or the silent fallback) is opened when the pin is connected, starts
+// with the first run and then plays continuously, silence while paused or stopped, until the pin is
+// disconnected or the filter goes away.
+//
+// Threads: any. `lock_` guards the state and the queue, and is the only lock the device's thread
+// takes; `connectionLock_` serialises connecting and disconnecting and owns the device, and is
+// never taken while holding `lock_`.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "common/counted_ref.h"
+#include "platform/audio_device.h"
+#include "platform/com_object.h"
+#include "platform/pcm_timeline.h"
+
+namespace vexel {
+
+class AudioRenderer final : public ComObject<IBaseFilter, IBasicAudio> {
+public:
+    // A new renderer asked for `iid`.
+    static HRESULT Create(const GUID* iid, void** out);
+    // True for the PCM types the renderer plays.
+    static bool Accepts(const MediaType& type);
+
+    HRESULT QueryInterface(const GUID* iid, void** out) override;
+
+    // IMediaFilter, IBaseFilter
+    HRESULT Stop() override;
+    HRESULT Pause() override;
+    HRESULT Run() override;
+    HRESULT GetState(uint32_t timeoutMs, FILTER_STATE* state) override;
+    HRESULT EnumPins(IEnumPins** out) override;
+    HRESULT QueryFilterInfo(FILTER_INFO* info) override;
+    HRESULT JoinFilterGraph(IFilterGraph* graph, const char16_t* name) override;
+
+    // IBasicAudio
+    HRESULT put_Volume(int32_t volume) override;
+    HRESULT get_Volume(int32_t* volume) override;
+
+private:
+    // The input pin lives inside the filter and counts its references on the filter.
+    class InputPin final : public IPin, public ISampleInput {
+    public:
+        explicit InputPin(AudioRenderer& owner) : owner_(owner) {}
+        HRESULT QueryInterface(const GUID* iid, void** out) override;
+        uint32_t AddRef() override { return owner_.AddRef(); }
+        uint32_t Release() override { return owner_.Release(); }
+
+        HRESULT Connect(IPin* receivePin, const MediaType* type) override;
+        HRESULT ReceiveConnection(IPin* connector, const MediaType* type) override;
+        HRESULT Disconnect() override;
+        HRESULT ConnectedTo(IPin** pin) override;
+        HRESULT ConnectionMediaType(MediaType* type) override;
+        HRESULT QueryPinInfo(PIN_INFO* info) override;
+        HRESULT QueryDirection(PIN_DIRECTION* direction) override;
+        HRESULT QueryAccept(const MediaType* type) override;
+        HRESULT GetMediaType(uint32_t index, MediaType* type) override;
+        HRESULT EndOfStream() override;
+        HRESULT Receive(const uint8_t* data, uint32_t size, int64_t start, int64_t stop) override;
+
+    private:
+        AudioRenderer& owner_;
+    };
+
+    AudioRenderer() = default;
+    ~AudioRenderer() override;
+
+    HRESULT ReceiveConnection(IPin* connector, const MediaType* type);
+    HRESULT DisconnectInput();
+    HRESULT Receive(const uint8_t* data, uint32_t size, int64_t start);
+    // The device's request for the next frames.
+    void Pull(uint8_t* out, uint32_t frames, PerfClock::time_point firstFrameAt, const WAVEFORMATEX& format);
+
+    InputPin pin_{*this};
+    std::atomic<int32_t> volume_{0};
+
+    std::mutex connectionLock_;  // connecting, disconnecting, device_
+    std::unique_ptr<AudioDevice> device_;
+
+    std::mutex lock_;  // everything below
+    std::condition_variable room_;  // the queue shrank or the filter stopped
+    FILTER_STATE state_ = State_Stopped;
+    IFilterGraph* graph_ = nullptr;  // no reference: the graph holds the filter
+    std::u16string name_;
+    CountedRef<IPin> peer_;
+    MediaType type_{};
+    std::unique_ptr<PcmTimeline> timeline_;  // while connected
+    size_t bound_ = 0;                       // bytes that may wait
+    bool runStartPending_ = false;           // the next pull begins the stream at runAt_
+    PerfClock::time_point runAt_;
+};
+
+}  // namespace vexel

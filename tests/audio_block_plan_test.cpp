@@ -1,0 +1,223 @@
+// How a decoded audio block is shifted and split around a time freeze: the worked example, the
+// block-boundary cases, frame alignment and the clamping that keeps every piece inside the data.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "audio/audio_block_plan.h"
+#include "engine/time_freeze.h"
+
+namespace vexel {
+namespace {
+
+constexpr int64_t kTicksPerMs = 10000;
+
+// A block of `ms` milliseconds at `startMs`, looked up in `freezes` as the engine does.
+AudioBlockInput Block(const TimeFreezeList& freezes, double startMs, double ms, uint32_t bytesPerMs,
+                      uint32_t frameBytes) {
+    AudioBlockInput in;
+    in.start = static_cast<int64_t>(startMs * kTicksPerMs);
+    in.stop = static_cast<int64_t>((startMs + ms) * kTicksPerMs);
+    in.size = static_cast<uint32_t>(ms * bytesPerMs);
+    const FreezeShift atStart = freezes.ShiftAt(static_cast<float>(startMs));
+    const FreezeShift atStop = freezes.ShiftAt(static_cast<float>(startMs + ms));
+    in.shiftStart = atStart.shift;
+    in.lastStart = atStart.lastTime;
+    in.shiftStop = atStop.shift;
+    in.lastStop = atStop.lastTime;
+    in.lastDuration = atStop.lastDuration;
+    in.bytesPerMs = bytesPerMs;
+    in.frameBytes = frameBytes;
+    return in;
+}
+
+// A freeze list holding `segments`.
+class Freezes : public TimeFreezeList {
+public:
+    explicit Freezes(const std::vector<FreezeSegment>& segments) {
+        std::vector<double> times, durations;
+        for (const FreezeSegment& s : segments) {
+            times.push_back(s.time);
+            durations.push_back(s.duration);
+        }
+        Set(times.data(), durations.data(), static_cast<int32_t>(segments.size()));
+    }
+};
+
+std::vector<uint8_t> Numbered(uint32_t size) {
+    std::vector<uint8_t> bytes(size);
+    for (uint32_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(1 + i % 251);  // never 0
+    return bytes;
+}
+
+// The whole split block, piece after piece.
+std::vector<uint8_t> Joined(const AudioBlockPlan& plan, const std::vector<uint8_t>& block) {
+    std::vector<uint8_t> out;
+    for (uint32_t i = 0; i < plan.PieceCount(); ++i) {
+        const AudioPiece piece = plan.Piece(i);
+        std::vector<uint8_t> bytes(piece.size);
+        plan.Fill(block.data(), piece, bytes.data(), 0);
+        out.insert(out.end(), bytes.begin(), bytes.end());
+    }
+    return out;
+}
+
+// 48 kHz, 2 channels, 16 bits: 192 bytes per millisecond, 4 bytes per frame.
+constexpr uint32_t kBytesPerMs = 192, kFrame = 4;
+
+TEST(AudioBlockPlan, WorkedExampleFreezeFiveMillisecondsIntoATwentyMillisecondBlock) {
+    const Freezes freezes({{1005, 500}});
+    const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+    ASSERT_TRUE(plan.Split());
+    EXPECT_EQ(plan.HeadBytes(), 960u);
+    EXPECT_EQ(plan.SilenceBytes(), 96000u);
+    EXPECT_EQ(plan.TailBytes(), 2880u);
+    EXPECT_EQ(plan.TotalBytes(), 99840u);
+    ASSERT_EQ(plan.PieceCount(), 26u);
+    for (uint32_t i = 0; i < 26; ++i) {
+        const AudioPiece piece = plan.Piece(i);
+        EXPECT_EQ(piece.size, 3840u);
+        EXPECT_EQ(piece.offset, i * 3840u);
+        // The first piece keeps the block's own times; each next one is 20 ms later.
+        EXPECT_EQ(piece.start, (1000 + 20 * int64_t{i}) * kTicksPerMs) << i;
+        EXPECT_EQ(piece.stop, (1020 + 20 * int64_t{i}) * kTicksPerMs) << i;
+    }
+
+    const std::vector<uint8_t> block = Numbered(3840);
+    const std::vector<uint8_t> out = Joined(plan, block);
+    ASSERT_EQ(out.size(), 99840u);
+    EXPECT_TRUE(std::equal(block.begin(), block.begin() + 960, out.begin()));
+    EXPECT_TRUE(std::all_of(out.begin() + 960, out.begin() + 960 + 96000, [](uint8_t b) { return b == 0; }));
+    EXPECT_TRUE(std::equal(block.begin() + 960, block.end(), out.begin() + 96960));
+}
+
+TEST(AudioBlockPlan, EarlierFreezesShiftTheBlockAndItsSplit) {
+    const Freezes freezes({{200, 300}, {1005, 500}});
+    const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+    ASSERT_TRUE(plan.Split());
+    EXPECT_EQ(plan.MappedStart(), 1300 * kTicksPerMs);
+    EXPECT_EQ(plan.HeadBytes(), 960u);
+    EXPECT_EQ(plan.Piece(0).start, 1300 * kTicksPerMs);
+    EXPECT_EQ(plan.Piece(25).stop, (1300 + 26 * 20) * kTicksPerMs);
+}
+
+TEST(AudioBlockPlan, BlockBoundaries) {
+    {  // before the first freeze: its own times, no split
+        const AudioBlockPlan plan(Block(Freezes({{1005, 500}}), 500, 20, kBytesPerMs, kFrame));
+        EXPECT_FALSE(plan.Split());
+        EXPECT_EQ(plan.PieceCount(), 1u);
+        EXPECT_EQ(plan.MappedStart(), 500 * kTicksPerMs);
+        EXPECT_EQ(plan.MappedStop(), 520 * kTicksPerMs);
+    }
+    {  // a freeze at the block's start shifts it but inserts nothing
+        const AudioBlockPlan plan(Block(Freezes({{1000, 500}}), 1000, 20, kBytesPerMs, kFrame));
+        EXPECT_FALSE(plan.Split());
+        EXPECT_EQ(plan.MappedStart(), 1500 * kTicksPerMs);
+        EXPECT_EQ(plan.MappedStop(), 1520 * kTicksPerMs);
+    }
+    {  // a freeze at the block's stop: the whole block first, the silence after it
+        const AudioBlockPlan plan(Block(Freezes({{1020, 500}}), 1000, 20, kBytesPerMs, kFrame));
+        ASSERT_TRUE(plan.Split());
+        EXPECT_EQ(plan.HeadBytes(), 3840u);
+        EXPECT_EQ(plan.TailBytes(), 0u);
+        EXPECT_EQ(plan.SilenceBytes(), 96000u);
+        EXPECT_EQ(plan.MappedStart(), 1000 * kTicksPerMs);
+        const std::vector<uint8_t> block = Numbered(3840);
+        const std::vector<uint8_t> out = Joined(plan, block);
+        EXPECT_TRUE(std::equal(block.begin(), block.end(), out.begin()));
+        EXPECT_TRUE(std::all_of(out.begin() + 3840, out.end(), [](uint8_t b) { return b == 0; }));
+    }
+    {  // the block after that freeze follows the silence without a gap
+        const Freezes freezes({{1020, 500}});
+        const AudioBlockPlan before(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+        const AudioBlockPlan after(Block(freezes, 1020, 20, kBytesPerMs, kFrame));
+        EXPECT_EQ(before.Piece(before.PieceCount() - 1).stop, after.MappedStart());
+    }
+}
+
+TEST(AudioBlockPlan, ALeftoverShorterThanABlockGoesOutLastWithItsOwnLength) {
+    const AudioBlockPlan plan(Block(Freezes({{1005, 510}}), 1000, 20, kBytesPerMs, kFrame));
+    EXPECT_EQ(plan.TotalBytes(), 192u * 510 + 3840);
+    ASSERT_EQ(plan.PieceCount(), 27u);
+    const AudioPiece last = plan.Piece(26);
+    EXPECT_EQ(last.offset, 26u * 3840);
+    EXPECT_EQ(last.size, 1920u);
+    EXPECT_EQ(last.start, (1000 + 26 * 20) * kTicksPerMs);
+    EXPECT_EQ(last.stop, last.start + 10 * kTicksPerMs);  // 1920 bytes are 10 ms
+}
+
+TEST(AudioBlockPlan, SplitsAreCutToWholeSampleFrames) {
+    // 44.1 kHz, 6 channels, 16 bits: 529 bytes per millisecond (truncated), 12 bytes per frame.
+    const uint32_t bytesPerMs = 529, frame = 12;
+    AudioBlockInput in = Block(Freezes({{1007, 333}}), 1000, 20, bytesPerMs, frame);
+    in.size = 882 * frame;  // the block's 20 ms are whole frames
+    const AudioBlockPlan plan(in);
+    ASSERT_TRUE(plan.Split());
+    EXPECT_EQ(plan.HeadBytes() % frame, 0u);
+    EXPECT_EQ(plan.SilenceBytes() % frame, 0u);
+    EXPECT_EQ(plan.TailBytes() % frame, 0u);
+    EXPECT_EQ(plan.TotalBytes() % frame, 0u);
+    EXPECT_NEAR(plan.HeadBytes(), 7.0 * bytesPerMs, frame);
+    EXPECT_NEAR(plan.SilenceBytes(), 333.0 * bytesPerMs, frame);
+    for (uint32_t i = 0; i < plan.PieceCount(); ++i) EXPECT_EQ(plan.Piece(i).size % frame, 0u) << i;
+}
+
+TEST(AudioBlockPlan, TwoFreezesInOneBlockStayInsideTheBlock) {
+    // Only the last freeze is silenced; the head and tail are clamped to the block's bytes.
+    const Freezes freezes({{1005, 500}, {1010, 300}});
+    const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+    ASSERT_TRUE(plan.Split());
+    EXPECT_LE(plan.HeadBytes() + plan.TailBytes(), 3840u);
+    EXPECT_GE(plan.TotalBytes(), plan.HeadBytes() + plan.SilenceBytes() + plan.TailBytes());
+    const std::vector<uint8_t> block = Numbered(3840);
+    EXPECT_EQ(Joined(plan, block).size(), plan.TotalBytes());
+}
+
+TEST(AudioBlockPlan, StampsThatDisagreeWithTheByteCountStayInsideTheData) {
+    // A 20 ms block that carries only 100 bytes, and one whose stop lies before its start.
+    const Freezes freezes({{1005, 500}});
+    AudioBlockInput shortBlock = Block(freezes, 1000, 20, kBytesPerMs, kFrame);
+    shortBlock.size = 100;
+    const AudioBlockPlan a(shortBlock);
+    EXPECT_LE(a.HeadBytes() + a.TailBytes(), 100u);
+    const std::vector<uint8_t> block = Numbered(100);
+    EXPECT_EQ(Joined(a, block).size(), a.TotalBytes());
+
+    AudioBlockInput backwards = Block(freezes, 1000, 20, kBytesPerMs, kFrame);
+    std::swap(backwards.start, backwards.stop);
+    const AudioBlockPlan b(backwards);
+    EXPECT_LE(b.HeadBytes() + b.TailBytes(), backwards.size);
+}
+
+TEST(AudioBlockPlan, AHugeFreezeIsBoundedAndCostsNoBigBuffer) {
+    const Freezes freezes({{1005, 2.0e9}});
+    const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+    ASSERT_TRUE(plan.Split());
+    EXPECT_LE(plan.TotalBytes(), uint32_t{INT32_MAX});
+    const std::vector<uint8_t> block = Numbered(3840);
+    // Pieces are made one at a time: silence in the middle, the tail at the very end.
+    const AudioPiece middle = plan.Piece(plan.PieceCount() / 2);
+    std::vector<uint8_t> bytes(middle.size);
+    plan.Fill(block.data(), middle, bytes.data(), 0x80);
+    EXPECT_TRUE(std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 0x80; }));
+    const AudioPiece last = plan.Piece(plan.PieceCount() - 1);
+    EXPECT_EQ(uint64_t{last.offset} + last.size, plan.TotalBytes());
+    const uint32_t tailAt = plan.HeadBytes() + plan.SilenceBytes();
+    const AudioPiece withTail = plan.Piece(tailAt / 3840);
+    bytes.resize(withTail.size);
+    plan.Fill(block.data(), withTail, bytes.data(), 0x80);
+    EXPECT_EQ(bytes[tailAt - withTail.offset], block[960]);
+}
+
+TEST(AudioBlockPlan, WithoutSegmentsEveryBlockKeepsItsTimes) {
+    const TimeFreezeList none;
+    const AudioBlockPlan plan(Block(none, 0, 20, kBytesPerMs, kFrame));
+    EXPECT_FALSE(plan.Split());
+    EXPECT_EQ(plan.MappedStart(), 0);
+    EXPECT_EQ(plan.MappedStop(), 20 * kTicksPerMs);
+}
+
+}  // namespace
+}  // namespace vexel

@@ -1,0 +1,228 @@
+// The PCM source filter of libAudioFeedFilter.so and the runtime's audio renderer in one graph:
+// the module's contract, media-type negotiation, delivery that blocks and is released by a stop,
+// blocks placed at their stream times on the silent device, and the renderer's volume.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "audio/audio_output.h"
+#include "audio/e_filter.h"
+#include "audio/e_graph_builder.h"
+#include "vexel/pcm_feed.h"
+#include "wav_reader.h"
+
+namespace vexel {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr int64_t kTicksPerMs = 10000;
+
+void* FeedModule() {
+    static void* module = dlopen((std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so").c_str(), RTLD_NOW);
+    return module;
+}
+
+// 8 kHz stereo 16-bit.
+WAVEFORMATEX Stereo16() { return {WAVE_FORMAT_PCM, 2, 8000, 32000, 4, 16, 0}; }
+
+// The two filters of the audio output in a graph, not yet connected.
+struct TwoFilterGraph {
+    TwoFilterGraph() {
+        EXPECT_NE(FeedModule(), nullptr) << dlerror();
+        EXPECT_TRUE(graph.CoCreateInstance(FailThrow));
+        EXPECT_TRUE(source.FilterGetClassObject(graph, FeedModule(), CLSID_PcmFeedFilter, u"PCM File Source", FailThrow));
+        EXPECT_TRUE(renderer.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailThrow));
+        feed.QueryFrom(source.Filter(), IID_IPcmFeed);
+        EXPECT_TRUE(feed);
+    }
+    bool Connect(const WAVEFORMATEX& format) {
+        feed->SetFormat(&format);
+        return source.ConnectTo(renderer, 0, 0, FailReturn);
+    }
+
+    EGraphBuilder graph;
+    EFilter source;
+    EFilter renderer;
+    CountedRef<IPcmFeed> feed;
+};
+
+std::vector<uint8_t> Tone(uint32_t frames, int16_t level) {
+    std::vector<uint8_t> bytes(size_t{frames} * 4);
+    for (uint32_t i = 0; i < frames * 2; ++i) std::memcpy(&bytes[i * 2], &level, 2);
+    return bytes;
+}
+
+TEST(FeedFilterModule, ClassFactoryContract) {
+    ASSERT_NE(FeedModule(), nullptr);
+    auto get = reinterpret_cast<DllGetClassObjectFn>(dlsym(FeedModule(), "DllGetClassObject"));
+    ASSERT_NE(get, nullptr);
+    void* out = reinterpret_cast<void*>(1);
+    EXPECT_EQ(get(&CLSID_AudioRenderer, &IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(get(&CLSID_PcmFeedFilter, &IID_IClassFactory, nullptr), E_POINTER);
+
+    CountedRef<IClassFactory> factory;
+    ASSERT_EQ(get(&CLSID_PcmFeedFilter, &IID_IClassFactory, reinterpret_cast<void**>(factory.put())), S_OK);
+    CountedRef<IBaseFilter> filter;
+    EXPECT_EQ(factory->CreateInstance(factory.get(), &IID_IBaseFilter, reinterpret_cast<void**>(filter.put())),
+              CLASS_E_NOAGGREGATION);
+    ASSERT_EQ(factory->CreateInstance(nullptr, &IID_IBaseFilter, reinterpret_cast<void**>(filter.put())), S_OK);
+    CountedRef<IPcmFeed> feed;
+    EXPECT_EQ(feed.QueryFrom(filter.get(), IID_IPcmFeed), S_OK);
+    EXPECT_EQ(feed->SetFormat(nullptr), E_POINTER);
+    const WAVEFORMATEX bad = {3, 2, 8000, 64000, 8, 32, 0};  // not PCM
+    EXPECT_EQ(feed->SetFormat(&bad), E_INVALIDARG);
+    // Unconnected and stopped: data is dropped at once, the end of stream goes nowhere.
+    const auto tone = Tone(80, 100);
+    EXPECT_EQ(feed->Deliver(tone.data(), static_cast<uint32_t>(tone.size()), 0, 10 * kTicksPerMs), S_FALSE);
+    EXPECT_EQ(feed->EndOfStream(), GRAPH_E_NOT_CONNECTED);
+
+    EFilter wrapper;
+    EXPECT_FALSE(wrapper.Attach(filter.get(), EGraphBuilder(), u""));  // no graph, the filter is held
+    EXPECT_TRUE(wrapper.GetOutputPin(0));
+    EXPECT_FALSE(wrapper.GetOutputPin(1));
+    EXPECT_FALSE(wrapper.GetInputPin(0));
+}
+
+TEST(FeedFilterModule, PinsConnectOnlyWithAPlayableFormat) {
+    TwoFilterGraph g;
+    // No format yet: nothing to offer.
+    const ComException* failure = nullptr;
+    try {
+        g.source.ConnectTo(g.renderer, 0, 0, FailThrow);
+    } catch (ComException* thrown) {
+        failure = thrown;
+    }
+    ASSERT_NE(failure, nullptr);
+    EXPECT_EQ(failure->context, u"IGraphBuilder::Connect");
+    EXPECT_EQ(failure->errorText, ErrorText(GRAPH_E_NO_ACCEPTABLE_TYPES));
+    delete failure;
+
+    // 24-bit PCM is a format the source takes but the renderer does not play.
+    EXPECT_FALSE(g.Connect({WAVE_FORMAT_PCM, 2, 48000, 288000, 6, 24, 0}));
+    ASSERT_TRUE(g.Connect(Stereo16()));
+
+    MediaType onSource{}, onRenderer{};
+    ASSERT_EQ(g.source.GetOutputPin(0)->ConnectionMediaType(&onSource), S_OK);
+    ASSERT_EQ(g.renderer.GetInputPin(0)->ConnectionMediaType(&onRenderer), S_OK);
+    EXPECT_EQ(onSource.majorType, onRenderer.majorType);
+    EXPECT_EQ(onSource.subType, MEDIASUBTYPE_PCM);
+    EXPECT_EQ(std::memcmp(&onSource.format, &onRenderer.format, sizeof(WAVEFORMATEX)), 0);
+    EXPECT_EQ(onRenderer.format.nSamplesPerSec, 8000u);
+    EXPECT_FALSE(g.source.ConnectTo(g.renderer, 0, 0, FailReturn));  // already connected
+    const WAVEFORMATEX other = {WAVE_FORMAT_PCM, 1, 8000, 16000, 2, 16, 0};
+    EXPECT_EQ(g.feed->SetFormat(&other), GRAPH_E_ALREADY_CONNECTED);
+}
+
+TEST(FeedFilterModule, DeliverBlocksOnAFullBufferAndAStopReleasesIt) {
+    UseCaptureFile("blocking");
+    TwoFilterGraph g;
+    ASSERT_TRUE(g.Connect(Stereo16()));
+    ASSERT_EQ(g.graph.Pause(), S_OK);  // paused: everything is kept, nothing is played
+
+    const auto block = Tone(800, 1000);  // 100 ms
+    std::atomic<int> delivered{0};
+    std::atomic<bool> done{false};
+    std::thread delivery([&] {
+        for (int i = 0; i < 40; ++i) {
+            g.feed->Deliver(block.data(), static_cast<uint32_t>(block.size()), i * 100 * kTicksPerMs,
+                            (i + 1) * 100 * kTicksPerMs);
+            delivered.fetch_add(1);
+        }
+        done.store(true);
+    });
+    // About two seconds are taken, then the delivery thread waits.
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (delivered.load() < 20 && Clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_GE(delivered.load(), 19);
+    EXPECT_LE(delivered.load(), 21);
+    EXPECT_FALSE(done.load());
+
+    const auto stopAt = Clock::now();
+    ASSERT_EQ(g.graph.Stop(), S_OK);
+    delivery.join();  // every later Deliver returns at once while stopped
+    EXPECT_LT(std::chrono::duration<double>(Clock::now() - stopAt).count(), 2.0);
+    EXPECT_EQ(delivered.load(), 40);
+}
+
+TEST(FeedFilterModule, BlocksSoundAtTheirStreamTimesFromTheInstantOfRun) {
+    const std::string path = UseCaptureFile("placement");
+    {
+        TwoFilterGraph g;
+        ASSERT_TRUE(g.Connect(Stereo16()));
+        g.feed->SetStartTime(0);
+        ASSERT_EQ(g.graph.Pause(), S_OK);  // queued ahead, so their arrival takes no time off
+        const auto a = Tone(800, 1000), b = Tone(800, -2000);
+        g.feed->Deliver(a.data(), static_cast<uint32_t>(a.size()), 0, 100 * kTicksPerMs);
+        g.feed->Deliver(b.data(), static_cast<uint32_t>(b.size()), 300 * kTicksPerMs, 400 * kTicksPerMs);
+        ASSERT_EQ(g.graph.Run(), S_OK);
+        std::this_thread::sleep_for(std::chrono::milliseconds(550));
+        g.graph.Stop();
+    }  // the graph goes, the device closes, the capture is complete
+    const WavCaptureFile wav = ReadWavCapture(path);
+    ASSERT_TRUE(wav.ok);
+    ASSERT_EQ(wav.rate, 8000u);
+    ASSERT_EQ(wav.channels, 2);
+    EXPECT_GE(wav.Seconds(), 0.5);
+
+    // First and last frame of each level.
+    auto span = [&](int16_t level) {
+        long first = -1, last = -1;
+        for (size_t f = 0; f < wav.Frames(); ++f) {
+            if (wav.samples[f * 2] == level && wav.samples[f * 2 + 1] == level) {
+                if (first < 0) first = static_cast<long>(f);
+                last = static_cast<long>(f);
+            }
+        }
+        return std::pair<long, long>(first, last);
+    };
+    const auto [aFirst, aLast] = span(1000);
+    const auto [bFirst, bLast] = span(-2000);
+    // The capture begins at the run: the block stamped 0 sounds at once (within 2 ms), whole.
+    EXPECT_GE(aFirst, 0);
+    EXPECT_LE(aFirst, 16);
+    EXPECT_EQ(aLast - aFirst, 799);
+    // The second block 300 ms after the first, with silence between.
+    EXPECT_EQ(bFirst - aFirst, 2400);
+    EXPECT_EQ(bLast - bFirst, 799);
+    for (long f = aLast + 1; f < bFirst; ++f) ASSERT_EQ(wav.samples[f * 2], 0) << f;
+    std::remove(path.c_str());
+}
+
+TEST(FeedFilterModule, RendererVolume) {
+    TwoFilterGraph g;
+    CountedRef<IBasicAudio> audio;
+    ASSERT_EQ(audio.QueryFrom(g.renderer.Filter(), IID_IBasicAudio), S_OK);
+    int32_t volume = 1;
+    EXPECT_EQ(audio->get_Volume(&volume), S_OK);
+    EXPECT_EQ(volume, 0);
+    EXPECT_EQ(audio->put_Volume(-2000), S_OK);
+    EXPECT_EQ(audio->put_Volume(1), E_INVALIDARG);
+    EXPECT_EQ(audio->put_Volume(-10001), E_INVALIDARG);
+    audio->get_Volume(&volume);
+    EXPECT_EQ(volume, -2000);
+}
+
+TEST(AudioOutputFormat, BitsAreCappedAtSixteen) {
+    AudioFormatPayload format{};
+    format.channels = 2;
+    format.samplesPerSecond = 48000;
+    format.bitsPerSample = 24;
+    const WAVEFORMATEX wave = MakeWaveFormat(format);
+    EXPECT_EQ(wave.wFormatTag, WAVE_FORMAT_PCM);
+    EXPECT_EQ(wave.wBitsPerSample, 16);
+    EXPECT_EQ(wave.nBlockAlign, 4);
+    EXPECT_EQ(wave.nAvgBytesPerSec, 192000u);
+    EXPECT_EQ(wave.cbSize, 0);
+}
+
+}  // namespace
+}  // namespace vexel

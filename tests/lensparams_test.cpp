@@ -1,0 +1,334 @@
+// libLensParams.so through its exports: lens geometry defaults, pairing and calibration; the view
+// path's interpolation, shorter-arc pan, replacement, holds and empty tracks; saving and loading
+// JSON files, corrupt ones refused; concurrent use from several threads.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sibling_module.h"
+
+namespace vexel {
+namespace {
+
+using testing::ModuleFunction;
+
+struct Lens {
+    const char* m = kLensParamsModule;
+    LensGeometryGetFn leftX = ModuleFunction<LensGeometryGetFn>(m, kGetLeftCenterXSymbol);
+    LensGeometryGetFn leftY = ModuleFunction<LensGeometryGetFn>(m, kGetLeftCenterYSymbol);
+    LensGeometryGetFn rightX = ModuleFunction<LensGeometryGetFn>(m, kGetRightCenterXSymbol);
+    LensGeometryGetFn rightY = ModuleFunction<LensGeometryGetFn>(m, kGetRightCenterYSymbol);
+    LensGeometryGetFn radius = ModuleFunction<LensGeometryGetFn>(m, kGetRadiusSymbol);
+    LensGeometrySetFn setLeftY = ModuleFunction<LensGeometrySetFn>(m, kSetLeftCenterYSymbol);
+    LensGeometrySetFn setRadius = ModuleFunction<LensGeometrySetFn>(m, kSetRadiusSymbol);
+    ResetPanoramaGeometryFn resetGeometry = ModuleFunction<ResetPanoramaGeometryFn>(m, kResetPanoramaGeometrySymbol);
+    GetPanoramaAngleFn getAngle = ModuleFunction<GetPanoramaAngleFn>(m, kGetPanoramaAngleSymbol);
+    GetPanoramaPanFn getPan = ModuleFunction<GetPanoramaPanFn>(m, kGetPanoramaPanSymbol);
+    GetPanoramaZoomFn getZoom = ModuleFunction<GetPanoramaZoomFn>(m, kGetPanoramaZoomSymbol);
+    SetPanoramaAngleFn setAngle = ModuleFunction<SetPanoramaAngleFn>(m, kSetPanoramaAngleSymbol);
+    SetPanoramaPanFn setPan = ModuleFunction<SetPanoramaPanFn>(m, kSetPanoramaPanSymbol);
+    SetPanoramaZoomFn setZoom = ModuleFunction<SetPanoramaZoomFn>(m, kSetPanoramaZoomSymbol);
+    ClearPanoramaPathFn clear = ModuleFunction<ClearPanoramaPathFn>(m, kClearPanoramaPathSymbol);
+    PanoramaPathFileFn save = ModuleFunction<PanoramaPathFileFn>(m, kSavePanoramaPathSymbol);
+    PanoramaPathFileFn load = ModuleFunction<PanoramaPathFileFn>(m, kLoadPanoramaPathSymbol);
+};
+
+struct View {
+    double pan = -999, tilt = -999, fov = -999;  // untouched marks
+};
+
+class LensParamsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        lens.clear();
+        lens.resetGeometry();
+    }
+    void TearDown() override {
+        lens.clear();
+        lens.resetGeometry();
+    }
+
+    View At(double time) {
+        View v;
+        lens.getAngle(time, &v.pan, &v.tilt, &v.fov);
+        return v;
+    }
+    double PanAt(double time) { return At(time).pan; }
+
+    std::string TempPath(const char* name) {
+        return ::testing::TempDir() + "vexel_path_" + std::to_string(getpid()) + "_" + name;
+    }
+    static void WriteFile(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+
+    Lens lens;
+};
+
+// What the player makes of the geometry: X times the height, Y times the width.
+TEST_F(LensParamsTest, DefaultsPlaceTwoCirclesSideBySideInA2To1Picture) {
+    constexpr double kWidth = 3840, kHeight = 1920;
+    double leftX = 0, leftY = 0, rightX = 0, rightY = 0, radius = 0;
+    EXPECT_EQ(lens.leftX(0.0, &leftX), kVexelOk);
+    lens.leftY(0.0, &leftY);
+    lens.rightX(0.0, &rightX);
+    lens.rightY(0.0, &rightY);
+    lens.radius(0.0, &radius);
+    EXPECT_EQ(static_cast<int32_t>(kHeight * leftX), 960);   // row of the left centre
+    EXPECT_EQ(static_cast<int32_t>(kWidth * leftY), 960);    // its column
+    EXPECT_EQ(static_cast<int32_t>(kHeight * rightX), 960);
+    EXPECT_EQ(static_cast<int32_t>(kWidth * rightY), 2880);
+    EXPECT_EQ(static_cast<int32_t>(kHeight * radius), 960);  // each circle fills the height
+}
+
+TEST_F(LensParamsTest, CalibrationIsKeptUntilResetAndBadValuesAreRefused) {
+    double value = 0;
+    EXPECT_EQ(lens.setLeftY(0.5), kVexelOk);  // a single centred circle
+    EXPECT_EQ(lens.setRadius(0.45), kVexelOk);
+    lens.leftY(0.0, &value);
+    EXPECT_EQ(value, 0.5);
+    for (const double bad : {double{NAN}, double{INFINITY}, 1e9, -1e9}) EXPECT_EQ(lens.setLeftY(bad), kVexelErrorArgument) << bad;
+    for (const double bad : {0.0, -0.5, double{NAN}}) EXPECT_EQ(lens.setRadius(bad), kVexelErrorArgument) << bad;
+    lens.leftY(0.0, &value);
+    EXPECT_EQ(value, 0.5);
+    lens.radius(0.0, &value);
+    EXPECT_EQ(value, 0.45);
+    EXPECT_EQ(lens.radius(0.0, nullptr), kVexelErrorPointer);
+
+    lens.resetGeometry();
+    lens.leftY(0.0, &value);
+    EXPECT_EQ(value, 0.25);
+}
+
+TEST_F(LensParamsTest, EmptyPathLeavesEveryOutputUntouched) {
+    View v = At(3.0);
+    EXPECT_EQ(lens.getAngle(3.0, &v.pan, &v.tilt, &v.fov), kVexelNothingDone);
+    EXPECT_EQ(lens.getPan(3.0, &v.pan, &v.tilt), kVexelNothingDone);
+    EXPECT_EQ(lens.getZoom(3.0, &v.fov), kVexelNothingDone);
+    EXPECT_EQ(v.pan, -999);
+    EXPECT_EQ(v.tilt, -999);
+    EXPECT_EQ(v.fov, -999);
+}
+
+// Pan keyframes and field-of-view keyframes are separate tracks: a pan gesture's keyframes do not
+// pin the field of view, and a path of one kind leaves the other's outputs untouched.
+TEST_F(LensParamsTest, DirectionAndFieldOfViewAreSeparateTracks) {
+    lens.setPan(0.0, 10, 5);
+    View v = At(1.0);
+    EXPECT_EQ(v.pan, 10);
+    EXPECT_EQ(v.tilt, 5);
+    EXPECT_EQ(v.fov, -999);
+
+    lens.setZoom(2.0, 70);
+    lens.setAngle(4.0, 30, 0, 90);
+    v = At(2.0);
+    EXPECT_EQ(v.fov, 70);
+    EXPECT_GT(v.pan, 10);  // on its way from the pan keyframe at 0 to the one at 4
+    EXPECT_LT(v.pan, 30);
+    double fov = 0;
+    EXPECT_EQ(lens.getZoom(4.0, &fov), kVexelOk);
+    EXPECT_EQ(fov, 90);
+}
+
+TEST_F(LensParamsTest, InterpolationEasesBetweenKeyframesAndHoldsOutside) {
+    lens.setAngle(0.0, 0, 0, 90);
+    lens.setAngle(2.0, 90, 30, 60);
+
+    const View mid = At(1.0);  // symmetric ease: exactly half way
+    EXPECT_NEAR(mid.pan, 45, 1e-9);
+    EXPECT_NEAR(mid.tilt, 15, 1e-9);
+    EXPECT_NEAR(mid.fov, 75, 1e-9);
+    EXPECT_LT(PanAt(0.5), 22.5);  // eases out of rest
+    EXPECT_GT(PanAt(0.5), 0);
+    double previous = 0;
+    for (double t = 0.05; t < 2.0; t += 0.05) {
+        EXPECT_GT(PanAt(t), previous) << t;
+        previous = PanAt(t);
+    }
+    const View before = At(-5.0), after = At(100.0);
+    EXPECT_EQ(before.pan, 0);
+    EXPECT_EQ(before.fov, 90);
+    EXPECT_EQ(after.pan, 90);
+    EXPECT_EQ(after.tilt, 30);
+    EXPECT_EQ(after.fov, 60);
+}
+
+// Through several keyframes the curve keeps going where the keyframes go (no overshoot past a
+// keyframe, a turn exactly at a reversal) and has no kink at a keyframe it passes through.
+TEST_F(LensParamsTest, InterpolationIsMonotoneAndSmoothThroughKeyframes) {
+    lens.setPan(0.0, 0, 0);
+    lens.setPan(1.0, 10, 0);
+    lens.setPan(2.0, 100, 0);
+    lens.setPan(3.0, 40, 0);
+    for (double t = 0.0; t <= 2.0; t += 0.01) {
+        EXPECT_GE(PanAt(t + 0.01), PanAt(t) - 1e-12) << t;
+        EXPECT_LE(PanAt(t), 100 + 1e-12) << t;
+    }
+    for (double t = 2.0; t <= 3.0; t += 0.01) EXPECT_GE(PanAt(t), 40 - 1e-12) << t;
+    EXPECT_EQ(PanAt(1.0), 10);
+    EXPECT_EQ(PanAt(2.0), 100);  // the reversal is the extreme
+
+    constexpr double h = 1e-6;
+    const double slopeBefore = (PanAt(1.0) - PanAt(1.0 - h)) / h, slopeAfter = (PanAt(1.0 + h) - PanAt(1.0)) / h;
+    EXPECT_GT(slopeBefore, 0);
+    EXPECT_NEAR(slopeBefore, slopeAfter, 1e-3 * slopeAfter);
+}
+
+double Wrapped(double angle) { return angle - 360.0 * std::floor((angle + 180.0) / 360.0); }
+
+TEST_F(LensParamsTest, PanTakesTheShorterWayAcross180) {
+    struct Case {
+        double from, to, middle;
+    };
+    for (const Case c : {Case{170, -170, 180}, Case{-170, 170, 180}, Case{10, 350, 0}, Case{-90, 100, -175}}) {
+        lens.clear();
+        lens.setPan(0.0, c.from, 0);
+        lens.setPan(1.0, c.to, 0);
+        EXPECT_NEAR(Wrapped(PanAt(0.5) - c.middle), 0, 1e-9) << c.from << " to " << c.to;
+        const double arc = std::abs(Wrapped(c.to - c.from));
+        for (double t = 0; t <= 1.0; t += 0.1) {  // never leaves the short arc
+            EXPECT_LE(std::abs(Wrapped(PanAt(t) - c.from)), arc + 1e-9) << t;
+            EXPECT_LE(std::abs(Wrapped(PanAt(t) - c.to)), arc + 1e-9) << t;
+        }
+        EXPECT_EQ(PanAt(1.0), c.to);  // a keyframe's own value, as stored
+    }
+}
+
+TEST_F(LensParamsTest, KeyframeAtAnExistingTimeReplacesIt) {
+    lens.setAngle(0.0, 0, 0, 90);
+    lens.setAngle(1.0, 10, 10, 80);
+    lens.setAngle(2.0, 0, 0, 90);
+    lens.setAngle(1.0, 50, -20, 40);
+    const View v = At(1.0);
+    EXPECT_EQ(v.pan, 50);
+    EXPECT_EQ(v.tilt, -20);
+    EXPECT_EQ(v.fov, 40);
+    EXPECT_NEAR(PanAt(0.7), PanAt(1.3), 1e-9);  // one keyframe at 1.0, not two
+    lens.setPan(1.0, 60, 0);  // replaces the direction only
+    EXPECT_EQ(At(1.0).fov, 40);
+}
+
+TEST_F(LensParamsTest, BadArgumentsAreRefusedAndChangeNothing) {
+    double a = 0, b = 0, c = 0;
+    EXPECT_EQ(lens.getAngle(0.0, nullptr, &b, &c), kVexelErrorPointer);
+    EXPECT_EQ(lens.getAngle(0.0, &a, &b, nullptr), kVexelErrorPointer);
+    EXPECT_EQ(lens.getPan(0.0, &a, nullptr), kVexelErrorPointer);
+    EXPECT_EQ(lens.getZoom(0.0, nullptr), kVexelErrorPointer);
+    lens.setAngle(1.0, 10, 0, 90);
+    EXPECT_EQ(lens.getAngle(NAN, &a, &b, &c), kVexelErrorArgument);
+    EXPECT_EQ(lens.setAngle(NAN, 0, 0, 90), kVexelErrorArgument);
+    EXPECT_EQ(lens.setAngle(2.0, INFINITY, 0, 90), kVexelErrorArgument);
+    EXPECT_EQ(lens.setPan(2.0, 0, NAN), kVexelErrorArgument);
+    EXPECT_EQ(lens.setZoom(-INFINITY, 50), kVexelErrorArgument);
+    const View v = At(5.0);
+    EXPECT_EQ(v.pan, 10);
+    EXPECT_EQ(v.fov, 90);
+    EXPECT_EQ(lens.save(nullptr), kVexelErrorPointer);
+    EXPECT_EQ(lens.load(nullptr), kVexelErrorPointer);
+}
+
+TEST_F(LensParamsTest, SaveAndLoadRoundTripExactly) {
+    lens.setAngle(0.0, 10, -5, 90);
+    lens.setPan(1.0 / 3, 170.125, 1e-9);
+    lens.setZoom(0.7, 61.5);
+    lens.setAngle(2.5, -179.999, 45, 30);
+    std::vector<View> before;
+    for (double t = -1; t < 4; t += 0.05) before.push_back(At(t));
+
+    const std::string path = TempPath("round_trip.json");
+    ASSERT_EQ(lens.save(path.c_str()), kVexelOk);
+    lens.clear();
+    lens.setAngle(9.0, 1, 1, 1);  // replaced by the load
+    ASSERT_EQ(lens.load(path.c_str()), kVexelOk);
+    size_t i = 0;
+    for (double t = -1; t < 4; t += 0.05, ++i) {
+        const View v = At(t);
+        EXPECT_EQ(v.pan, before[i].pan) << t;
+        EXPECT_EQ(v.tilt, before[i].tilt) << t;
+        EXPECT_EQ(v.fov, before[i].fov) << t;
+    }
+
+    // The file itself: keyframes in time order, both kinds at one time sharing an entry.
+    std::ifstream file(path);
+    const auto json = nlohmann::json::parse(file);
+    EXPECT_EQ(json["format"], "vexel-view-path");
+    EXPECT_EQ(json["version"], 1);
+    ASSERT_EQ(json["keyframes"].size(), 4u);
+    EXPECT_EQ(json["keyframes"][0], (nlohmann::json{{"time", 0.0}, {"pan", 10.0}, {"tilt", -5.0}, {"fov", 90.0}}));
+    EXPECT_EQ(json["keyframes"][2], (nlohmann::json{{"time", 0.7}, {"fov", 61.5}}));
+    std::remove(path.c_str());
+}
+
+TEST_F(LensParamsTest, CorruptOrMissingFilesAreRefusedAndThePathKept) {
+    lens.setAngle(1.0, 25, 5, 80);
+    const std::string path = TempPath("corrupt.json");
+    const std::string head = R"({"format": "vexel-view-path", "version": 1, "keyframes": )";
+    const std::vector<std::string> corrupt = {
+        "",
+        "not json at all",
+        head + R"([{"time": 0, "pan": 1, "tilt": 2})",  // truncated
+        R"({"format": "other", "version": 1, "keyframes": []})",
+        R"({"format": "vexel-view-path", "version": 2, "keyframes": []})",
+        R"({"format": "vexel-view-path", "keyframes": []})",
+        head + "{}}",
+        head + "[5]}",
+        head + R"([{"pan": 1, "tilt": 2}]})",
+        head + R"([{"time": 0, "pan": 1}]})",
+        head + R"([{"time": 0}]})",
+        head + R"([{"time": "0", "fov": 50}]})",
+        head + R"([{"time": 0, "fov": null}]})",
+        head + R"([{"time": 1e999, "fov": 50}]})",
+        head + R"([{"time": 1, "fov": 50}, {"time": 1, "pan": 0, "tilt": 0}]})",
+        head + R"([{"time": 2, "fov": 50}, {"time": 1, "fov": 60}]})",
+        std::string(100000, '[') + std::string(100000, ']'),
+    };
+    for (const std::string& text : corrupt) {
+        WriteFile(path, text);
+        EXPECT_EQ(lens.load(path.c_str()), kVexelErrorData) << text.substr(0, 120);
+    }
+    EXPECT_EQ(lens.load(TempPath("missing.json").c_str()), kVexelErrorFile);
+    EXPECT_EQ(lens.load(::testing::TempDir().c_str()), kVexelErrorFile);  // a directory
+    EXPECT_EQ(lens.save("/nonexistent-folder/path.json"), kVexelErrorFile);
+    const View v = At(1.0);
+    EXPECT_EQ(v.pan, 25);
+    EXPECT_EQ(v.fov, 80);
+
+    WriteFile(path, head + "[]}");  // an empty path is a valid file
+    EXPECT_EQ(lens.load(path.c_str()), kVexelOk);
+    EXPECT_EQ(At(1.0).pan, -999);
+    std::remove(path.c_str());
+}
+
+// The delivery thread reads geometry, the render thread reads the path, host threads write
+// keyframes and calibrate, all at once. Every read sees a whole keyframe's worth of values.
+TEST_F(LensParamsTest, ConcurrentReadersAndWriters) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> bad{0};
+    std::vector<std::thread> threads;
+    threads.emplace_back([&] {
+        for (int i = 0; i < 2000; ++i) lens.setAngle(i * 0.01, 20, 20, 20);
+        stop = true;
+    });
+    threads.emplace_back([&] {
+        for (int i = 0; !stop; ++i) lens.setRadius(i % 2 ? 0.5 : 0.4);
+    });
+    threads.emplace_back([&] {
+        while (!stop) {
+            View v = At(5.0);
+            if ((v.pan != -999 && v.pan != 20) || (v.fov != -999 && v.fov != 20)) ++bad;
+            double r = 0;
+            lens.radius(0.0, &r);
+            if (r != 0.5 && r != 0.4) ++bad;
+        }
+    });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(bad.load(), 0);
+}
+
+}  // namespace
+}  // namespace vexel

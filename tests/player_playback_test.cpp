@@ -1,0 +1,272 @@
+// Playback through the exported interface against the scripted host: pictures presented in order at
+// their times, the end of a stream, bounded queues that hold the host back, stopping and destroying
+// a busy player, sound that is not held back, and the view calls that depend on the state.
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "player_fixture.h"
+
+namespace player_test {
+namespace {
+
+class Playback : public PlayerTest {
+protected:
+    // Frames still inside the player (accepted from the host, not yet presented), read so that
+    // the presented frame does not change while the count is taken.
+    int64_t FramesInFlight(uint32_t reader, int64_t interval) {
+        for (;;) {
+            const int64_t before = GetCurrentPlayTime(player);
+            const ScriptedReaderStats stats = host.Reader(reader);
+            if (GetCurrentPlayTime(player) == before) {
+                return static_cast<int64_t>(stats.pushesAccepted) - (before / interval + 1);
+            }
+        }
+    }
+
+    // Pans of the next `count` presented view samples, or of those presented within 3 s, or
+    // until `until` shows up.
+    std::vector<double> ViewPans(size_t count, double until = -1.0) {
+        std::vector<double> pans;
+        const auto start = Clock::now();
+        while (pans.size() < count && MsSince(start) < 3000) {
+            if (InlayBuffer* view = GetCurrentViewSample(player)) {
+                if (InlayBuffer_GetWidth(view) != 0) pans.push_back(InlayBuffer_GetPan(view));
+                InlayBuffer_Release(view);
+                if (!pans.empty() && pans.back() == until) break;
+            }
+            std::this_thread::sleep_for(milliseconds(2));
+        }
+        return pans;
+    }
+};
+
+double Percentile(std::vector<double> values, double p) {
+    std::sort(values.begin(), values.end());
+    return values[static_cast<size_t>(p * static_cast<double>(values.size() - 1))];
+}
+
+TEST_F(Playback, PresentsEveryFrameInOrderAtItsTime) {
+    constexpr int64_t kInterval = 200'000;  // 50 fps
+    ASSERT_EQ(OpenScript(Script(40, 50.0)), 0);
+    SetViewDim(player, 32, 16);
+    Play(player, 0);
+
+    struct Seen {
+        int64_t frame;
+        double atMs;
+        double time;
+    };
+    std::vector<Seen> seen;
+    bool ended = false;
+    const auto start = Clock::now();
+    while (!ended && MsSince(start) < 5000) {
+        InlayBuffer* pre = GetCurrentPreSample(player);
+        InlayBuffer* view = GetCurrentViewSample(player);
+        if (pre != nullptr) {
+            if (InlayBuffer_GetWidth(pre) == 0) {
+                ended = true;
+            } else {
+                seen.push_back({FrameOf(pre), MsSince(start), InlayBuffer_GetTime(pre)});
+                EXPECT_EQ(InlayBuffer_GetHeight(pre), 32u);
+            }
+        }
+        if (view != nullptr && InlayBuffer_GetWidth(view) != 0) {
+            EXPECT_EQ(InlayBuffer_GetWidth(view), 32u);
+            EXPECT_EQ(InlayBuffer_GetHeight(view), 16u);
+        }
+        InlayBuffer_Release(pre);
+        InlayBuffer_Release(view);
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    EXPECT_TRUE(ended) << "no end-of-stream samples";
+    ASSERT_GE(seen.size(), 20u) << "most frames should be seen when polled every millisecond";
+
+    std::vector<double> lateness;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        ASSERT_GE(seen[i].frame, 0) << "picture " << i << " is not a whole frame, top row first";
+        EXPECT_EQ(seen[i].time, static_cast<double>(seen[i].frame * kInterval));
+        if (i > 0) {
+            EXPECT_GT(seen[i].frame, seen[i - 1].frame) << "out of order";
+        }
+        // The clock starts with the first presented frame.
+        const double dueMs = (seen[i].time - seen[0].time) / 10'000.0;
+        lateness.push_back(seen[i].atMs - seen[0].atMs - dueMs);
+    }
+    EXPECT_EQ(seen.back().frame, 39);
+    EXPECT_GT(*std::min_element(lateness.begin(), lateness.end()), -5.0) << "shown early";
+    EXPECT_LT(Percentile(lateness, 0.95), 40.0);
+    EXPECT_EQ(GetCurrentPlayTime(player), 39 * kInterval);
+}
+
+TEST_F(Playback, KeepsTheLastPictureAboutASecondThenHandsOutEmptySamples) {
+    ASSERT_EQ(OpenScript(Script(10, 100.0)), 0);
+    SetViewDim(player, 32, 16);
+    Play(player, 0);
+    ASSERT_TRUE(WaitUntil([&] { return GetCurrentPlayTime(player) == 900'000; }));
+    const auto lastShown = Clock::now();
+    EXPECT_EQ(host.Reader(VideoReader()).endOfStreams, 1u);
+
+    std::this_thread::sleep_for(milliseconds(300));
+    InlayBuffer* last = GetCurrentPreSample(player);
+    ASSERT_NE(last, nullptr) << "the last picture is gone within 300 ms";
+    EXPECT_EQ(FrameOf(last), 9);
+    InlayBuffer_Release(last);
+    EXPECT_EQ(GetCurrentPreSample(player), nullptr) << "one sample per presented frame";
+
+    InlayBuffer* empty = nullptr;
+    ASSERT_TRUE(WaitUntil([&] { return (empty = GetCurrentPreSample(player)) != nullptr; }));
+    const double afterMs = MsSince(lastShown);
+    EXPECT_EQ(InlayBuffer_GetWidth(empty), 0u);
+    EXPECT_EQ(InlayBuffer_GetHeight(empty), 0u);
+    EXPECT_EQ(InlayBuffer_GetBuffer(empty), nullptr);
+    InlayBuffer_Release(empty);
+    EXPECT_GT(afterMs, 600.0);
+    EXPECT_LT(afterMs, 2500.0);
+
+    InlayBuffer* emptyView = GetCurrentViewSample(player);
+    ASSERT_NE(emptyView, nullptr);
+    EXPECT_EQ(InlayBuffer_GetWidth(emptyView), 0u);
+    InlayBuffer_Release(emptyView);
+    EXPECT_EQ(GetCurrentPlayTime(player), 900'000) << "the end marker is not a frame";
+}
+
+TEST_F(Playback, FullQueuesHoldTheHostBackAndStopReleasesItPromptly) {
+    constexpr int64_t kInterval = 1'000'000;  // 10 fps: the host is far faster than presentation
+    ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
+    SetViewDim(player, 32, 16);
+    Play(player, 0);
+    const uint32_t video = VideoReader();
+    ASSERT_TRUE(WaitUntil([&] { return host.Reader(video).pushesAccepted >= 30; }));
+    std::this_thread::sleep_for(milliseconds(250));
+
+    // 30 waiting for rendering, 2 rendered, one each in the hands of the render and present
+    // threads: the host gets no further than that ahead of the presented frame.
+    const int64_t early = FramesInFlight(video, kInterval);
+    EXPECT_GE(early, 30);
+    EXPECT_LE(early, 36);
+    EXPECT_EQ(host.Reader(video).pushesStarted, host.Reader(video).pushesAccepted + 1)
+        << "the host is not held inside Push";
+    std::this_thread::sleep_for(milliseconds(300));
+    const int64_t later = FramesInFlight(video, kInterval);
+    EXPECT_GE(later, 30);
+    EXPECT_LE(later, 36);
+
+    const auto stopAt = Clock::now();
+    Stop(player);
+    const double stopMs = MsSince(stopAt);
+    ASSERT_TRUE(WaitUntil([&] { return host.Reader(video).deliveriesEnded == 1; }));
+    const double releasedMs = MsSince(stopAt);
+    EXPECT_LT(stopMs, 500.0);
+    EXPECT_LT(releasedMs, 500.0);
+    const ScriptedReaderStats stats = host.Reader(video);
+    EXPECT_EQ(stats.pushesRefused, 1u) << "the stopped engine should refuse the next picture";
+    EXPECT_EQ(stats.state, 3u);
+    EXPECT_EQ(stats.endOfStreams, 0u);
+    EXPECT_EQ(stats.faults, 0u);
+}
+
+TEST_F(Playback, DestroyEndsAPlayerWhoseHostIsBlocked) {
+    ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
+    Play(player, 0);
+    ASSERT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted >= 30; }));
+    const auto start = Clock::now();
+    DestroyPlayer();
+    EXPECT_LT(MsSince(start), 1000.0);
+    EXPECT_EQ(host.LiveObjects(), 0);
+}
+
+TEST_F(Playback, DestroyEndsAPausedPlayerWhoseHostIsBlocked) {
+    ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
+    Play(player, 0);
+    ASSERT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted >= 30; }));
+    Pause(player);
+    std::this_thread::sleep_for(milliseconds(50));
+    const auto start = Clock::now();
+    DestroyPlayer();
+    EXPECT_LT(MsSince(start), 1000.0);
+    EXPECT_EQ(host.LiveObjects(), 0);
+}
+
+TEST_F(Playback, SoundIsNotHeldBackWhenThereIsNoAudioOutput) {
+    // The PCM source filter is found only when a test of this process loaded it by path.
+    if (dlopen("libAudioFeedFilter.so", RTLD_NOW | RTLD_NOLOAD) != nullptr) {
+        GTEST_SKIP() << "this process has an audio output";
+    }
+    ASSERT_EQ(OpenScript(Script(250, 25.0)), 0);  // 10 s of pictures, 1 s of sound
+    SetViewDim(player, 32, 16);
+    const auto start = Clock::now();
+    Play(player, 0);
+    const uint32_t audio = AudioReader();
+    ASSERT_TRUE(WaitUntil([&] { return host.Reader(audio).endOfStreams == 1; }))
+        << "the audio reader is still held after " << MsSince(start) << " ms";
+    EXPECT_LT(MsSince(start), 1000.0);
+    EXPECT_EQ(host.Reader(audio).pushesAccepted, 50u);
+    EXPECT_LT(GetCurrentPlayTime(player), 5 * kSecond) << "sound is not paced by the pictures";
+}
+
+TEST_F(Playback, RendersSamplesOnRequestOnlyWhenNotPlaying) {
+    InlayBuffer* picture = InlayBuffer_CreateSample(64, 32);
+    std::fill_n(reinterpret_cast<uint32_t*>(InlayBuffer_GetBuffer(picture)), 64 * 32,
+                0xFF336699u);
+    InlayBuffer_SetView(picture, 0.0, 0.0, 90.0);
+    std::vector<uint8_t> view(32 * 16 * 4);
+    auto renders = [&] {
+        std::fill(view.begin(), view.end(), 0xCD);
+        InlayBuffer_GetView(player, picture, view.data());
+        return std::any_of(view.begin(), view.end(), [](uint8_t b) { return b != 0xCD; });
+    };
+
+    EXPECT_FALSE(renders()) << "rendered before any Open";
+    ASSERT_EQ(OpenScript(Script(250, 25.0)), 0);
+    SetViewDim(player, 32, 16);
+    EXPECT_TRUE(renders()) << "Stopped";
+    Play(player, 0);
+    EXPECT_FALSE(renders()) << "Playing";
+    Pause(player);
+    EXPECT_TRUE(renders()) << "Paused";
+    Play(player, 0);
+    EXPECT_FALSE(renders()) << "Playing again";
+    Stop(player);
+    EXPECT_TRUE(renders()) << "Stopped again";
+    InlayBuffer_Release(picture);
+}
+
+TEST_F(Playback, GesturesActOnlyWhilePlayingAndSetViewAlways) {
+    ASSERT_EQ(OpenScript(Script(250, 25.0)), 0);
+    SetViewDim(player, 32, 16);
+    SetView(player, 10.0, 0.0, 90.0);  // while Stopped
+    StartPan(player);
+    AddPan(player, 40.0, 5.0);
+
+    Play(player, 0);
+    std::vector<double> pans = ViewPans(5);
+    ASSERT_FALSE(pans.empty());
+    for (double pan : pans) EXPECT_EQ(pan, 10.0) << "a gesture made while Stopped moved the view";
+
+    Pause(player);
+    StartPan(player);
+    AddPan(player, 50.0, 5.0);
+    Play(player, 0);
+    for (double pan : ViewPans(5)) EXPECT_EQ(pan, 10.0) << "a gesture made while Paused";
+
+    // Outside a gesture, queued values wait: a StartPan that slipped through a gate would show.
+    AddPan(player, 30.0, 5.0);
+    for (double pan : ViewPans(5)) EXPECT_EQ(pan, 10.0) << "a pan applied outside a gesture";
+
+    // While playing, the queued values are applied one per rendered frame.
+    StartPan(player);
+    AddPan(player, 60.0, 5.0);
+    AddPan(player, 70.0, 5.0);
+    pans = ViewPans(100, 70.0);
+    EndPan(player);
+    EXPECT_NE(std::find(pans.begin(), pans.end(), 70.0), pans.end()) << "the gesture was lost";
+    for (double pan : pans) {
+        EXPECT_TRUE(pan == 10.0 || pan == 30.0 || pan == 60.0 || pan == 70.0)
+            << "unexpected pan " << pan;
+    }
+}
+
+}  // namespace
+}  // namespace player_test

@@ -1,0 +1,363 @@
+// libSphereUnwrap.so: fisheye pictures rendered from a known scene with the lens model, unwrapped,
+// and compared with the scene; the seam blend; refusal of bad records; the mapping cache under
+// concurrent use; and the SSE4.1 kernels held against the plain ones.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <numbers>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "sibling_module.h"
+#include "unwrap_kernel.h"
+#include "unwrap_map.h"
+
+namespace vexel {
+namespace {
+
+using testing::ModuleFunction;
+constexpr double kPi = std::numbers::pi;
+
+struct Direction {
+    double x, y, z;  // right, up, forward (longitude 0)
+};
+
+// The scene: a colour that changes smoothly with the direction, every channel well inside 0..255.
+std::array<double, 3> SceneColour(Direction d, double offset = 0.0) {
+    return {120 + 100 * d.x + offset, 120 + 100 * d.y + offset, 120 + 100 * d.z + offset};  // B, G, R
+}
+
+uint32_t Pack(std::array<double, 3> bgr) {
+    uint32_t pixel = 0xFF000000u;
+    for (int c = 0; c < 3; ++c) {
+        pixel |= static_cast<uint32_t>(std::lround(std::clamp(bgr[c], 0.0, 255.0))) << (8 * c);
+    }
+    return pixel;
+}
+
+int Channel(uint32_t pixel, int c) { return static_cast<int>((pixel >> (8 * c)) & 0xFF); }
+
+// The direction the target's pixel (column, row) shows.
+Direction TargetDirection(uint32_t column, uint32_t row, uint32_t width, uint32_t height) {
+    const double lon = (column + 0.5) / width * 2 * kPi - kPi;
+    const double lat = kPi / 2 - (row + 0.5) / height * kPi;
+    return {std::cos(lat) * std::sin(lon), std::sin(lat), std::cos(lat) * std::cos(lon)};
+}
+
+struct Lens {
+    int32_t row, column;  // centre, pixels
+    bool backward;
+    double offset;  // added to the scene's colour, to tell the lenses apart
+};
+
+// Paints the fisheye picture, pixel by pixel from the centre outwards: the angle from the axis is
+// distance / radius x half the lens angle. Each lens paints the columns nearest its centre, past
+// its rim too, so sampling at the rim finds the scene rather than a border.
+std::vector<uint32_t> RenderFisheye(uint32_t width, uint32_t height, int32_t radius, double lensAngle,
+                                    const std::vector<Lens>& lenses) {
+    std::vector<uint32_t> picture(size_t{width} * height);
+    const double half = lensAngle * kPi / 360;
+    for (uint32_t r = 0; r < height; ++r) {
+        for (uint32_t c = 0; c < width; ++c) {
+            const Lens& lens = *std::min_element(lenses.begin(), lenses.end(), [&](const Lens& a, const Lens& b) {
+                return std::abs(c + 0.5 - a.column) < std::abs(c + 0.5 - b.column);
+            });
+            const double dx = c + 0.5 - lens.column, dy = r + 0.5 - lens.row;
+            const double rho = std::hypot(dx, dy);
+            const double theta = std::min(rho / radius * half, kPi);
+            const double s = rho > 0 ? std::sin(theta) / rho : 0.0;
+            const double flip = lens.backward ? -1.0 : 1.0;
+            const Direction d{flip * s * dx, -s * dy, flip * std::cos(theta)};
+            picture[size_t{r} * width + c] = Pack(SceneColour(d, lens.offset));
+        }
+    }
+    return picture;
+}
+
+class SphereUnwrapTest : public ::testing::Test {
+protected:
+    // The records as the player fills them; size in bytes for one lens, in pixels for two.
+    std::vector<uint32_t> Unwrap(const std::vector<uint32_t>& picture, uint32_t width, uint32_t height,
+                                 int32_t radius, float lensAngle, const std::vector<Lens>& lenses,
+                                 uint32_t targetWidth, uint32_t targetHeight) {
+        UnwrapSource source{};
+        source.height = height;
+        source.width = width;
+        source.radius = radius;
+        source.size = width * height * 4;
+        source.pixels = reinterpret_cast<const uint8_t*>(picture.data());
+        source.lensAngle = lensAngle;
+        if (lenses.size() == 1) {
+            source.centerRow = lenses[0].row;
+            source.centerColumn = lenses[0].column;
+        } else {
+            source.leftRow = lenses[0].row;
+            source.leftColumn = lenses[0].column;
+            source.rightRow = lenses[1].row;
+            source.rightColumn = lenses[1].column;
+        }
+        std::vector<uint32_t> out(size_t{targetWidth} * targetHeight, 0x12345678u);
+        UnwrapTarget target{};
+        target.height = targetHeight;
+        target.width = targetWidth;
+        target.pixels = reinterpret_cast<uint8_t*>(out.data());
+        target.size = lenses.size() == 1 ? targetWidth * targetHeight * 4 : targetWidth * targetHeight;
+        EXPECT_EQ((lenses.size() == 1 ? single : dual)(&source, &target), kVexelOk);
+        return out;
+    }
+
+    UnwrapFn single = ModuleFunction<UnwrapFn>(kSphereUnwrapModule, kSingleFisheyeSymbol);
+    UnwrapFn dual = ModuleFunction<UnwrapFn>(kSphereUnwrapModule, kDualFisheyeSymbol);
+};
+
+struct Difference {
+    int largest = 0;
+    double mean = 0;
+};
+
+// Compares the target with the scene over the pixels `inside` selects.
+template <class Inside>
+Difference CompareWithScene(const std::vector<uint32_t>& target, uint32_t width, uint32_t height, Inside inside) {
+    Difference diff;
+    size_t count = 0;
+    for (uint32_t r = 0; r < height; ++r) {
+        for (uint32_t c = 0; c < width; ++c) {
+            const Direction d = TargetDirection(c, r, width, height);
+            if (!inside(d)) continue;
+            const uint32_t expected = Pack(SceneColour(d)), actual = target[size_t{r} * width + c];
+            for (int ch = 0; ch < 3; ++ch) {
+                const int e = std::abs(Channel(expected, ch) - Channel(actual, ch));
+                diff.largest = std::max(diff.largest, e);
+                diff.mean += e;
+            }
+            EXPECT_EQ(actual >> 24, 0xFFu);
+            ++count;
+        }
+    }
+    EXPECT_GT(count, 0u);
+    diff.mean /= 3.0 * std::max<size_t>(count, 1);
+    return diff;
+}
+
+// Bilinear sampling of a smooth scene at 128 pixels of radius: the error is rounding (at most 1
+// level per step) plus a little curvature; a wrong orientation or model is off by tens of levels.
+constexpr int kLargestError = 2;
+constexpr double kMeanError = 0.5;
+
+TEST_F(SphereUnwrapTest, SingleLensRoundTripMatchesTheSceneInsideItsField) {
+    const std::vector<Lens> lenses = {{128, 128, false, 0}};
+    const auto picture = RenderFisheye(256, 256, 128, 240, lenses);
+    const auto target = Unwrap(picture, 256, 256, 128, 240.0f, lenses, 512, 256);  // 4R x 2R
+
+    const double half = 120 * kPi / 180, margin = 0.5 * kPi / 180;
+    const Difference inside =
+        CompareWithScene(target, 512, 256, [&](Direction d) { return std::acos(d.z) < half - margin; });
+    EXPECT_LE(inside.largest, kLargestError);
+    EXPECT_LE(inside.mean, kMeanError);
+    // Behind the lens's field the panorama is black.
+    for (uint32_t r = 0; r < 256; ++r) {
+        for (uint32_t c = 0; c < 512; ++c) {
+            if (std::acos(TargetDirection(c, r, 512, 256).z) > half + margin) {
+                ASSERT_EQ(target[r * 512 + c], 0xFF000000u) << c << "," << r;
+            }
+        }
+    }
+}
+
+TEST_F(SphereUnwrapTest, DualLensRoundTripMatchesTheSceneEverywhere) {
+    const std::vector<Lens> lenses = {{128, 128, false, 0}, {128, 384, true, 0}};
+    const auto picture = RenderFisheye(512, 256, 128, 190, lenses);
+    const auto target = Unwrap(picture, 512, 256, 128, 190.0f, lenses, 512, 256);
+    const Difference all = CompareWithScene(target, 512, 256, [](Direction) { return true; });
+    EXPECT_LE(all.largest, kLargestError);
+    EXPECT_LE(all.mean, kMeanError);
+}
+
+// A change of geometry takes effect at once, and going back finds the first one again.
+TEST_F(SphereUnwrapTest, EachGeometryIsHonouredWhenTheyAlternate) {
+    const std::vector<Lens> wide = {{128, 128, false, 0}, {128, 384, true, 0}};
+    const std::vector<Lens> shifted = {{120, 136, false, 0}, {130, 380, true, 0}};
+    for (const auto* lenses : {&wide, &shifted, &wide}) {
+        const int32_t radius = lenses == &wide ? 128 : 110;
+        const auto picture = RenderFisheye(512, 256, radius, 190, *lenses);
+        const auto target = Unwrap(picture, 512, 256, radius, 190.0f, *lenses, 512, 256);
+        const Difference all = CompareWithScene(target, 512, 256, [](Direction) { return true; });
+        EXPECT_LE(all.largest, kLargestError) << "radius " << radius;
+    }
+}
+
+// The back lens sees everything 60 levels brighter. Along the equator the panorama goes from the
+// front's colours to the back's through the overlap in small steps, never in one jump.
+TEST_F(SphereUnwrapTest, DualLensOverlapBlendsWithoutASeam) {
+    constexpr double kOffset = 60;
+    const std::vector<Lens> lenses = {{128, 128, false, 0}, {128, 384, true, kOffset}};
+    const auto picture = RenderFisheye(512, 256, 128, 190, lenses);
+    const auto target = Unwrap(picture, 512, 256, 128, 190.0f, lenses, 512, 256);
+    for (const uint32_t row : {100u, 128u, 150u}) {
+        std::vector<double> excess(512);  // brightness over the scene, channel average
+        for (uint32_t c = 0; c < 512; ++c) {
+            const uint32_t expected = Pack(SceneColour(TargetDirection(c, row, 512, 256)));
+            double sum = 0;
+            for (int ch = 0; ch < 3; ++ch) sum += Channel(target[row * 512 + c], ch) - Channel(expected, ch);
+            excess[c] = sum / 3;
+        }
+        EXPECT_NEAR(excess[256], 0, 2) << "front, row " << row;
+        EXPECT_NEAR(excess[0], kOffset, 2) << "back, row " << row;
+        double largestStep = 0;
+        for (uint32_t c = 1; c < 512; ++c) largestStep = std::max(largestStep, std::abs(excess[c] - excess[c - 1]));
+        EXPECT_LE(largestStep, 12) << "row " << row;  // a hard cut would step by 60
+    }
+}
+
+TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
+    std::vector<uint32_t> picture(64 * 32, 0xFF808080u), out(64 * 32, 0x12345678u);
+    UnwrapSource good{};
+    good.height = 32;
+    good.width = 64;
+    good.leftRow = good.rightRow = 16;
+    good.leftColumn = 16;
+    good.rightColumn = 48;
+    good.centerRow = good.centerColumn = 16;
+    good.radius = 16;
+    good.size = 64 * 32 * 4;
+    good.pixels = reinterpret_cast<const uint8_t*>(picture.data());
+    good.lensAngle = 190.0f;
+    UnwrapTarget goodTarget{32, 64, {}, 64 * 32, reinterpret_cast<uint8_t*>(out.data())};
+
+    for (const UnwrapFn fn : {single, dual}) {
+        EXPECT_EQ(fn(nullptr, &goodTarget), kVexelErrorPointer);
+        EXPECT_EQ(fn(&good, nullptr), kVexelErrorPointer);
+    }
+    struct Case {
+        const char* what;
+        void (*spoil)(UnwrapSource&, UnwrapTarget&);
+        int32_t status;
+    };
+    const std::vector<Case> cases = {
+        {"no source picture", [](UnwrapSource& s, UnwrapTarget&) { s.pixels = nullptr; }, kVexelErrorPointer},
+        {"no target picture", [](UnwrapSource&, UnwrapTarget& t) { t.pixels = nullptr; }, kVexelErrorPointer},
+        {"zero source width", [](UnwrapSource& s, UnwrapTarget&) { s.width = 0; }, kVexelErrorArgument},
+        {"absurd source height", [](UnwrapSource& s, UnwrapTarget&) { s.height = 0xFFFFFFF0u; }, kVexelErrorArgument},
+        {"source smaller than its size", [](UnwrapSource& s, UnwrapTarget&) { s.size -= 4; }, kVexelErrorArgument},
+        {"zero target height", [](UnwrapSource&, UnwrapTarget& t) { t.height = 0; }, kVexelErrorArgument},
+        {"absurd target", [](UnwrapSource&, UnwrapTarget& t) { t.width = t.height = kMaxPictureSide; },
+         kVexelErrorArgument},
+        {"target smaller than its size", [](UnwrapSource&, UnwrapTarget& t) { t.size -= 1; }, kVexelErrorArgument},
+        {"zero radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = 0; }, kVexelErrorArgument},
+        {"negative radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = -5; }, kVexelErrorArgument},
+        {"zero angle", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 0.0f; }, kVexelErrorArgument},
+        {"angle past a full turn", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 400.0f; }, kVexelErrorArgument},
+        {"angle not a number", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = std::nanf(""); },
+         kVexelErrorArgument},
+    };
+    for (const Case& c : cases) {
+        for (const UnwrapFn fn : {single, dual}) {
+            UnwrapSource source = good;
+            UnwrapTarget target = goodTarget;
+            c.spoil(source, target);
+            EXPECT_EQ(fn(&source, &target), c.status) << c.what;
+            EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint32_t p) { return p == 0x12345678u; })) << c.what;
+        }
+    }
+    // Centres far outside the picture are no error: nothing is seen there, so all is black.
+    UnwrapSource away = good;
+    away.leftColumn = away.rightColumn = -100000;
+    EXPECT_EQ(dual(&away, &goodTarget), kVexelOk);
+    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint32_t p) { return p == 0xFF000000u; }));
+}
+
+// Several threads unwrapping with different geometries at once (more than the cache keeps) each
+// get their own geometry's result.
+TEST_F(SphereUnwrapTest, ConcurrentCallsWithDifferentGeometries) {
+    constexpr uint32_t kWidth = 128, kHeight = 64;
+    std::vector<std::vector<Lens>> geometries;
+    std::vector<std::vector<uint32_t>> pictures, expected;
+    for (int32_t shift = 0; shift < 4; ++shift) {
+        geometries.push_back({{32, 32 + shift, false, 0}, {32, 96 - shift, true, 20}});
+        pictures.push_back(RenderFisheye(kWidth, kHeight, 32, 190, geometries.back()));
+        expected.push_back(Unwrap(pictures.back(), kWidth, kHeight, 32, 190.0f, geometries.back(), kWidth, kHeight));
+    }
+    std::vector<std::thread> threads;
+    std::atomic<int> mismatches{0};
+    for (size_t t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            for (size_t round = 0; round < 8; ++round) {
+                const size_t g = (t + round) % geometries.size();
+                if (Unwrap(pictures[g], kWidth, kHeight, 32, 190.0f, geometries[g], kWidth, kHeight) != expected[g]) {
+                    ++mismatches;
+                }
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The mapping cache and the kernels, linked directly.
+
+unwrap::Geometry SmallGeometry(int32_t radius) {
+    return {64, 32, 64, 32, radius, 190.0f, 2, {{16, 16}, {16, 48}}};
+}
+
+TEST(UnwrapMapCache, ReusesAMapWhileTheGeometryStaysAndEvictsTheLeastRecent) {
+    unwrap::MapCache cache(2);
+    const auto a = cache.Get(SmallGeometry(16));
+    EXPECT_EQ(cache.Get(SmallGeometry(16)), a);
+    const auto b = cache.Get(SmallGeometry(15));
+    EXPECT_NE(b, a);
+    EXPECT_EQ(cache.Get(SmallGeometry(16)), a);  // now the most recent
+    const auto c = cache.Get(SmallGeometry(14));  // evicts b
+    EXPECT_EQ(cache.Get(SmallGeometry(16)), a);
+    EXPECT_EQ(cache.Get(SmallGeometry(14)), c);
+    const auto rebuilt = cache.Get(SmallGeometry(15));
+    EXPECT_NE(rebuilt, b);
+    EXPECT_EQ(rebuilt->taps.size(), b->taps.size());  // an evicted map stays usable by its holder
+    EXPECT_EQ(rebuilt->taps.front().offset, b->taps.front().offset);
+}
+
+TEST(UnwrapKernel, PlainVersionWeighsTheFourNeighboursAndMixesSecondTaps) {
+    const std::vector<uint32_t> picture = {0xFF000000u, 0xFFFFFFFFu, 0xFF102030u, 0xFF0000FFu};
+    const unwrap::SourcePicture source{picture.data(), 2};
+    using unwrap::kOne;
+    const std::vector<unwrap::Tap> taps = {unwrap::MakeTap(0, 0, 0),       unwrap::MakeTap(0, kOne, 0),
+                                           unwrap::MakeTap(0, 0, kOne),    unwrap::MakeTap(0, kOne, kOne),
+                                           unwrap::MakeTap(0, kOne / 2, 0), {unwrap::kNoTap, 0, 0}};
+    const std::vector<unwrap::BlendTap> blends = {{5, kOne / 4, unwrap::MakeTap(0, kOne, 0)}};  // a quarter of white
+    std::vector<uint32_t> out(taps.size());
+    unwrap::UnwrapPlain(source, taps.data(), taps.size(), blends.data(), blends.size(), out.data());
+    EXPECT_EQ(out, (std::vector<uint32_t>{0xFF000000u, 0xFFFFFFFFu, 0xFF102030u, 0xFF0000FFu, 0xFF808080u,
+                                          0xFF404040u}));
+}
+
+TEST(UnwrapKernel, Sse41MatchesPlainBitForBit) {
+    if (!__builtin_cpu_supports("sse4.1")) GTEST_SKIP() << "no SSE4.1";
+    constexpr uint32_t kWidth = 37, kHeight = 23;
+    std::mt19937 random(7);
+    std::vector<uint32_t> picture(kWidth * kHeight);
+    for (auto& p : picture) p = random();
+    const unwrap::SourcePicture source{picture.data(), kWidth};
+    const auto randomTap = [&] {
+        const uint32_t x = random() % (kWidth - 1), y = random() % (kHeight - 1);
+        return unwrap::MakeTap(y * kWidth + x, random() % (unwrap::kOne + 1), random() % (unwrap::kOne + 1));
+    };
+    std::vector<unwrap::Tap> taps(5000);  // more than one chunk of the SSE version
+    for (auto& tap : taps) tap = random() % 20 == 0 ? unwrap::Tap{unwrap::kNoTap, 0, 0} : randomTap();
+    taps[0] = unwrap::MakeTap(0, unwrap::kOne, unwrap::kOne);  // the extremes
+    taps[1] = unwrap::MakeTap((kHeight - 2) * kWidth + kWidth - 2, 0, unwrap::kOne);
+    std::vector<unwrap::BlendTap> blends;
+    for (uint32_t target = 0; target < taps.size(); target += 1 + random() % 4) {
+        blends.push_back({target, static_cast<uint32_t>(random() % (unwrap::kOne + 1)), randomTap()});
+    }
+    std::vector<uint32_t> plain(taps.size()), sse(taps.size());
+    unwrap::UnwrapPlain(source, taps.data(), taps.size(), blends.data(), blends.size(), plain.data());
+    unwrap::UnwrapSse41(source, taps.data(), taps.size(), blends.data(), blends.size(), sse.data());
+    EXPECT_EQ(plain, sse);
+}
+
+}  // namespace
+}  // namespace vexel

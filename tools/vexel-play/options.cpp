@@ -1,0 +1,150 @@
+#include "options.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <string_view>
+
+namespace play {
+
+namespace {
+
+void Usage(std::FILE* out) {
+    std::fprintf(out,
+        "usage: vexel-play [options] [FILE]\n"
+        "Plays a panorama video in real time through libVexelPlayer.so, records the views it\n"
+        "presents and prints how well it kept time.\n"
+        "  FILE                 a video file or URL (default: the bundled sample)\n"
+        "  -l, --layout L       lens layout: equirect (default), fisheye, dual-fisheye\n"
+        "  -r, --range A:B      play from A to B seconds (either may be left out)\n"
+        "  -s, --size WxH       view size in pixels (default 1280x720)\n"
+        "  -v, --view P,T,F     starting view: pan, tilt, field of view in degrees (default 0,0,90)\n"
+        "  -p, --path LIST      timed views SEC=P,T,F;SEC=P,T,F;... the camera moves evenly\n"
+        "                       between them (e.g. \"0=0,0,90;10=360,0,90\" turns round once)\n"
+        "  -o, --out DIR        output folder for view.mp4 and contact-sheet.png (default out)\n"
+        "  -q, --quiet          no progress bar\n");
+}
+
+bool ParseNumber(std::string_view text, double* value) {
+    const std::string copy(text);
+    char* end = nullptr;
+    *value = std::strtod(copy.c_str(), &end);
+    return !copy.empty() && end == copy.c_str() + copy.size();
+}
+
+bool ParseView(std::string_view text, View* view) {
+    const size_t a = text.find(','), b = a == std::string_view::npos ? a : text.find(',', a + 1);
+    return b != std::string_view::npos && ParseNumber(text.substr(0, a), &view->pan) &&
+           ParseNumber(text.substr(a + 1, b - a - 1), &view->tilt) && ParseNumber(text.substr(b + 1), &view->fov) &&
+           view->fov > 0.0 && view->fov < 180.0;
+}
+
+bool ParsePath(std::string_view text, std::vector<TimedView>* path) {
+    std::istringstream stream{std::string(text)};
+    std::string item;
+    while (std::getline(stream, item, ';')) {
+        if (item.empty()) continue;
+        const size_t equals = item.find('=');
+        TimedView key;
+        if (equals == std::string::npos || !ParseNumber(std::string_view(item).substr(0, equals), &key.seconds) ||
+            !ParseView(std::string_view(item).substr(equals + 1), &key.view)) {
+            return false;
+        }
+        path->push_back(key);
+    }
+    std::stable_sort(path->begin(), path->end(),
+                     [](const TimedView& a, const TimedView& b) { return a.seconds < b.seconds; });
+    return !path->empty();
+}
+
+bool ParseRange(std::string_view text, double* start, double* end) {
+    const size_t colon = text.find(':');
+    if (colon == std::string_view::npos) return false;
+    const std::string_view a = text.substr(0, colon), b = text.substr(colon + 1);
+    if (!a.empty() && !ParseNumber(a, start)) return false;
+    if (!b.empty() && !ParseNumber(b, end)) return false;
+    return *start >= 0.0 && *end >= 0.0 && (*end == 0.0 || *end > *start);
+}
+
+bool ParseSize(std::string_view text, uint32_t* width, uint32_t* height) {
+    double w = 0, h = 0;
+    const size_t x = text.find('x');
+    if (x == std::string_view::npos || !ParseNumber(text.substr(0, x), &w) || !ParseNumber(text.substr(x + 1), &h)) {
+        return false;
+    }
+    if (w < 16 || h < 16 || w > 7680 || h > 4320) return false;
+    // Even sizes, as H.264 wants them.
+    *width = static_cast<uint32_t>(w) & ~1u;
+    *height = static_cast<uint32_t>(h) & ~1u;
+    return true;
+}
+
+bool ParseLayout(std::string_view text, uint32_t* mode) {
+    if (text == "equirect") *mode = 0;
+    else if (text == "fisheye") *mode = 2;
+    else if (text == "dual-fisheye") *mode = 3;
+    else return false;
+    return true;
+}
+
+}  // namespace
+
+bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
+    *exitCode = 2;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view arg = argv[i];
+        if (arg == "-h" || arg == "--help") {
+            Usage(stdout);
+            *exitCode = 0;
+            return false;
+        }
+        if (arg == "-q" || arg == "--quiet") {
+            o->quiet = true;
+            continue;
+        }
+        if (arg.empty() || arg[0] != '-') {
+            if (!o->file.empty()) {
+                std::fprintf(stderr, "vexel-play: one file at a time (%s and %s)\n", o->file.c_str(), argv[i]);
+                return false;
+            }
+            o->file = arg;
+            continue;
+        }
+        if (i + 1 >= argc) {
+            std::fprintf(stderr, "vexel-play: %s needs a value\n", argv[i]);
+            return false;
+        }
+        const std::string_view value = argv[++i];
+        bool ok = false;
+        if (arg == "-l" || arg == "--layout") ok = ParseLayout(value, &o->fisheyeMode);
+        else if (arg == "-r" || arg == "--range") ok = ParseRange(value, &o->rangeStart, &o->rangeEnd);
+        else if (arg == "-s" || arg == "--size") ok = ParseSize(value, &o->viewWidth, &o->viewHeight);
+        else if (arg == "-v" || arg == "--view") ok = ParseView(value, &o->view);
+        else if (arg == "-p" || arg == "--path") ok = ParsePath(value, &o->path);
+        else if (arg == "-o" || arg == "--out") ok = !(o->outputFolder = value).empty();
+        if (!ok) {
+            std::fprintf(stderr, "vexel-play: bad argument %s %s (see --help)\n", argv[i - 1], argv[i]);
+            return false;
+        }
+    }
+    return true;
+}
+
+View ViewAt(const Options& options, double seconds) {
+    const std::vector<TimedView>& path = options.path;
+    if (path.empty()) return options.view;
+    if (seconds <= path.front().seconds) return path.front().view;
+    for (size_t i = 1; i < path.size(); ++i) {
+        const TimedView& a = path[i - 1];
+        const TimedView& b = path[i];
+        if (seconds <= b.seconds) {
+            const double t = b.seconds > a.seconds ? (seconds - a.seconds) / (b.seconds - a.seconds) : 1.0;
+            return {a.view.pan + (b.view.pan - a.view.pan) * t, a.view.tilt + (b.view.tilt - a.view.tilt) * t,
+                    a.view.fov + (b.view.fov - a.view.fov) * t};
+        }
+    }
+    return path.back().view;
+}
+
+}  // namespace play
