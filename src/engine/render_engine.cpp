@@ -53,6 +53,7 @@ RenderEngine::~RenderEngine() {
     videoSink_->Disconnect();
     audioSink_.reset();
     videoSink_.reset();
+    ReleasePooledPixels();  // a host may unload the library next
 }
 
 void RenderEngine::SetVideoFormat(const MediaFormatPayload& payload) {

@@ -21,15 +21,14 @@ constexpr size_t kHeaderBytes = 16;
 constexpr size_t kPooledBuffers = 3;
 constexpr uint32_t kPooledMinimum = 1 << 20;
 
+// Constant-initialised and trivially destroyed: loading and unloading the library run no code.
 struct BufferPool {
     std::mutex lock;
     uint8_t* buffers[kPooledBuffers] = {};
 };
+BufferPool pool;
 
-BufferPool& Pool() {
-    static BufferPool* pool = new BufferPool;  // never destroyed: no work at unload
-    return *pool;
-}
+BufferPool& Pool() { return pool; }
 
 uint32_t StoredSize(const uint8_t* block) {
     uint32_t size;
@@ -68,6 +67,17 @@ void FreePixels(uint8_t* pixels) {
         std::swap(block, pool.buffers[0]);  // full: the newest buffer takes the first slot
     }
     ::operator delete[](block, kPixelAlignment);
+}
+
+void ReleasePooledPixels() {
+    uint8_t* blocks[kPooledBuffers] = {};
+    {
+        std::lock_guard<std::mutex> guard(pool.lock);
+        std::swap(blocks, pool.buffers);
+    }
+    for (uint8_t* block : blocks) {
+        if (block != nullptr) ::operator delete[](block, kPixelAlignment);
+    }
 }
 
 InlayBuffer* CreateInlayBuffer(int32_t width, int32_t height) {
