@@ -43,6 +43,10 @@ bool FlipRows32(const uint8_t* source, uint8_t* destination, uint32_t width, uin
 int32_t RenderEngine::OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) {
     if (stopRequested_.load() || seekFrameShown_.load()) return ERR_SAMPLE_REFUSED;
 
+    // Wait for room before a new picture is made, so no picture is held while waiting.
+    decodedQueue_.WaitForRoom(stopRequested_);
+    if (stopRequested_.load()) return ERR_SAMPLE_REFUSED;
+
     // A picture that cannot be made is dropped with a line the first time; delivery goes on.
     auto frame = std::make_unique<FrameRecord>();
     if (!ConvertToRgb32(data, size, *frame)) return kOk;

@@ -16,9 +16,9 @@ constexpr std::align_val_t kPixelAlignment{16};
 // Each buffer starts with a 16-byte header holding its size, so freed buffers can be reused.
 constexpr size_t kHeaderBytes = 16;
 // Picture buffers are large (a 3840x1920 frame is 29.5 MB) and a fresh one costs thousands of
-// page faults, more than the copy that fills it. A few freed large buffers are kept for reuse: a
-// player frees one picture for each it allocates. Small ones are left to the allocator.
-constexpr size_t kPooledBuffers = 3;
+// page faults, more than the copy that fills it. Two freed large buffers are kept for reuse (a
+// player frees one panorama for each it allocates, in bursts). Small ones go to the allocator.
+constexpr size_t kPooledBuffers = 2;
 constexpr uint32_t kPooledMinimum = 1 << 20;
 
 // Constant-initialised and trivially destroyed: loading and unloading the library run no code.

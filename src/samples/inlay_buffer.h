@@ -27,7 +27,7 @@ constexpr uint64_t kMaxSampleBytes = uint64_t{1} << 30;
 // Pixel buffers are 16-byte aligned so they can be read as uint32_t pixels. A buffer that a
 // record owns must come from AllocatePixels, because ReleaseInlayBuffer frees it with FreePixels.
 // AllocatePixels returns null when the memory is not there.
-// Freed buffers of 1 MB and more are kept for reuse (a few at most); ReleasePooledPixels gives
+// Freed buffers of 1 MB and more are kept for reuse (two at most); ReleasePooledPixels gives
 // them back, so nothing stays allocated once the last engine is gone.
 uint8_t* AllocatePixels(uint32_t size);
 void FreePixels(uint8_t* pixels);
