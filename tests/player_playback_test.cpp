@@ -94,6 +94,12 @@ TEST_F(Playback, PresentsEveryFrameInOrderAtItsTime) {
         const double dueMs = (seen[i].time - seen[0].time) / 10'000.0;
         lateness.push_back(seen[i].atMs - seen[0].atMs - dueMs);
     }
+    // Polling only sees a frame after it is shown, and the first sighting may itself be late: the
+    // typical (median) offset is the reference, and no frame comes well before it.
+    std::vector<double> sorted = lateness;
+    std::sort(sorted.begin(), sorted.end());
+    const double typical = sorted[sorted.size() / 2];
+    for (double& late : lateness) late -= typical;
     EXPECT_EQ(seen.back().frame, 39);
     EXPECT_GT(*std::min_element(lateness.begin(), lateness.end()), -5.0) << "shown early";
     EXPECT_LT(Percentile(lateness, 0.95), 40.0);

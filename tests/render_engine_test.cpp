@@ -111,10 +111,12 @@ TEST_F(RenderEngineTest, PresentsEveryFrameInOrderAtItsTimeThenTheEnd) {
     }
     EXPECT_EQ(seen[20].width, 0u);  // the end marker
     EXPECT_FALSE(seen[20].seek);
-    // Never early; the median within a few ms (the sampling loop itself adds up to ~1 ms).
+    // Measured from the first sighting, which may itself be late: against the median offset no
+    // frame comes early, and the offsets stay together.
     std::sort(lateness.begin(), lateness.end());
-    EXPECT_GT(lateness.front(), -2.0);
-    EXPECT_LT(lateness[lateness.size() / 2], 15.0);
+    const double typical = lateness[lateness.size() / 2];
+    EXPECT_GT(lateness.front() - typical, -5.0);
+    EXPECT_LT(lateness[lateness.size() * 9 / 10] - typical, 15.0);
     EXPECT_EQ(engine.GetCurrentPlayTime(), 190 * kTicksPerMs);
     engine.Stop();
 }
