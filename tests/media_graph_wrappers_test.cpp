@@ -11,7 +11,7 @@
 #include "audio/check_hresult.h"
 #include "audio/e_filter.h"
 #include "audio/e_graph_builder.h"
-#include "platform/com_object.h"
+#include "vexel/com_object.h"
 #include "platform/com_runtime.h"
 #include "platform/enumerator.h"
 

@@ -12,7 +12,7 @@
 
 #include "common/status.h"
 #include "engine/render_engine.h"
-#include "platform/com_object.h"
+#include "vexel/com_object.h"
 #include "platform/com_runtime.h"
 #include "wav_reader.h"
 

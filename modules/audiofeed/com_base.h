@@ -1,13 +1,13 @@
-// Reference counting, interface references and a pin enumerator for the module's objects.
+// Interface references and a pin enumerator for the module's objects.
 //
-// Threads: AddRef and Release may come from any thread; the count is atomic. A Ref is used by one
-// thread at a time.
+// Threads: a Ref is used by one thread at a time; the objects count references with
+// vexel::ComObject, safe on any thread.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <utility>
 
+#include "vexel/com_object.h"
 #include "vexel/media_graph.h"
 
 namespace audiofeed {
@@ -42,45 +42,8 @@ private:
     T* p_ = nullptr;
 };
 
-template <class... Interfaces>
-class RefCounted : public Interfaces... {
-public:
-    RefCounted() = default;
-    RefCounted(const RefCounted&) = delete;
-    RefCounted& operator=(const RefCounted&) = delete;
-
-    uint32_t AddRef() override { return count_.fetch_add(1, std::memory_order_relaxed) + 1; }
-    uint32_t Release() override {
-        const uint32_t count = count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-        if (count == 0) delete this;
-        return count;
-    }
-
-protected:
-    virtual ~RefCounted() = default;
-
-private:
-    std::atomic<uint32_t> count_{0};
-};
-
-template <class I>
-HRESULT Share(I* self, void** out) {
-    self->AddRef();
-    *out = self;
-    return S_OK;
-}
-
-// A new object (no reference yet) asked for `iid`; freed when it has no such interface.
-template <class Object>
-HRESULT QueryNew(Object* object, const GUID* iid, void** out) {
-    object->AddRef();
-    const HRESULT hr = object->QueryInterface(iid, out);
-    object->Release();
-    return hr;
-}
-
 // Enumerates one pin.
-class SinglePinEnum final : public RefCounted<IEnumPins> {
+class SinglePinEnum final : public vexel::ComObject<IEnumPins> {
 public:
     explicit SinglePinEnum(IPin* pin) : pin_(pin) {}
 
@@ -88,7 +51,7 @@ public:
         if (out == nullptr) return E_POINTER;
         *out = nullptr;
         if (iid == nullptr) return E_POINTER;
-        if (*iid == IID_IUnknown || *iid == IID_IEnumPins) return Share<IEnumPins>(this, out);
+        if (*iid == IID_IUnknown || *iid == IID_IEnumPins) return vexel::ShareInterface<IEnumPins>(this, out);
         return E_NOINTERFACE;
     }
 

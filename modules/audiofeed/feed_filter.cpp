@@ -21,7 +21,7 @@ HRESULT FeedFilter::Create(const GUID* iid, void** out) {
     if (out == nullptr) return E_POINTER;
     *out = nullptr;
     try {
-        return QueryNew(new FeedFilter, iid, out);
+        return vexel::QueryNewObject(new FeedFilter, iid, out);
     } catch (...) {
         return E_OUTOFMEMORY;
     }
@@ -32,9 +32,9 @@ HRESULT FeedFilter::QueryInterface(const GUID* iid, void** out) {
     *out = nullptr;
     if (iid == nullptr) return E_POINTER;
     if (*iid == IID_IUnknown || *iid == IID_IMediaFilter || *iid == IID_IBaseFilter) {
-        return Share<IBaseFilter>(this, out);
+        return vexel::ShareInterface<IBaseFilter>(this, out);
     }
-    if (*iid == IID_IPcmFeed) return Share<IPcmFeed>(this, out);
+    if (*iid == IID_IPcmFeed) return vexel::ShareInterface<IPcmFeed>(this, out);
     return E_NOINTERFACE;
 }
 
@@ -78,7 +78,7 @@ HRESULT FeedFilter::EnumPins(IEnumPins** out) {
     if (out == nullptr) return E_POINTER;
     *out = nullptr;
     try {
-        return QueryNew(new SinglePinEnum(&pin_), &IID_IEnumPins, reinterpret_cast<void**>(out));
+        return vexel::QueryNewObject(new SinglePinEnum(&pin_), &IID_IEnumPins, reinterpret_cast<void**>(out));
     } catch (...) {
         return E_OUTOFMEMORY;
     }
@@ -200,7 +200,7 @@ HRESULT FeedFilter::OutputPin::QueryInterface(const GUID* iid, void** out) {
     if (out == nullptr) return E_POINTER;
     *out = nullptr;
     if (iid == nullptr) return E_POINTER;
-    if (*iid == IID_IUnknown || *iid == IID_IPin) return Share<IPin>(this, out);
+    if (*iid == IID_IUnknown || *iid == IID_IPin) return vexel::ShareInterface<IPin>(this, out);
     return E_NOINTERFACE;
 }
 

@@ -17,7 +17,7 @@
 
 namespace audiofeed {
 
-class FeedFilter final : public RefCounted<IBaseFilter, IPcmFeed> {
+class FeedFilter final : public vexel::ComObject<IBaseFilter, IPcmFeed> {
 public:
     static HRESULT Create(const GUID* iid, void** out);
 

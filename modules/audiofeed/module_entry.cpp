@@ -6,13 +6,13 @@ namespace audiofeed {
 
 namespace {
 
-class FeedFilterFactory final : public RefCounted<IClassFactory> {
+class FeedFilterFactory final : public vexel::ComObject<IClassFactory> {
 public:
     HRESULT QueryInterface(const GUID* iid, void** out) override {
         if (out == nullptr) return E_POINTER;
         *out = nullptr;
         if (iid == nullptr) return E_POINTER;
-        if (*iid == IID_IUnknown || *iid == IID_IClassFactory) return Share<IClassFactory>(this, out);
+        if (*iid == IID_IUnknown || *iid == IID_IClassFactory) return vexel::ShareInterface<IClassFactory>(this, out);
         return E_NOINTERFACE;
     }
 
@@ -35,7 +35,7 @@ extern "C" __attribute__((visibility("default"))) HRESULT DllGetClassObject(cons
     if (clsid == nullptr || iid == nullptr) return E_POINTER;
     if (*clsid != CLSID_PcmFeedFilter) return CLASS_E_CLASSNOTAVAILABLE;
     try {
-        return audiofeed::QueryNew(new audiofeed::FeedFilterFactory, iid, out);
+        return vexel::QueryNewObject(new audiofeed::FeedFilterFactory, iid, out);
     } catch (...) {
         return E_OUTOFMEMORY;
     }

@@ -21,7 +21,7 @@
 
 #include "common/counted_ref.h"
 #include "platform/audio_device.h"
-#include "platform/com_object.h"
+#include "vexel/com_object.h"
 #include "platform/pcm_timeline.h"
 
 namespace vexel {

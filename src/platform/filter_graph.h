@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "common/counted_ref.h"
-#include "platform/com_object.h"
+#include "vexel/com_object.h"
 
 namespace vexel {
 

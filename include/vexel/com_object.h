@@ -1,6 +1,7 @@
-// ComObject: the reference count of the media-graph runtime's objects. The final class lists the
-// interfaces it implements (each derived from IUnknown) and answers QueryInterface itself; AddRef and
-// Release here serve every listed interface.
+// ComObject: the reference count of media-graph objects, in the library's runtime and in modules
+// such as the PCM feed filter. The final class lists the interfaces it implements (each derived from
+// IUnknown) and answers QueryInterface itself; AddRef and Release here serve every listed interface.
+// A new object starts with no reference.
 //
 // Threads: AddRef and Release may come from any thread; the count is atomic.
 #pragma once
