@@ -328,7 +328,6 @@ void ViewProjector::Remap(PixelSink& sink) {
 }
 
 void ViewProjector::Render(const uint32_t* const* sourceRows, bool upsideDown) {
-    sourceRows_ = sourceRows;
     if (viewPixels_ == nullptr || sourceRows == nullptr || viewWidth_ < 1 || viewHeight_ < 1 ||
         sourceWidth_ < 1 || sourceWidth_ > kMaxSourceWidth || sourceHeight_ < 1) {
         return;

@@ -63,7 +63,6 @@ private:
     int32_t sourceWidth_;
     int32_t sourceHeight_;
     uint32_t* viewPixels_ = nullptr;
-    const uint32_t* const* sourceRows_ = nullptr;
     double pan_ = 0.0;
     double fov_ = 120.0;
     double fovMin_ = 30.0;
