@@ -17,7 +17,13 @@ NO_ASLR := $(shell setarch $$(uname -m) -R true >/dev/null 2>&1 && echo setarch 
 
 CTEST := ctest --output-on-failure -j2 --test-dir
 
-.PHONY: deps build test run bench clean
+# make test builds with warnings as errors; so does its extra clang Release build of the library and
+# modules (no tests run there), which keeps the code building with a second compiler and -O3.
+WERROR := -DVEXEL_WERROR=ON
+CLANG_FLAGS := -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+CLANG_TARGETS := VexelPlayer DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter
+
+.PHONY: deps build test run bench package clean
 
 deps:
 	@scripts/install-deps
@@ -27,15 +33,17 @@ build: deps
 	cmake --build build
 
 test: deps
-	cmake -S . -B build $(GENERATOR) $(PLAIN_FLAGS)
+	cmake -S . -B build $(GENERATOR) $(PLAIN_FLAGS) $(WERROR)
 	cmake --build build
 	$(CTEST) build
-	cmake -S . -B build-asan $(GENERATOR) $(SANITIZER_FLAGS) -DVEXEL_SANITIZE=address
+	cmake -S . -B build-asan $(GENERATOR) $(SANITIZER_FLAGS) $(WERROR) -DVEXEL_SANITIZE=address
 	cmake --build build-asan
 	$(CTEST) build-asan
-	cmake -S . -B build-tsan $(GENERATOR) $(SANITIZER_FLAGS) -DVEXEL_SANITIZE=thread
+	cmake -S . -B build-tsan $(GENERATOR) $(SANITIZER_FLAGS) $(WERROR) -DVEXEL_SANITIZE=thread
 	cmake --build build-tsan
 	$(NO_ASLR) $(CTEST) build-tsan
+	cmake -S . -B build-clang $(GENERATOR) $(CLANG_FLAGS) $(WERROR)
+	cmake --build build-clang --target $(CLANG_TARGETS)
 
 # The bundled sample: made once by the project's generator, then played with a view that follows
 # the marker round the horizon.
@@ -47,9 +55,13 @@ run: build
 	build/tools/vexel-play --out out --path "$(VIEW_PATH)" $(SAMPLE)
 	@echo "make run: the presented views are in out/view.mp4, the contact sheet in out/contact-sheet.png"
 
+# The Debian package of the plain build: build/vexel_<version>_<arch>.deb.
+package: build
+	cd build && cpack -G DEB
+
 bench: build
 	@if [ -x build/bench/vexel_bench ]; then build/bench/vexel_bench; fi
 	build/bench/playback/vexel_playback_bench
 
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-clang

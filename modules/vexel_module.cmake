@@ -1,6 +1,7 @@
 # vexel_module(<name> SOURCES <files...> [LIBRARIES <libs...>]) builds lib<name>.so at the top of the
 # build tree: hidden visibility, only the names in the module's exports.map exported, no undefined
-# symbols, strict warnings, the public headers in reach.
+# symbols, strict warnings, the public headers in reach. It installs into the library's private
+# module folder (VEXEL_INSTALL_MODULEDIR), which the library's RUNPATH names.
 include_guard(GLOBAL)
 
 function(vexel_module name)
@@ -13,4 +14,5 @@ function(vexel_module name)
     target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,--no-undefined)
     set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
     vexel_strict_warnings(${name})
+    install(TARGETS ${name} LIBRARY DESTINATION ${VEXEL_INSTALL_MODULEDIR})
 endfunction()

@@ -1,5 +1,6 @@
 // The module's entry point and the CodecHost object, which makes readers.
 #include "com_object.h"
+#include "ffmpeg_log.h"
 #include "media_reader.h"
 
 namespace decodehost {
@@ -26,6 +27,7 @@ public:
 
 extern "C" __attribute__((visibility("default"))) int32_t CreateCodecHost(CodecHost** out) {
     if (out == nullptr) return decodehost::kInvalidArgument;
+    decodehost::RouteFfmpegLog();
     *out = new decodehost::Host();
     return decodehost::kOk;
 }
