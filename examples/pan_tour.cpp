@@ -43,7 +43,8 @@ int main(int argc, char** argv) {
         std::this_thread::sleep_until(start + std::chrono::milliseconds(500 * step));
         SetView(player.get(), 360.0 * step * 0.5 / seconds, 0.0, 90.0);
         Sample view(GetCurrentViewSample(player.get()));
-        if (!view) continue;  // no new frame since the last look
+        if (!view) continue;                               // no new frame since the last look
+        if (InlayBuffer_GetWidth(view.get()) == 0) break;  // the end marker: the video is over
         std::printf("%6.2f s: view %ux%u pan %6.1f tilt %5.1f fov %5.1f\n", InlayBuffer_GetTime(view.get()) / 1e7,
                     InlayBuffer_GetWidth(view.get()), InlayBuffer_GetHeight(view.get()), InlayBuffer_GetPan(view.get()),
                     InlayBuffer_GetTilt(view.get()), InlayBuffer_GetFov(view.get()));

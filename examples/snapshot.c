@@ -25,6 +25,17 @@ static int write_ppm(const char* path, InlayBuffer* picture) {
     return fclose(file);
 }
 
+/* Keeps sample in *kept unless it is the end marker; returns whether it was. */
+static int keep_newest(InlayBuffer** kept, InlayBuffer* sample) {
+    if (InlayBuffer_GetWidth(sample) == 0) {
+        InlayBuffer_Release(sample);
+        return 1;
+    }
+    InlayBuffer_Release(*kept);
+    *kept = sample;
+    return 0;
+}
+
 int main(int argc, char** argv) {
     if (argc < 2) {
         fprintf(stderr, "usage: %s video [view.ppm]\n", argv[0]);
@@ -42,19 +53,19 @@ int main(int argc, char** argv) {
     SetView(player, 90.0, 0.0, 100.0); /* look east, 100 degrees wide */
     Play(player, 0);
 
-    /* Each presented frame is handed over once; keep the newest panorama and view. */
+    /* Each presented frame is handed over once; keep the newest panorama and view. Samples
+     * without a picture mark the end of the video. */
     InlayBuffer* panorama = NULL;
     InlayBuffer* view = NULL;
-    for (int step = 0; step < 100; ++step) { /* two seconds */
+    int ended = 0;
+    for (int step = 0; step < 100 && !ended; ++step) { /* two seconds */
         sleep_ms(20);
         InlayBuffer* sample;
         if ((sample = GetCurrentPreSample(player)) != NULL) {
-            InlayBuffer_Release(panorama);
-            panorama = sample;
+            ended |= keep_newest(&panorama, sample);
         }
         if ((sample = GetCurrentViewSample(player)) != NULL) {
-            InlayBuffer_Release(view);
-            view = sample;
+            ended |= keep_newest(&view, sample);
         }
     }
     Stop(player);

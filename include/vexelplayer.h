@@ -30,7 +30,8 @@
  *   - Differences a host might not expect: GetWidth and GetHeight report half the stream's size;
  *     Open keeps the file Stopped (call Play); SetViewDim and the view must be set again after
  *     every Open; a presented sample is handed over once (the next call returns null until another
- *     frame is presented); Seek returns at once and the frame it shows stays until Play or Stop.
+ *     frame is presented); the end of the video is a sample of width 0; Seek returns at once and
+ *     the frame it shows stays until Play or Stop.
  */
 #ifndef VEXELPLAYER_H
 #define VEXELPLAYER_H
@@ -124,12 +125,14 @@ VEXEL_API uint32_t GetHeight(PlayerHandle handle);
 VEXEL_API int64_t GetCurrentPlayTime(PlayerHandle handle);
 
 /** Hands over the last presented panorama picture (equirectangular, the stream's full size).
+ * After the last frame of the play range an empty sample (width and height 0, no picture) marks
+ * the end.
  * @return the sample, owned by the caller until InlayBuffer_Release, or null when no frame was
  *         presented since the last call (each frame is handed over once). Null: null. */
 VEXEL_API InlayBuffer* GetCurrentPreSample(PlayerHandle handle);
 
 /** Hands over the last presented view picture (SetViewDim's size, the direction it was rendered
- * with stored in the sample).
+ * with stored in the sample). After the last frame an empty sample marks the end.
  * @return the sample, owned by the caller until InlayBuffer_Release, or null when no frame was
  *         presented since the last call. Null: null. */
 VEXEL_API InlayBuffer* GetCurrentViewSample(PlayerHandle handle);

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Checks that libVexelPlayer.so exports exactly the 43 functions of the public interface, and that
-# it carries RUNPATH $ORIGIN (not the older RPATH). Usage: check_exports.sh path/to/libVexelPlayer.so
+# Checks that libVexelPlayer.so exports exactly the 43 functions of the public interface, that it
+# carries RUNPATH $ORIGIN:$ORIGIN/vexel (not the older RPATH): its sibling modules beside it in the
+# build tree, in the vexel/ folder beside it when installed, and that its SONAME is
+# libVexelPlayer.so.<major>. Usage: check_exports.sh path/to/libVexelPlayer.so
 set -euo pipefail
 
 lib=${1:?usage: check_exports.sh libVexelPlayer.so}
@@ -30,8 +32,9 @@ if [ "$actual_sorted" != "$expected_sorted" ]; then
 fi
 
 dynamic=$(readelf -d "$lib")
-grep -q '(RUNPATH).*\$ORIGIN' <<<"$dynamic" || fail "no RUNPATH with \$ORIGIN"
+grep -q '(RUNPATH).*\[\$ORIGIN:\$ORIGIN/vexel\]' <<<"$dynamic" || fail "RUNPATH is not \$ORIGIN:\$ORIGIN/vexel"
+grep -q '(SONAME).*\[libVexelPlayer\.so\.[0-9]*\]' <<<"$dynamic" || fail "SONAME is not libVexelPlayer.so.<major>"
 if grep -q '(RPATH)' <<<"$dynamic"; then fail "has an RPATH entry"; fi
 
 if [ "$failed" -ne 0 ]; then exit 1; fi
-echo "ok: 43 exports, RUNPATH \$ORIGIN"
+echo "ok: 43 exports, RUNPATH \$ORIGIN:\$ORIGIN/vexel"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # VEXEL_LOG as a host's user meets it, through the example host vexel-snapshot: the library's fixed
-# line goes to standard output, to standard error or nowhere; FFmpeg's messages about a damaged clip
+# line goes to standard output, to standard error or nowhere; FFmpeg's messages about a cut-off clip
 # follow it, errors only unless more is asked for; and nothing of the audio stack reaches the
 # terminal on a machine without sound hardware.
 # Usage: log_routing.sh vexel-snapshot libVexelPlayer.so clips-dir work-dir
@@ -33,29 +33,30 @@ run alone-off off "$clips/equirect.mp4" "$work/alone"
 [ "$(grep -c -x -F -- "$line" "$work/alone-stderr.err")" -eq 1 ] || fail "VEXEL_LOG=stderr did not put the fixed line on standard error"
 [ "$(cat "$work/alone-off.out" "$work/alone-off.err" | count "$line" -)" -eq 0 ] || fail "VEXEL_LOG=off printed the fixed line"
 
-# FFmpeg's messages start with "[codec @ 0x...]".
-run damaged-default "" "$clips/damaged.mp4"
-run damaged-stderr stderr "$clips/damaged.mp4"
-run damaged-off off "$clips/damaged.mp4"
-run damaged-debug stderr,debug "$clips/damaged.mp4"
-ffmpeg_lines() { grep -c '^\[[a-z0-9_]* @ 0x[0-9a-f]*\]' "$1"; }
-errors=$(ffmpeg_lines "$work/damaged-default.out")
-[ "$errors" -gt 0 ] || fail "no FFmpeg error about the damaged clip on standard output"
-[ "$(ffmpeg_lines "$work/damaged-default.err")" -eq 0 ] || fail "FFmpeg's messages reached standard error by default"
-[ "$(ffmpeg_lines "$work/damaged-stderr.out")" -eq 0 ] || fail "VEXEL_LOG=stderr left FFmpeg's messages on standard output"
-[ "$(ffmpeg_lines "$work/damaged-stderr.err")" -gt 0 ] || fail "VEXEL_LOG=stderr lost FFmpeg's messages"
-[ "$(cat "$work/damaged-off.out" "$work/damaged-off.err" | grep -c '@ 0x')" -eq 0 ] || fail "VEXEL_LOG=off printed FFmpeg's messages"
-[ "$(ffmpeg_lines "$work/damaged-debug.err")" -gt "$errors" ] || fail "VEXEL_LOG=debug shows no more of FFmpeg than the default"
+# FFmpeg's messages start with "[name @ 0x...]"; the cut-off clip makes its demuxer report an error.
+run cut-default "" "$clips/cut.mp4"
+run cut-stderr stderr "$clips/cut.mp4"
+run cut-off off "$clips/cut.mp4"
+run cut-debug stderr,debug "$clips/cut.mp4"
+ffmpeg_lines() { grep -c '^\[[^]]* @ 0x[0-9a-f]*\]' "$1"; }
+errors=$(ffmpeg_lines "$work/cut-default.out")
+[ "$errors" -gt 0 ] || fail "no FFmpeg error about the cut-off clip on standard output"
+[ "$(ffmpeg_lines "$work/cut-default.err")" -eq 0 ] || fail "FFmpeg's messages reached standard error by default"
+[ "$(ffmpeg_lines "$work/cut-stderr.out")" -eq 0 ] || fail "VEXEL_LOG=stderr left FFmpeg's messages on standard output"
+[ "$(ffmpeg_lines "$work/cut-stderr.err")" -eq "$errors" ] || fail "VEXEL_LOG=stderr did not move FFmpeg's errors"
+[ "$(cat "$work/cut-off.out" "$work/cut-off.err" | grep -c '@ 0x')" -eq 0 ] || fail "VEXEL_LOG=off printed FFmpeg's messages"
+[ "$(ffmpeg_lines "$work/cut-debug.err")" -gt "$errors" ] || fail "VEXEL_LOG=debug shows no more of FFmpeg than errors"
 
-# No sound card and no sound server here: the fallback is silent, and named once at info level.
+# A clip with sound. Without a sound card or server here the fallback is silent, and named once at
+# info level.
+run sound-default "" "$clips/equirect.mp4"
+run sound-info stderr,info "$clips/equirect.mp4"
 notice="no audio output device"
-for name in damaged-default damaged-stderr damaged-off damaged-debug; do
-    if grep -q -i 'ALSA\|pulse\|jack' "$work/$name.out" "$work/$name.err"; then fail "the audio stack printed ($name)"; fi
-done
-[ "$(count "$notice" "$work/damaged-default.out")" -eq 0 ] || fail "the audio fallback was named below info level"
+if grep -q 'ALSA\|pulse\|jack' "$work"/sound-*.out "$work"/sound-*.err; then fail "the audio stack printed"; fi
+[ "$(count "$notice" "$work/sound-default.out")" -eq 0 ] || fail "the audio fallback was named below info level"
 if ! compgen -G '/dev/snd/pcmC*' >/dev/null && [ -z "${PULSE_SERVER:-}${SDL_AUDIODRIVER:-}" ] &&
    ! compgen -G "${XDG_RUNTIME_DIR:-/nonexistent}/p*" >/dev/null; then
-    [ "$(count "$notice" "$work/damaged-debug.err")" -eq 1 ] || fail "the audio fallback was not named once at info level"
+    [ "$(count "$notice" "$work/sound-info.err")" -eq 1 ] || fail "the audio fallback was not named once at info level"
 fi
 
 [ "$failed" -eq 0 ] || { tail -n 5 "$work"/*.out "$work"/*.err; exit 1; }
