@@ -17,7 +17,7 @@ foreach(tool ${VEXEL_TOOLS})
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/examples/README.md ${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt
               ${PROJECT_SOURCE_DIR}/examples/snapshot.c ${PROJECT_SOURCE_DIR}/examples/pan_tour.cpp
-        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vexel/examples)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Vexel)
 install(EXPORT VexelTargets NAMESPACE Vexel:: DESTINATION ${config_dir})
