@@ -45,11 +45,17 @@ run_snapshot() {
     echo "ok: $name: $(cat "$work/$name.out")"
 }
 
+# The sanitizers' dlopen interceptor makes dlopen ignore the library's RUNPATH; in the sanitizer
+# trees (cflags given) the installed module folder is named on LD_LIBRARY_PATH instead.
+modules=""
+[ -z "$cflags" ] || modules=$libdir/vexel
+export LD_LIBRARY_PATH=$modules
+
 # pkg-config, and a one-line compiler call.
 export PKG_CONFIG_PATH=$libdir/pkgconfig
 # shellcheck disable=SC2046,SC2086
 cc $cflags "$examples/snapshot.c" $(pkg-config --cflags --libs vexel) -o "$work/snapshot-pkgconfig"
-LD_LIBRARY_PATH=$libdir run_snapshot snapshot-pkgconfig "$work/snapshot-pkgconfig" || failed=1
+LD_LIBRARY_PATH=$libdir${modules:+:$modules} run_snapshot snapshot-pkgconfig "$work/snapshot-pkgconfig" || failed=1
 
 # find_package(Vexel): the imported target brings the include folder and the library.
 cmake -S "$examples" -B "$work/examples" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \

@@ -14,9 +14,11 @@ mkdir -p "$work/alone"
 failed=0
 fail() { echo "FAIL: $*"; failed=1; }
 
-# run NAME VEXEL_LOG CLIP [LD_LIBRARY_PATH]: the host's output in $work/NAME.out and .err
+# run NAME VEXEL_LOG CLIP [LD_LIBRARY_PATH]: the host's output in $work/NAME.out and .err. Without
+# a path of its own the host keeps the test's (which names the module folder in the sanitizer
+# trees, where dlopen ignores the library's RUNPATH).
 run() {
-    env VEXEL_LOG="$2" LD_LIBRARY_PATH="${4:-}" "$snapshot" "$3" "$work/$1.ppm" >"$work/$1.out" 2>"$work/$1.err"
+    env VEXEL_LOG="$2" LD_LIBRARY_PATH="${4:-${LD_LIBRARY_PATH:-}}" "$snapshot" "$3" "$work/$1.ppm" >"$work/$1.out" 2>"$work/$1.err"
     return 0
 }
 count() { grep -c -F -- "$1" "$2"; }
