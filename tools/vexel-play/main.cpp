@@ -12,6 +12,7 @@
 
 #include "contact_sheet.h"
 #include "options.h"
+#include "panorama_layout.h"
 #include "playback.h"
 #include "recorder.h"
 #include "timing_stats.h"
@@ -65,6 +66,21 @@ int main(int argc, char** argv) {
     const std::string videoPath = (folder / "view.mp4").string();
     const std::string sheetPath = (folder / "contact-sheet.png").string();
 
+    // Without --layout the file's spherical metadata decides.
+    std::string layoutLine = std::string(mediakit::LayoutName(options.fisheyeMode)) + " (given)";
+    if (!options.layoutGiven) {
+        mediakit::SphericalMetadata metadata;
+        std::string probeError;
+        if (mediakit::ProbeSphericalMetadata(options.file, &metadata, &probeError)) {
+            const mediakit::LayoutChoice choice = mediakit::ChooseLayout(metadata);
+            options.fisheyeMode = choice.fisheyeMode;
+            layoutLine = std::string(mediakit::LayoutName(choice.fisheyeMode)) + " (" + choice.description +
+                         (choice.leftEye != mediakit::EyeRegion::Whole ? "; the views show both eyes)" : ")");
+        } else {
+            layoutLine = "equirect (metadata not read: " + probeError + ")";
+        }
+    }
+
     PlayerHandle player = Create();
     const auto start = static_cast<uint64_t>(options.rangeStart * kTicksPerSecond);
     const auto end = static_cast<uint64_t>(options.rangeEnd * kTicksPerSecond);
@@ -109,6 +125,7 @@ int main(int argc, char** argv) {
 
     std::printf("played            %s (%ux%u, %.3g fps), view %ux%u\n", options.file.c_str(), sourceWidth,
                 sourceHeight, fps, options.viewWidth, options.viewHeight);
+    std::printf("layout            %s\n", layoutLine.c_str());
     std::printf("ending            %s after %.2f s\n",
                 result.ended ? "end of range" : result.interrupted ? "interrupted" : "stalled (no frame for 10 s)",
                 result.wallSeconds);

@@ -6,6 +6,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "panorama_layout.h"
+
 namespace play {
 
 namespace {
@@ -16,7 +18,9 @@ void Usage(std::FILE* out) {
         "Plays a panorama video in real time through libVexelPlayer.so, records the views it\n"
         "presents and prints how well it kept time.\n"
         "  FILE                 a video file or URL (default: the bundled sample)\n"
-        "  -l, --layout L       lens layout: equirect (default), fisheye, dual-fisheye\n"
+        "  -l, --layout L       lens layout: equirect, fisheye, dual-fisheye (default: from the\n"
+        "                       file's spherical metadata, else equirect). Stereo files (top-bottom\n"
+        "                       or side-by-side) are played as one picture: the views show both eyes\n"
         "  -r, --range A:B      play from A to B seconds (either may be left out)\n"
         "  -s, --size WxH       view size in pixels (default 1280x720)\n"
         "  -v, --view P,T,F     starting view: pan, tilt, field of view in degrees (default 0,0,90)\n"
@@ -25,6 +29,8 @@ void Usage(std::FILE* out) {
         "  -o, --out DIR        output folder for view.mp4 and contact-sheet.png (default out)\n"
         "  -q, --quiet          no progress bar\n");
 }
+
+}  // namespace
 
 bool ParseNumber(std::string_view text, double* value) {
     const std::string copy(text);
@@ -39,6 +45,8 @@ bool ParseView(std::string_view text, View* view) {
            ParseNumber(text.substr(a + 1, b - a - 1), &view->tilt) && ParseNumber(text.substr(b + 1), &view->fov) &&
            view->fov > 0.0 && view->fov < 180.0;
 }
+
+namespace {
 
 bool ParsePath(std::string_view text, std::vector<TimedView>* path) {
     std::istringstream stream{std::string(text)};
@@ -57,6 +65,8 @@ bool ParsePath(std::string_view text, std::vector<TimedView>* path) {
                      [](const TimedView& a, const TimedView& b) { return a.seconds < b.seconds; });
     return !path->empty();
 }
+
+}  // namespace
 
 bool ParseRange(std::string_view text, double* start, double* end) {
     const size_t colon = text.find(':');
@@ -80,15 +90,6 @@ bool ParseSize(std::string_view text, uint32_t* width, uint32_t* height) {
     return true;
 }
 
-bool ParseLayout(std::string_view text, uint32_t* mode) {
-    if (text == "equirect") *mode = 0;
-    else if (text == "fisheye") *mode = 2;
-    else if (text == "dual-fisheye") *mode = 3;
-    else return false;
-    return true;
-}
-
-}  // namespace
 
 bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
     *exitCode = 2;
@@ -117,7 +118,7 @@ bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
         }
         const std::string_view value = argv[++i];
         bool ok = false;
-        if (arg == "-l" || arg == "--layout") ok = ParseLayout(value, &o->fisheyeMode);
+        if (arg == "-l" || arg == "--layout") ok = o->layoutGiven = mediakit::ParseLayoutName(value, &o->fisheyeMode);
         else if (arg == "-r" || arg == "--range") ok = ParseRange(value, &o->rangeStart, &o->rangeEnd);
         else if (arg == "-s" || arg == "--size") ok = ParseSize(value, &o->viewWidth, &o->viewHeight);
         else if (arg == "-v" || arg == "--view") ok = ParseView(value, &o->view);
