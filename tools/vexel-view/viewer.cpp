@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "png_writer.h"
 
@@ -178,17 +179,20 @@ void Viewer::Loop() {
         }
         if (dirty_) Draw();
         if (quit_) {
-            // A picture for the record shows the view the user asked for: let the gestures land.
+            // A picture for the record shows the view the user asked for at the window's size: let
+            // the gestures land and a picture of the new size come.
             if (quitRequested == Clock::time_point{}) {
                 quitRequested = now;
                 dragging_ = false;
                 panReleasing_ = true;
                 lastWheel_ = {};
             }
-            if ((!panOpen_ && !zoomOpen_) || mode_ != Mode::Playing || now - quitRequested > kQuitSettleLimit) break;
+            const bool settled = mode_ != Mode::Playing ||
+                                 (!panOpen_ && !zoomOpen_ && pictureWidth_ == OutputWidth() && pictureHeight_ == OutputHeight());
+            if (settled || now - quitRequested > kQuitSettleLimit) break;
         }
     }
-    FinishGestures();
+    FinishGestures(false);
 }
 
 void Viewer::OnEvent(const SDL_Event& event) {
@@ -307,7 +311,7 @@ void Viewer::OnResize() {
 void Viewer::TogglePause() {
     switch (mode_) {
         case Mode::Playing:
-            FinishGestures();
+            FinishGestures(true);
             Pause(player_);
             mode_ = Mode::Paused;
             resumeAt_ = -1;
@@ -334,16 +338,18 @@ void Viewer::SeekTo(int64_t ticks) {
     ticks = std::clamp(ticks, first, std::max(first, end));
     if (mode_ == Mode::Playing) {
         // The player serves a seek by showing one frame; playing on means starting again there.
-        FinishGestures();
+        FinishGestures(true);
         Stop(player_);
         Play(player_, ticks);
         RestartTiming();
+        shownTicks_ = ticks;
     } else {
+        // A seek preview leaves the player Seeking, where further seeks wait for a Stop.
+        Stop(player_);
         Seek(player_, ticks);
         resumeAt_ = ticks;
         mode_ = Mode::Paused;
     }
-    shownTicks_ = ticks;
     dirty_ = true;
 }
 
@@ -424,7 +430,7 @@ void Viewer::PumpGestures(bool newFrame) {
     if (panOpen_) {
         // One value a presented frame: the player applies one queued value per rendered frame.
         const bool turnedFar = std::abs(panSent_.pan - panBase_) > kMaxGestureTurn;
-        if (newFrame && !turnedFar && !panReleasing_ && !SameView(target_, {panSent_.pan, panSent_.tilt, target_.fov})) {
+        if (newFrame && !turnedFar && !SameView(target_, {panSent_.pan, panSent_.tilt, target_.fov})) {
             AddPan(player_, target_.pan, target_.tilt);
             panSent_ = target_;
             panSentAny_ = true;
@@ -460,8 +466,16 @@ void Viewer::PumpGestures(bool newFrame) {
     }
 }
 
-void Viewer::FinishGestures() {
-    // Values still queued are dropped by the player when a gesture ends: land on the target view.
+void Viewer::FinishGestures(bool settle) {
+    // A gesture records the frames it steers; ending it drops the values still queued. Settling
+    // lets the last value reach the screen first (a few frames), so that the path ends on it.
+    panReleasing_ = panOpen_;
+    lastWheel_ = {};
+    const Clock::time_point limit = Clock::now() + kSettleLimit;
+    while (settle && mode_ == Mode::Playing && (panOpen_ || zoomOpen_) && Clock::now() < limit) {
+        PumpGestures(TakeSamples());
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
     const bool steer = (panOpen_ || zoomOpen_) && !SameView(target_, shown_);
     if (panOpen_) EndPan(player_);
     if (zoomOpen_) EndZoom(player_);
@@ -470,6 +484,7 @@ void Viewer::FinishGestures() {
 }
 
 void Viewer::SaveViewPath() {
+    FinishGestures(true);  // a gesture reaches the path when it ends
     const std::string file = options_.file + ".view.json";
     const int32_t result = lensPath_.Save(file);
     Say(result == kVexelOk ? "view path saved" : std::string("view path not saved: ") + DescribeResult(result));
@@ -484,7 +499,7 @@ void Viewer::LoadViewPath(const std::string& file) {
         Say(std::string("view path not loaded: ") + DescribeResult(result));
         return;
     }
-    FinishGestures();
+    FinishGestures(false);
     followingPath_ = true;
     Say("view path loaded");
     std::printf("vexel-view: loaded %s\n", file.c_str());
@@ -511,10 +526,14 @@ bool Viewer::TakeSamples() {
         } else {
             KeepPanorama(pre);
             if (mode_ != Mode::Playing) {
-                // A seek preview: the still picture, drawn with the view the user asked for.
+                // A seek preview: the still picture, with the path's view at its time when following
+                // one, else with the view the user asked for.
                 shownTicks_ = static_cast<int64_t>(InlayBuffer_GetTime(panorama_));
+                if (followingPath_) target_ = SampleAngles(panorama_);
                 RenderFromPanorama(target_);
                 shownNew = true;
+                std::printf("vexel-view: still picture at %.4f s\n", static_cast<double>(shownTicks_) / kTicksPerSecond);
+                std::fflush(stdout);
             } else if (stereo_) {
                 RenderFromPanorama(SampleAngles(panorama_));
             }
@@ -547,9 +566,9 @@ bool Viewer::TakeSamples() {
         InlayBuffer_Release(sample);
     }
     if (ended && mode_ == Mode::Playing) {
-        FinishGestures();
+        mode_ = Mode::Ended;  // no frame will take a gesture's values any more
+        FinishGestures(false);
         Stop(player_);
-        mode_ = Mode::Ended;
         resumeAt_ = static_cast<int64_t>(rangeStart_);
         shownNew = true;
     }

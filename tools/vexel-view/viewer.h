@@ -64,7 +64,7 @@ private:
     void Nudge(double pan, double tilt);
     void SteerWhilePaused();  // SetView and render the target view at once
     void PumpGestures(bool newFrame);
-    void FinishGestures();
+    void FinishGestures(bool settle);
     void SaveViewPath();
     void LoadViewPath(const std::string& file);
 
