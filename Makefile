@@ -17,7 +17,7 @@ NO_ASLR := $(shell setarch $$(uname -m) -R true >/dev/null 2>&1 && echo setarch 
 
 CTEST := ctest --output-on-failure -j2 --test-dir
 
-.PHONY: deps build test run bench clean
+.PHONY: deps build test run view bench clean
 
 deps:
 	@scripts/install-deps
@@ -46,6 +46,11 @@ run: build
 	@test -f $(SAMPLE) || build/tools/vexel-make-sample $(SAMPLE)
 	build/tools/vexel-play --out out --path "$(VIEW_PATH)" $(SAMPLE)
 	@echo "make run: the presented views are in out/view.mp4, the contact sheet in out/contact-sheet.png"
+
+# The bundled sample in a window: drag to look around (build/tools/vexel-view --help for the keys).
+view: build
+	@test -f $(SAMPLE) || build/tools/vexel-make-sample $(SAMPLE)
+	build/tools/vexel-view $(SAMPLE)
 
 bench: build
 	@if [ -x build/bench/vexel_bench ]; then build/bench/vexel_bench; fi

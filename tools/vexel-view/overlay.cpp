@@ -9,9 +9,8 @@ namespace view {
 
 namespace {
 
-constexpr int kScale = 2;
 constexpr int kMargin = 10;
-constexpr int kLine = 9 * kScale;  // a text line with its spacing
+constexpr int kLine = 18;  // a text line of the font at scale 2, with its spacing
 constexpr int kBarHeight = 10;
 constexpr uint32_t kBackground = 0xA0000000u;  // black, partly transparent
 constexpr uint32_t kBarEmpty = 0xFF505050u;
@@ -55,8 +54,10 @@ void DrawOverlay(const OverlayInfo& info, int width, mediakit::Canvas* canvas) {
     if (info.followingPath) second += "  PATH";
     if (!info.message.empty()) second += "  " + info.message;
     for (char& c : second) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    mediakit::DrawText(*canvas, kMargin, kMargin, first, kScale, kText);
-    mediakit::DrawText(*canvas, kMargin, kMargin + kLine, second, kScale, kText);
+    // Small windows get the font at its own size, so that the lines still fit.
+    const int scale = mediakit::TextWidth(first, 2) + 2 * kMargin <= width ? 2 : 1;
+    mediakit::DrawText(*canvas, kMargin, kMargin, first, scale, kText);
+    mediakit::DrawText(*canvas, kMargin, kMargin + kLine, second, scale, kText);
 
     const Rect bar = TimeBarRect(width, height);
     const double duration = std::max(info.duration, 1e-9);

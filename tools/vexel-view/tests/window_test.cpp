@@ -41,8 +41,9 @@ protected:
     }
 
     // Starts the viewer and waits for its first picture; the window's id goes to *window.
-    std::unique_ptr<Child> Start(const std::vector<std::string>& options, const std::string& clip, std::string* window) {
-        std::vector<std::string> args{VIEWER, "--size", std::to_string(kWidth) + "x" + std::to_string(kHeight),
+    std::unique_ptr<Child> Start(const std::vector<std::string>& options, const std::string& clip, std::string* window,
+                                 int width = kWidth, int height = kHeight) {
+        std::vector<std::string> args{VIEWER, "--size", std::to_string(width) + "x" + std::to_string(height),
                                       "--quit-after", "120", "--screenshot", shotFile_};
         args.insert(args.end(), options.begin(), options.end());
         args.push_back(clip);
@@ -108,12 +109,13 @@ protected:
 
 // Half a window width of drag to the right, while playing: the picture follows the pointer, so
 // the view turns left by half the field of view; the gesture goes into the view path, which S saves
-// and a later run follows.
+// and a later run follows. (Its screenshot, with the overlay, is the one the README shows.)
 TEST_F(ViewerWindow, DragWhilePlayingTurnsTheViewAndIsRecordedInThePath) {
+    constexpr int kWide = 640;
     std::string window;
-    auto viewer = Start({"--view", "0,0,90"}, clip_, &window);
+    auto viewer = Start({"--view", "0,0,90"}, clip_, &window, kWide, 360);
     ASSERT_FALSE(window.empty());
-    Drag(window, kWidth / 2, 32);
+    Drag(window, kWide / 2, 64);
     Key(window, "s");
     std::string saved;
     EXPECT_TRUE(viewer->WaitForLine("vexel-view: saved", kLimit, &saved)) << viewer->output();
@@ -121,7 +123,7 @@ TEST_F(ViewerWindow, DragWhilePlayingTurnsTheViewAndIsRecordedInThePath) {
     const Shot shot = Finish(*viewer, window, &picture);
     // The overlay covers the bottom of the window; the view is compared above it.
     ExpectView(Panorama(clip_, shot.seconds), picture, shot, -45.0, picture.height - view::OverlayHeight());
-    EXPECT_NEAR(shot.tilt, 32 * 90.0 / kWidth, 0.5) << "dragging down looks up";
+    EXPECT_NEAR(shot.tilt, 64 * 90.0 / kWide, 0.5) << "dragging down looks up";
     fs::copy_file(shotFile_, fs::path(VIEW_TEST_SCRATCH) / "vexel-view.png", fs::copy_options::overwrite_existing);
 
     // The saved path ends where the drag ended.
