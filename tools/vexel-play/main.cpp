@@ -35,28 +35,13 @@ double CpuSeconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + now.tv_nsec * 1e-9;
 }
 
-// The sample `make run` makes: build/sample/vexel-sample.mp4, beside this program's folder.
-std::string BundledSample() {
-    std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (error) return {};
-    return (self.parent_path().parent_path() / "sample" / "vexel-sample.mp4").string();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     play::Options options;
     int exitCode = 0;
     if (!play::ParseOptions(argc, argv, &options, &exitCode)) return exitCode;
-    if (options.file.empty()) {
-        options.file = BundledSample();
-        if (options.file.empty() || !std::filesystem::exists(options.file)) {
-            std::fprintf(stderr, "vexel-play: no file given and no bundled sample at %s (make run makes it)\n",
-                         options.file.c_str());
-            return 2;
-        }
-    }
+    if (options.file.empty() && !play::FindBundledSample("vexel-play", &options.file)) return 2;
     av_log_set_level(AV_LOG_ERROR);
     std::signal(SIGINT, OnInterrupt);
 

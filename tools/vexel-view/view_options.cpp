@@ -62,48 +62,25 @@ bool ParseFreezes(std::string_view text, std::vector<Freeze>* freezes) {
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
-    *exitCode = 2;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view arg = argv[i];
-        if (arg == "-h" || arg == "--help") {
-            Usage(stdout);
-            *exitCode = 0;
-            return false;
-        }
-        if (arg == "--fullscreen" || arg == "--paused" || arg == "--no-overlay") {
-            o->fullscreen |= arg == "--fullscreen";
-            o->paused |= arg == "--paused";
-            o->overlay &= arg != "--no-overlay";
-            continue;
-        }
-        if (arg.empty() || arg[0] != '-') {
-            if (!o->file.empty()) {
-                std::fprintf(stderr, "vexel-view: one file at a time (%s and %s)\n", o->file.c_str(), argv[i]);
-                return false;
-            }
-            o->file = arg;
-            continue;
-        }
-        if (i + 1 >= argc) {
-            std::fprintf(stderr, "vexel-view: %s needs a value (see --help)\n", argv[i]);
-            return false;
-        }
-        const std::string_view value = argv[++i];
-        bool ok = false;
-        if (arg == "-l" || arg == "--layout") ok = o->layoutGiven = mediakit::ParseLayoutName(value, &o->fisheyeMode);
-        else if (arg == "-r" || arg == "--range") ok = play::ParseRange(value, &o->rangeStart, &o->rangeEnd);
-        else if (arg == "-v" || arg == "--view") ok = play::ParseView(value, &o->view);
-        else if (arg == "-s" || arg == "--size") ok = play::ParseSize(value, &o->width, &o->height);
-        else if (arg == "--path") ok = !(o->pathFile = value).empty();
-        else if (arg == "--freeze") ok = ParseFreezes(value, &o->freezes);
-        else if (arg == "--quit-after") ok = play::ParseNumber(value, &o->quitAfter) && o->quitAfter > 0;
-        else if (arg == "--screenshot") ok = !(o->screenshot = value).empty();
-        if (!ok) {
-            std::fprintf(stderr, "vexel-view: bad argument %s %s (see --help)\n", argv[i - 1], argv[i]);
-            return false;
-        }
-    }
-    return true;
+    play::OptionWalk walk;
+    walk.program = "vexel-view";
+    walk.usage = Usage;
+    walk.isFlag = [](std::string_view arg) { return arg == "--fullscreen" || arg == "--paused" || arg == "--no-overlay"; };
+    walk.apply = [o](std::string_view arg, std::string_view value) {
+        if (arg == "--fullscreen") return o->fullscreen = true;
+        if (arg == "--paused") return o->paused = true;
+        if (arg == "--no-overlay") return !(o->overlay = false);
+        if (arg == "-l" || arg == "--layout") return o->layoutGiven = mediakit::ParseLayoutName(value, &o->fisheyeMode);
+        if (arg == "-r" || arg == "--range") return play::ParseRange(value, &o->rangeStart, &o->rangeEnd);
+        if (arg == "-v" || arg == "--view") return play::ParseView(value, &o->view);
+        if (arg == "-s" || arg == "--size") return play::ParseSize(value, &o->width, &o->height);
+        if (arg == "--path") return !(o->pathFile = value).empty();
+        if (arg == "--freeze") return ParseFreezes(value, &o->freezes);
+        if (arg == "--quit-after") return play::ParseNumber(value, &o->quitAfter) && o->quitAfter > 0;
+        if (arg == "--screenshot") return !(o->screenshot = value).empty();
+        return false;
+    };
+    return play::WalkOptions(argc, argv, walk, &o->file, exitCode);
 }
 
 }  // namespace view
