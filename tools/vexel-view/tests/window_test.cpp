@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -28,6 +29,17 @@ constexpr double kFrame = 1.0 / 30;
 
 class ViewerWindow : public ::testing::Test {
 protected:
+    static void SetUpTestSuite() {
+        // No sound card: SDL's dummy audio driver; the software renderer, which every machine has;
+        // no session bus, which libdbus would otherwise try to start for SDL once DISPLAY is set.
+        setenv("SDL_AUDIODRIVER", "dummy", 1);
+        setenv("SDL_RENDER_DRIVER", "software", 1);
+        setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+#ifdef VIEWER_ASAN_OPTIONS
+        setenv("ASAN_OPTIONS", VIEWER_ASAN_OPTIONS, 1);  // read by the viewer when it starts
+#endif
+    }
+
     void SetUp() override {
         ASSERT_TRUE(display_.ready()) << "Xvfb did not start";
         const std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
