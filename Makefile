@@ -23,7 +23,7 @@ WERROR := -DVEXEL_WERROR=ON
 CLANG_FLAGS := -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
 CLANG_TARGETS := VexelPlayer DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter
 
-.PHONY: deps build test run bench package clean
+.PHONY: deps build test run view bench package clean
 
 deps:
 	@scripts/install-deps
@@ -58,6 +58,11 @@ run: build
 # The Debian package of the plain build: build/vexel_<version>_<arch>.deb.
 package: build
 	cd build && cpack -G DEB
+
+# The bundled sample in a window: drag to look around (build/tools/vexel-view --help for the keys).
+view: build
+	@test -f $(SAMPLE) || build/tools/vexel-make-sample $(SAMPLE)
+	build/tools/vexel-view $(SAMPLE)
 
 bench: build
 	@if [ -x build/bench/vexel_bench ]; then build/bench/vexel_bench; fi

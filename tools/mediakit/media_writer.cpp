@@ -4,12 +4,16 @@
 #include <string>
 #include <vector>
 
+#include "stream_side_data.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/audio_fifo.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/opt.h>
+#include <libavutil/spherical.h>
+#include <libavutil/stereo3d.h>
 #include <libswresample/swresample.h>
 #include <libswscale/swscale.h>
 }
@@ -65,6 +69,7 @@ struct MediaWriter::State {
     }
 
     bool OpenVideo(const VideoSettings& settings);
+    bool TagVideo(const SphericalTag& tag);
     bool OpenAudio(const AudioSettings& settings);
     bool Send(AVCodecContext* codec, AVStream* stream, const AVFrame* input);
     bool EncodeAudio(bool flush);
@@ -99,9 +104,33 @@ bool MediaWriter::State::OpenVideo(const VideoSettings& s) {
     if (videoStream == nullptr) return Fail("out of memory");
     videoStream->time_base = kVideoBase;
     avcodec_parameters_from_context(videoStream->codecpar, video);
+    if (!TagVideo(s.tag)) return false;
     scaler = sws_getContext(s.width, s.height, AV_PIX_FMT_BGRA, s.width, s.height,
                             AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr);
     return scaler != nullptr || Fail("cannot convert pictures to YUV");
+}
+
+bool MediaWriter::State::TagVideo(const SphericalTag& tag) {
+    if (tag.spherical) {
+        size_t size = 0;
+        AVSphericalMapping* mapping = av_spherical_alloc(&size);
+        if (mapping == nullptr) return Fail("out of memory");
+        mapping->projection = AV_SPHERICAL_EQUIRECTANGULAR;
+        if (!AddStreamSideData(videoStream, AV_PKT_DATA_SPHERICAL, reinterpret_cast<uint8_t*>(mapping), size)) {
+            return Fail("cannot tag the picture track as spherical");
+        }
+    }
+    if (tag.stereo == Stereo::TopBottom || tag.stereo == Stereo::SideBySide) {
+        AVStereo3D* stereo = av_stereo3d_alloc();
+        if (stereo == nullptr) return Fail("out of memory");
+        stereo->type = tag.stereo == Stereo::TopBottom ? AV_STEREO3D_TOPBOTTOM : AV_STEREO3D_SIDEBYSIDE;
+        if (!AddStreamSideData(videoStream, AV_PKT_DATA_STEREO3D, reinterpret_cast<uint8_t*>(stereo), sizeof *stereo)) {
+            return Fail("cannot tag the picture track as stereo");
+        }
+    }
+    // The MP4 writer stores these boxes only when told that unofficial extensions are welcome.
+    if (tag.spherical || tag.stereo != Stereo::Mono) format->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+    return true;
 }
 
 bool MediaWriter::State::OpenAudio(const AudioSettings& s) {

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include "panorama_layout.h"
+
 namespace mediakit {
 
 struct VideoSettings {
@@ -19,6 +21,7 @@ struct VideoSettings {
     int quality = 20;           // constant rate factor: lower is better, 18-28 is usual
     const char* preset = "veryfast";
     int threads = 0;            // 0: the encoder chooses
+    SphericalTag tag;           // spherical-video metadata of the track (MP4 and Matroska)
 };
 
 struct AudioSettings {

@@ -20,19 +20,21 @@ bool ParseLayout(std::string_view name, Layout* layout) {
     return true;
 }
 
-LayoutMapper::LayoutMapper(Layout layout, int width, int height) : layout_(layout), width_(width), height_(height) {
-    if (layout == Layout::Partial) height_ = height / 2;
+LayoutMapper::LayoutMapper(Layout layout, int width, int height, mediakit::Stereo stereo)
+    : layout_(layout), stereo_(stereo), eyeWidth_(width), eyeHeight_(layout == Layout::Partial ? height / 2 : height) {
+    width_ = stereo == mediakit::Stereo::SideBySide ? 2 * eyeWidth_ : eyeWidth_;
+    height_ = stereo == mediakit::Stereo::TopBottom ? 2 * eyeHeight_ : eyeHeight_;
     if (layout != Layout::DualFisheye) return;
 
     // Each lens is an equidistant 180-degree fisheye: the distance from the circle's centre is
     // proportional to the angle from the lens axis.
     constexpr double pi = std::numbers::pi;
     const double radius = height / 2.0;
-    source_.assign(static_cast<size_t>(width_) * height_, -1);
+    source_.assign(static_cast<size_t>(eyeWidth_) * eyeHeight_, -1);
     for (int lens = 0; lens < 2; ++lens) {
         const double cx = lens == 0 ? radius : width - radius;
-        for (int y = 0; y < height_; ++y) {
-            for (int x = 0; x < width_; ++x) {
+        for (int y = 0; y < eyeHeight_; ++y) {
+            for (int x = 0; x < eyeWidth_; ++x) {
                 const double dx = (x + 0.5 - cx) / radius, dy = (y + 0.5 - radius) / radius;
                 const double rho = std::hypot(dx, dy);
                 if (rho > 1.0) continue;
@@ -47,18 +49,38 @@ LayoutMapper::LayoutMapper(Layout layout, int width, int height) : layout_(layou
                 const double longitude = std::atan2(right, forward), latitude = std::asin(std::clamp(up, -1.0, 1.0));
                 const int sx = std::clamp(static_cast<int>((longitude / (2 * pi) + 0.5) * width), 0, width - 1);
                 const int sy = std::clamp(static_cast<int>((0.5 - latitude / pi) * height), 0, height - 1);
-                source_[static_cast<size_t>(y) * width_ + x] = sy * width + sx;
+                source_[static_cast<size_t>(y) * eyeWidth_ + x] = sy * width + sx;
             }
         }
     }
 }
 
 void LayoutMapper::Apply(const mediakit::Canvas& scene, mediakit::Canvas& out) const {
+    if (stereo_ == mediakit::Stereo::Mono) {
+        ApplyMono(scene, out);
+        return;
+    }
+    mediakit::Canvas eye;
+    ApplyMono(scene, eye);
+    if (out.width != width_ || out.height != height_) out = mediakit::Canvas(width_, height_);
+    const bool sideBySide = stereo_ == mediakit::Stereo::SideBySide;
+    for (int y = 0; y < eyeHeight_; ++y) {
+        const uint32_t* in = eye.row(y);
+        uint32_t* left = out.row(y);
+        uint32_t* right = sideBySide ? left + eyeWidth_ : out.row(y + eyeHeight_);
+        for (int x = 0; x < eyeWidth_; ++x) {
+            left[x] = in[x];
+            right[x] = in[x] ^ 0x00FFFFFFu;
+        }
+    }
+}
+
+void LayoutMapper::ApplyMono(const mediakit::Canvas& scene, mediakit::Canvas& out) const {
     if (layout_ == Layout::Equirectangular) {
         out = scene;
         return;
     }
-    if (out.width != width_ || out.height != height_) out = mediakit::Canvas(width_, height_);
+    if (out.width != eyeWidth_ || out.height != eyeHeight_) out = mediakit::Canvas(eyeWidth_, eyeHeight_);
     if (layout_ == Layout::Partial) {
         std::memcpy(out.pixels.data(), scene.row(scene.height / 4), out.pixels.size() * 4);
         return;

@@ -1,6 +1,9 @@
 // Lens layouts of the generated clip: the scene's equirectangular picture as it is, its middle
 // band only (a partial panorama: 360 by 90 degrees, four times as wide as high), or as two
-// back-to-back 180-degree fisheye images side by side (front lens left, back lens right).
+// back-to-back 180-degree fisheye images side by side (front lens left, back lens right). Any of
+// them may be stereo: two eyes stacked (top-bottom) or side by side, the left eye first; the left
+// eye is the scene and the right eye the scene in inverted colours, so that a program showing the
+// wrong eye is easy to tell.
 //
 // Threads: a LayoutMapper is built once and then only read.
 #pragma once
@@ -9,6 +12,7 @@
 #include <vector>
 
 #include "canvas.h"
+#include "panorama_layout.h"
 
 namespace sample {
 
@@ -19,8 +23,8 @@ bool ParseLayout(std::string_view name, Layout* layout);
 
 class LayoutMapper {
 public:
-    // For a scene of width x height pixels.
-    LayoutMapper(Layout layout, int width, int height);
+    // For a scene of width x height pixels; `stereo` Mono, TopBottom or SideBySide.
+    LayoutMapper(Layout layout, int width, int height, mediakit::Stereo stereo = mediakit::Stereo::Mono);
 
     int width() const { return width_; }
     int height() const { return height_; }
@@ -29,7 +33,12 @@ public:
     void Apply(const mediakit::Canvas& scene, mediakit::Canvas& out) const;
 
 private:
+    void ApplyMono(const mediakit::Canvas& scene, mediakit::Canvas& out) const;
+
     Layout layout_;
+    mediakit::Stereo stereo_;
+    int eyeWidth_ = 0;
+    int eyeHeight_ = 0;
     int width_ = 0;
     int height_ = 0;
     std::vector<int> source_;  // dual fisheye: scene pixel per output pixel, -1 outside the lenses

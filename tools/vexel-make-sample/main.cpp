@@ -30,6 +30,7 @@ struct Options {
     int keyframes = 0;  // 0: one a second
     int quality = 20;
     sample::Layout layout = sample::Layout::Equirectangular;
+    mediakit::SphericalTag tag;
     bool video = true;
     bool audio = true;
     double keep = 1.0;  // fraction of the file kept
@@ -46,6 +47,10 @@ void Usage(std::FILE* out) {
                  "  --quality Q       H.264 constant rate factor, lower is better (default 20)\n"
                  "  --layout L        equirect (default), partial (the 360x90 degree band) or\n"
                  "                    dual-fisheye (two 180-degree lenses side by side)\n"
+                 "  --spherical       tag the picture track as an equirectangular 360 video\n"
+                 "  --stereo S        top-bottom or side-by-side: two eyes in each picture, the\n"
+                 "                    left eye first (the scene) and the right eye in inverted\n"
+                 "                    colours; tagged as stereo and spherical\n"
                  "  --no-audio        pictures only\n"
                  "  --audio-only      sound only\n"
                  "  --truncate F      keep only the first fraction F of the file, as if cut off\n");
@@ -86,11 +91,20 @@ bool Parse(int argc, char** argv, Options& o) {
             ok = value && ParseInt(value, &o.quality) && o.quality >= 0 && o.quality <= 51;
         } else if (arg == "--layout") {
             ok = value && sample::ParseLayout(value, &o.layout);
+        } else if (arg == "--stereo") {
+            const std::string_view name = value ? value : "";
+            o.tag.stereo = name == "top-bottom"     ? mediakit::Stereo::TopBottom
+                           : name == "side-by-side" ? mediakit::Stereo::SideBySide
+                                                    : mediakit::Stereo::Other;
+            o.tag.spherical = true;
+            ok = o.tag.stereo != mediakit::Stereo::Other;
         } else if (arg == "--truncate") {
             ok = value && ParseDouble(value, &o.keep) && o.keep > 0 && o.keep < 1;
         } else {
             usedValue = false;
-            if (arg == "--no-audio") {
+            if (arg == "--spherical") {
+                o.tag.spherical = true;
+            } else if (arg == "--no-audio") {
                 o.audio = false;
             } else if (arg == "--audio-only") {
                 o.video = false;
@@ -130,7 +144,7 @@ int main(int argc, char** argv) {
 
     const int frames = std::max(1, static_cast<int>(o.seconds * o.fps + 0.5));
     const sample::Scene scene(o.width, o.height, o.fps, frames);
-    const sample::LayoutMapper layout(o.layout, o.width, o.height);
+    const sample::LayoutMapper layout(o.layout, o.width, o.height, o.tag.stereo);
 
     mediakit::VideoSettings video;
     if (o.video) {
@@ -140,6 +154,7 @@ int main(int argc, char** argv) {
         video.keyframeInterval = o.keyframes > 0 ? o.keyframes : o.fps;
         video.quality = o.quality;
         video.threads = video.width * video.height <= 320 * 240 ? 1 : 0;
+        video.tag = o.tag;
     }
     mediakit::AudioSettings audio;
     if (o.audio) {

@@ -12,6 +12,7 @@
 
 #include "contact_sheet.h"
 #include "options.h"
+#include "panorama_layout.h"
 #include "playback.h"
 #include "recorder.h"
 #include "timing_stats.h"
@@ -34,28 +35,13 @@ double CpuSeconds(clockid_t clock) {
     return static_cast<double>(now.tv_sec) + now.tv_nsec * 1e-9;
 }
 
-// The sample `make run` makes: build/sample/vexel-sample.mp4, beside this program's folder.
-std::string BundledSample() {
-    std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (error) return {};
-    return (self.parent_path().parent_path() / "sample" / "vexel-sample.mp4").string();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     play::Options options;
     int exitCode = 0;
     if (!play::ParseOptions(argc, argv, &options, &exitCode)) return exitCode;
-    if (options.file.empty()) {
-        options.file = BundledSample();
-        if (options.file.empty() || !std::filesystem::exists(options.file)) {
-            std::fprintf(stderr, "vexel-play: no file given and no bundled sample at %s (make run makes it)\n",
-                         options.file.c_str());
-            return 2;
-        }
-    }
+    if (options.file.empty() && !play::FindBundledSample("vexel-play", &options.file)) return 2;
     av_log_set_level(AV_LOG_ERROR);
     std::signal(SIGINT, OnInterrupt);
 
@@ -64,6 +50,21 @@ int main(int argc, char** argv) {
     std::filesystem::create_directories(folder, error);
     const std::string videoPath = (folder / "view.mp4").string();
     const std::string sheetPath = (folder / "contact-sheet.png").string();
+
+    // Without --layout the file's spherical metadata decides.
+    std::string layoutLine = std::string(mediakit::LayoutName(options.fisheyeMode)) + " (given)";
+    if (!options.layoutGiven) {
+        mediakit::SphericalMetadata metadata;
+        std::string probeError;
+        if (mediakit::ProbeSphericalMetadata(options.file, &metadata, &probeError)) {
+            const mediakit::LayoutChoice choice = mediakit::ChooseLayout(metadata);
+            options.fisheyeMode = choice.fisheyeMode;
+            layoutLine = std::string(mediakit::LayoutName(choice.fisheyeMode)) + " (" + choice.description +
+                         (choice.leftEye != mediakit::EyeRegion::Whole ? "; the views show both eyes)" : ")");
+        } else {
+            layoutLine = "equirect (metadata not read: " + probeError + ")";
+        }
+    }
 
     PlayerHandle player = Create();
     const auto start = static_cast<uint64_t>(options.rangeStart * kTicksPerSecond);
@@ -109,6 +110,7 @@ int main(int argc, char** argv) {
 
     std::printf("played            %s (%ux%u, %.3g fps), view %ux%u\n", options.file.c_str(), sourceWidth,
                 sourceHeight, fps, options.viewWidth, options.viewHeight);
+    std::printf("layout            %s\n", layoutLine.c_str());
     std::printf("ending            %s after %.2f s\n",
                 result.ended ? "end of range" : result.interrupted ? "interrupted" : "stalled (no frame for 10 s)",
                 result.wallSeconds);

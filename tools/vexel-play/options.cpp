@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string_view>
+
+#include "panorama_layout.h"
 
 namespace play {
 
@@ -16,7 +19,9 @@ void Usage(std::FILE* out) {
         "Plays a panorama video in real time through libVexelPlayer.so, records the views it\n"
         "presents and prints how well it kept time.\n"
         "  FILE                 a video file or URL (default: the bundled sample)\n"
-        "  -l, --layout L       lens layout: equirect (default), fisheye, dual-fisheye\n"
+        "  -l, --layout L       lens layout: equirect, fisheye, dual-fisheye (default: from the\n"
+        "                       file's spherical metadata, else equirect). Stereo files (top-bottom\n"
+        "                       or side-by-side) are played as one picture: the views show both eyes\n"
         "  -r, --range A:B      play from A to B seconds (either may be left out)\n"
         "  -s, --size WxH       view size in pixels (default 1280x720)\n"
         "  -v, --view P,T,F     starting view: pan, tilt, field of view in degrees (default 0,0,90)\n"
@@ -25,6 +30,8 @@ void Usage(std::FILE* out) {
         "  -o, --out DIR        output folder for view.mp4 and contact-sheet.png (default out)\n"
         "  -q, --quiet          no progress bar\n");
 }
+
+}  // namespace
 
 bool ParseNumber(std::string_view text, double* value) {
     const std::string copy(text);
@@ -39,6 +46,8 @@ bool ParseView(std::string_view text, View* view) {
            ParseNumber(text.substr(a + 1, b - a - 1), &view->tilt) && ParseNumber(text.substr(b + 1), &view->fov) &&
            view->fov > 0.0 && view->fov < 180.0;
 }
+
+namespace {
 
 bool ParsePath(std::string_view text, std::vector<TimedView>* path) {
     std::istringstream stream{std::string(text)};
@@ -57,6 +66,8 @@ bool ParsePath(std::string_view text, std::vector<TimedView>* path) {
                      [](const TimedView& a, const TimedView& b) { return a.seconds < b.seconds; });
     return !path->empty();
 }
+
+}  // namespace
 
 bool ParseRange(std::string_view text, double* start, double* end) {
     const size_t colon = text.find(':');
@@ -80,55 +91,65 @@ bool ParseSize(std::string_view text, uint32_t* width, uint32_t* height) {
     return true;
 }
 
-bool ParseLayout(std::string_view text, uint32_t* mode) {
-    if (text == "equirect") *mode = 0;
-    else if (text == "fisheye") *mode = 2;
-    else if (text == "dual-fisheye") *mode = 3;
-    else return false;
-    return true;
-}
 
-}  // namespace
-
-bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
+bool WalkOptions(int argc, char** argv, const OptionWalk& walk, std::string* file, int* exitCode) {
     *exitCode = 2;
     for (int i = 1; i < argc; ++i) {
         const std::string_view arg = argv[i];
         if (arg == "-h" || arg == "--help") {
-            Usage(stdout);
+            walk.usage(stdout);
             *exitCode = 0;
             return false;
         }
-        if (arg == "-q" || arg == "--quiet") {
-            o->quiet = true;
+        if (walk.isFlag(arg)) {
+            walk.apply(arg, {});
             continue;
         }
         if (arg.empty() || arg[0] != '-') {
-            if (!o->file.empty()) {
-                std::fprintf(stderr, "vexel-play: one file at a time (%s and %s)\n", o->file.c_str(), argv[i]);
+            if (!file->empty()) {
+                std::fprintf(stderr, "%s: one file at a time (%s and %s)\n", walk.program, file->c_str(), argv[i]);
                 return false;
             }
-            o->file = arg;
+            *file = arg;
             continue;
         }
         if (i + 1 >= argc) {
-            std::fprintf(stderr, "vexel-play: %s needs a value\n", argv[i]);
+            std::fprintf(stderr, "%s: %s needs a value (see --help)\n", walk.program, argv[i]);
             return false;
         }
-        const std::string_view value = argv[++i];
-        bool ok = false;
-        if (arg == "-l" || arg == "--layout") ok = ParseLayout(value, &o->fisheyeMode);
-        else if (arg == "-r" || arg == "--range") ok = ParseRange(value, &o->rangeStart, &o->rangeEnd);
-        else if (arg == "-s" || arg == "--size") ok = ParseSize(value, &o->viewWidth, &o->viewHeight);
-        else if (arg == "-v" || arg == "--view") ok = ParseView(value, &o->view);
-        else if (arg == "-p" || arg == "--path") ok = ParsePath(value, &o->path);
-        else if (arg == "-o" || arg == "--out") ok = !(o->outputFolder = value).empty();
-        if (!ok) {
-            std::fprintf(stderr, "vexel-play: bad argument %s %s (see --help)\n", argv[i - 1], argv[i]);
+        if (!walk.apply(arg, argv[++i])) {
+            std::fprintf(stderr, "%s: bad argument %s %s (see --help)\n", walk.program, argv[i - 1], argv[i]);
             return false;
         }
     }
     return true;
+}
+
+bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
+    OptionWalk walk;
+    walk.program = "vexel-play";
+    walk.usage = Usage;
+    walk.isFlag = [](std::string_view arg) { return arg == "-q" || arg == "--quiet"; };
+    walk.apply = [o](std::string_view arg, std::string_view value) {
+        if (arg == "-q" || arg == "--quiet") return o->quiet = true;
+        if (arg == "-l" || arg == "--layout") return o->layoutGiven = mediakit::ParseLayoutName(value, &o->fisheyeMode);
+        if (arg == "-r" || arg == "--range") return ParseRange(value, &o->rangeStart, &o->rangeEnd);
+        if (arg == "-s" || arg == "--size") return ParseSize(value, &o->viewWidth, &o->viewHeight);
+        if (arg == "-v" || arg == "--view") return ParseView(value, &o->view);
+        if (arg == "-p" || arg == "--path") return ParsePath(value, &o->path);
+        if (arg == "-o" || arg == "--out") return !(o->outputFolder = value).empty();
+        return false;
+    };
+    return WalkOptions(argc, argv, walk, &o->file, exitCode);
+}
+
+bool FindBundledSample(const char* program, std::string* file) {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) *file = (self.parent_path().parent_path() / "sample" / "vexel-sample.mp4").string();
+    if (!error && std::filesystem::exists(*file)) return true;
+    std::fprintf(stderr, "%s: no file given and no bundled sample at %s (make run makes it)\n", program, file->c_str());
+    return false;
 }
 
 View ViewAt(const Options& options, double seconds) {

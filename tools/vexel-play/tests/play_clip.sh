@@ -12,6 +12,8 @@ summary=$("$play" --quiet --size 160x90 --path "0=0,0,90;2=360,0,90" --out "$fol
 echo "$summary"
 grep -q '^ending            end of range' <<<"$summary"
 grep -q '^frames presented  20 ' <<<"$summary"
+# The decoder tests' clips carry no spherical metadata: the layout falls back to equirect.
+grep -q '^layout            equirect (no spherical metadata' <<<"$summary"
 for file in view.mp4 contact-sheet.png; do
     [ -s "$folder/$file" ] || { echo "FAIL: $folder/$file missing or empty"; exit 1; }
 done

@@ -1,0 +1,142 @@
+// vexel-view's logic without a window: the camera arithmetic, the time bar, the command line, and
+// the spherical metadata of generated clips read back and turned into a layout.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "camera.h"
+#include "overlay.h"
+#include "panorama_layout.h"
+#include "view_options.h"
+
+namespace view {
+namespace {
+
+TEST(ViewCamera, ADragMovesThePictureWithThePointer) {
+    const Angles start{10.0, 0.0, 90.0};
+    // One window width turns by the field of view, against the drag: the picture follows.
+    const Angles right = Dragged(start, 640, 0, 640);
+    EXPECT_DOUBLE_EQ(right.pan, 10.0 - 90.0);
+    EXPECT_DOUBLE_EQ(right.tilt, 0.0);
+    EXPECT_DOUBLE_EQ(right.fov, 90.0);
+    // Down looks up, at the same degrees per pixel; the tilt stops at the poles.
+    EXPECT_DOUBLE_EQ(Dragged(start, 0, 64, 640).tilt, 9.0);
+    EXPECT_DOUBLE_EQ(Dragged(start, 0, 100000, 640).tilt, 90.0);
+    EXPECT_DOUBLE_EQ(Dragged(start, 0, -100000, 640).tilt, -90.0);
+    // A long drag keeps going round: no wrap inside a drag.
+    EXPECT_DOUBLE_EQ(Dragged(start, -3 * 640, 0, 640).pan, 10.0 + 270.0);
+    // A narrower view turns less for the same drag.
+    EXPECT_DOUBLE_EQ(Dragged({0.0, 0.0, 45.0}, 320, 0, 640).pan, -22.5);
+}
+
+TEST(ViewCamera, ZoomAndWrapStayInRange) {
+    EXPECT_DOUBLE_EQ(Zoomed({0, 0, 90}, 2).fov, 80.0);
+    EXPECT_DOUBLE_EQ(Zoomed({0, 0, 90}, -2).fov, 100.0);
+    EXPECT_DOUBLE_EQ(Zoomed({0, 0, 40}, 5).fov, kMinFov);
+    EXPECT_DOUBLE_EQ(Zoomed({0, 0, 140}, -5).fov, kMaxFov);
+    EXPECT_DOUBLE_EQ(WrappedPan(190.0), -170.0);
+    EXPECT_DOUBLE_EQ(WrappedPan(-190.0), 170.0);
+    EXPECT_DOUBLE_EQ(WrappedPan(720.0 + 45.0), 45.0);
+    EXPECT_DOUBLE_EQ(WrappedPan(180.0), -180.0);
+    EXPECT_TRUE(SameView({179.999, 0, 90}, {-180.0, 0, 90}));
+    EXPECT_FALSE(SameView({10, 0, 90}, {10, 0, 91}));
+}
+
+TEST(ViewOverlay, TimeBarMapsColumnsToTimes) {
+    const Rect bar = TimeBarRect(640, 360);
+    EXPECT_LT(bar.y + bar.h, 360);
+    EXPECT_GE(bar.y, 360 - OverlayHeight());
+    EXPECT_DOUBLE_EQ(TimeAtColumn(bar, bar.x, 12.0), 0.0);
+    EXPECT_DOUBLE_EQ(TimeAtColumn(bar, bar.x + bar.w / 2, 12.0), 6.0);
+    EXPECT_DOUBLE_EQ(TimeAtColumn(bar, bar.x + bar.w + 50, 12.0), 12.0);
+    EXPECT_DOUBLE_EQ(TimeAtColumn(bar, 0, 12.0), 0.0);
+
+    // Drawn: the played part, the freeze marks and the playhead land where the times say.
+    OverlayInfo info;
+    info.time = 5.0;
+    info.duration = 10.0;
+    info.freezes = {{7.5, 1.0}};
+    mediakit::Canvas canvas;
+    DrawOverlay(info, 640, &canvas);
+    ASSERT_EQ(canvas.height, OverlayHeight());
+    const Rect drawn = TimeBarRect(640, canvas.height);
+    const uint32_t* row = canvas.row(drawn.y + drawn.h - 1);
+    EXPECT_NE(row[drawn.x + drawn.w / 4], row[drawn.x + 3 * drawn.w / 5]) << "played and unplayed look alike";
+    EXPECT_NE(row[drawn.x + drawn.w * 78 / 100], row[drawn.x + drawn.w * 9 / 10]) << "no freeze mark";
+}
+
+TEST(ViewOptions, ReadsTheViewersOptions) {
+    std::vector<std::string> args{"vexel-view", "--layout", "dual-fisheye", "--range", "1:4", "--view", "10,5,70",
+                                  "--path", "p.json", "--freeze", "2+1.5;5+0.5", "--paused", "--no-overlay",
+                                  "--quit-after", "3", "--screenshot", "s.png", "clip.mp4"};
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    Options o;
+    int code = -1;
+    ASSERT_TRUE(ParseOptions(static_cast<int>(argv.size()), argv.data(), &o, &code));
+    EXPECT_TRUE(o.layoutGiven);
+    EXPECT_EQ(o.fisheyeMode, mediakit::kLayoutDualFisheye);
+    EXPECT_DOUBLE_EQ(o.rangeEnd, 4.0);
+    EXPECT_DOUBLE_EQ(o.view.fov, 70.0);
+    ASSERT_EQ(o.freezes.size(), 2u);
+    EXPECT_DOUBLE_EQ(o.freezes[1].seconds, 5.0);
+    EXPECT_DOUBLE_EQ(o.freezes[1].duration, 0.5);
+    EXPECT_TRUE(o.paused);
+    EXPECT_FALSE(o.overlay);
+    EXPECT_EQ(o.pathFile, "p.json");
+    EXPECT_EQ(o.screenshot, "s.png");
+    EXPECT_EQ(o.file, "clip.mp4");
+
+    for (std::vector<std::string> bad : {std::vector<std::string>{"vexel-view", "--freeze", "2-1"},
+                                         {"vexel-view", "--quit-after", "0"},
+                                         {"vexel-view", "--layout", "cubemap"},
+                                         {"vexel-view", "--path"}}) {
+        std::vector<char*> badArgv;
+        for (std::string& arg : bad) badArgv.push_back(arg.data());
+        Options ignored;
+        EXPECT_FALSE(ParseOptions(static_cast<int>(badArgv.size()), badArgv.data(), &ignored, &code)) << bad[1];
+        EXPECT_EQ(code, 2);
+    }
+}
+
+// The generator's tags survive the round trip through MP4 and Matroska, and choose the layout.
+TEST(SphericalMetadata, TagsOfGeneratedClipsChooseTheLayout) {
+    const std::string clips = VIEW_TEST_CLIPS;
+    struct Case {
+        const char* file;
+        bool spherical;
+        mediakit::Stereo stereo;
+        mediakit::EyeRegion leftEye;
+    };
+    for (const Case& c : {Case{"look.mp4", true, mediakit::Stereo::Mono, mediakit::EyeRegion::Whole},
+                          Case{"stereo-tb.mp4", true, mediakit::Stereo::TopBottom, mediakit::EyeRegion::TopHalf},
+                          Case{"stereo-sbs.mkv", true, mediakit::Stereo::SideBySide, mediakit::EyeRegion::LeftHalf},
+                          Case{"plain.mp4", false, mediakit::Stereo::Mono, mediakit::EyeRegion::Whole}}) {
+        mediakit::SphericalMetadata m;
+        std::string error;
+        ASSERT_TRUE(mediakit::ProbeSphericalMetadata(clips + "/" + c.file, &m, &error)) << error;
+        EXPECT_EQ(m.spherical, c.spherical) << c.file;
+        EXPECT_EQ(m.projection, c.spherical ? "equirectangular" : "") << c.file;
+        EXPECT_EQ(m.stereo, c.stereo) << c.file;
+        const mediakit::LayoutChoice choice = mediakit::ChooseLayout(m);
+        EXPECT_EQ(choice.fisheyeMode, mediakit::kLayoutEquirect) << c.file;
+        EXPECT_EQ(choice.leftEye, c.leftEye) << c.file;
+        EXPECT_FALSE(choice.description.empty());
+    }
+    // Swapped eyes put the left one second.
+    mediakit::SphericalMetadata swapped;
+    swapped.spherical = true;
+    swapped.projection = "equirectangular";
+    swapped.stereo = mediakit::Stereo::TopBottom;
+    swapped.rightEyeFirst = true;
+    EXPECT_EQ(mediakit::ChooseLayout(swapped).leftEye, mediakit::EyeRegion::BottomHalf);
+
+    mediakit::SphericalMetadata none;
+    std::string error;
+    EXPECT_FALSE(mediakit::ProbeSphericalMetadata(clips + "/no-such-clip.mp4", &none, &error));
+    EXPECT_FALSE(error.empty());
+}
+
+}  // namespace
+}  // namespace view
