@@ -1,6 +1,7 @@
 #include "media_file.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "input_policy.h"
 #include "tick_math.h"
@@ -101,6 +102,9 @@ void MediaFile::Describe() {
             if (stream->start_time != AV_NOPTS_VALUE) duration = AddTicks(duration, ToTicks(stream->start_time, stream->time_base));
         } else if (context->duration != AV_NOPTS_VALUE && context->duration > 0) {
             duration = av_rescale_q(context->duration, AV_TIME_BASE_Q, kTickBase);
+            // Matroska's (and WebM's) duration is where the segment ends, counted from time zero
+            // rather than from the first time stamp: a file that starts late ends that much sooner.
+            if (std::strstr(context->iformat->name, "matroska") != nullptr) duration = SubTicks(duration, originTicks_);
         }
         entry.durationTicks = duration > 0 ? static_cast<uint64_t>(duration) : 0;
 

@@ -199,5 +199,27 @@ TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
     EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
 }
 
+// Files whose time stamps begin at 1.5 s report the length of their own 4 s of pictures, and their
+// first picture comes at media time 0.
+class LateStartTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(LateStartTest, StreamLengthCountsFromItsFirstFrame) {
+    uint64_t ticks = 0;
+    const StreamInfo info = OpenStream(GetParam(), kStreamKindVideo, &ticks);
+    EXPECT_NEAR(info.duration, 4.0, 0.05);
+    EXPECT_NEAR(static_cast<double>(ticks), 4.0 * kSecond, 0.05 * kSecond);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<PushedRecord> records = sink_.Records();
+    ASSERT_EQ(Frames(records), Sequence(0, 39));
+    EXPECT_NEAR(static_cast<double>(records.front().start), 0.0, 0.05 * kSecond);
+    EXPECT_LE(records.back().start, static_cast<int64_t>(ticks));
+}
+
+INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, testing::Values("late.mkv", "late.ts"),
+                         [](const testing::TestParamInfo<const char*>& info) {
+                             return std::string(info.param).substr(5);
+                         });
+
 }  // namespace
 }  // namespace decodehost_test
