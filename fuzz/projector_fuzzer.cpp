@@ -21,10 +21,10 @@ double Angle(FuzzedDataProvider& in) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider in(data, size);
     // Sizes reach past the valid range on both sides: zero and negative sizes must be refused.
-    const int32_t width = in.ConsumeIntegralInRange<int32_t>(-2, 2048);
-    const int32_t height = in.ConsumeIntegralInRange<int32_t>(-2, 1024);
-    const int32_t viewWidth = in.ConsumeIntegralInRange<int32_t>(-2, 256);
-    const int32_t viewHeight = in.ConsumeIntegralInRange<int32_t>(-2, 256);
+    const int32_t width = in.ConsumeIntegralInRange<int32_t>(-2, 512);
+    const int32_t height = in.ConsumeIntegralInRange<int32_t>(-2, 256);
+    const int32_t viewWidth = in.ConsumeIntegralInRange<int32_t>(-2, 128);
+    const int32_t viewHeight = in.ConsumeIntegralInRange<int32_t>(-2, 128);
     const double pan = Angle(in), tilt = Angle(in), fov = Angle(in);
 
     std::vector<uint32_t> source(width > 0 && height > 0 ? static_cast<size_t>(width) * height : 1);
