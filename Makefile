@@ -17,13 +17,18 @@ NO_ASLR := $(shell setarch $$(uname -m) -R true >/dev/null 2>&1 && echo setarch 
 
 CTEST := ctest --output-on-failure -j2 --test-dir
 
-# make test builds with warnings as errors; so does its extra clang Release build of the library and
-# modules (no tests run there), which keeps the code building with a second compiler and -O3.
+# make test builds with warnings as errors; so does its clang tree (Release, with libFuzzer's
+# coverage, ASan and UBSan), which keeps the library and modules building with a second compiler
+# and -O3, and builds the fuzz targets. make test fuzzes each target for about 20 s there;
+# make fuzz for FUZZ_SECONDS each (make fuzz FUZZ_SECONDS=60).
 WERROR := -DVEXEL_WERROR=ON
-CLANG_FLAGS := -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
-CLANG_TARGETS := VexelPlayer DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter
+FUZZ_FLAGS := -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+              -DVEXEL_SANITIZE=fuzz
+CLANG_TARGETS := VexelPlayer DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter fuzz_all
+FUZZ_SECONDS ?= 600
+FUZZ_TARGETS := decode_fuzzer projector_fuzzer time_freeze_fuzzer audio_plan_fuzzer
 
-.PHONY: deps build test run view bench package clean
+.PHONY: deps build test fuzz run view bench package clean
 
 deps:
 	@scripts/install-deps
@@ -42,8 +47,20 @@ test: deps
 	cmake -S . -B build-tsan $(GENERATOR) $(SANITIZER_FLAGS) $(WERROR) -DVEXEL_SANITIZE=thread
 	cmake --build build-tsan
 	$(NO_ASLR) $(CTEST) build-tsan
-	cmake -S . -B build-clang $(GENERATOR) $(CLANG_FLAGS) $(WERROR)
-	cmake --build build-clang --target $(CLANG_TARGETS)
+	cmake -S . -B build-fuzz $(GENERATOR) $(FUZZ_FLAGS) $(WERROR)
+	cmake --build build-fuzz --target $(CLANG_TARGETS)
+	$(CTEST) build-fuzz -L fuzz
+
+# Each fuzz target for FUZZ_SECONDS, one after the other; failing inputs are kept in
+# build-fuzz/fuzz/findings/<target>/ (to keep one, copy it to fuzz/regressions/<target>/).
+fuzz: deps
+	cmake -S . -B build-fuzz $(GENERATOR) $(FUZZ_FLAGS) $(WERROR)
+	cmake --build build-fuzz --target fuzz_all
+	$(CTEST) build-fuzz -R fuzz.make_corpus
+	@status=0; for target in $(FUZZ_TARGETS); do \
+	    fuzz/run_fuzz.sh build-fuzz/fuzz/$$target build-fuzz/fuzz/corpus/$$target \
+	        fuzz/regressions/$$target build-fuzz/fuzz/findings/$$target $(FUZZ_SECONDS) || status=1; \
+	done; exit $$status
 
 # The bundled sample: made once by the project's generator, then played with a view that follows
 # the marker round the horizon.
@@ -69,4 +86,4 @@ bench: build
 	build/bench/playback/vexel_playback_bench
 
 clean:
-	rm -rf build build-asan build-tsan build-clang
+	rm -rf build build-asan build-tsan build-fuzz

@@ -1,13 +1,17 @@
 #include "media_file.h"
 
 #include <algorithm>
+#include <cstring>
+
+#include "input_policy.h"
+#include "tick_math.h"
 
 namespace decodehost {
 
 namespace {
 
-// Network inputs give up after this long without data instead of waiting for ever.
-constexpr char kReadTimeoutMicroseconds[] = "15000000";
+// Network inputs give up after this long without a connection or data instead of waiting for ever.
+constexpr char kNetworkTimeoutMicroseconds[] = "15000000";
 
 uint32_t KindOf(const AVStream* stream) {
     if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) return kStreamKindOther;
@@ -25,13 +29,20 @@ double StreamFrameRate(AVFormatContext* context, AVStream* stream) {
     return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0.0;
 }
 
-std::unique_ptr<MediaFile> MediaFile::Open(const char* path, const std::atomic<bool>* abort,
-                                           int* error) {
-    *error = AVERROR(EINVAL);
-    if (path == nullptr || *path == '\0') return nullptr;
+std::unique_ptr<MediaFile> MediaFile::Open(const char* path, InterruptCheck interrupted, int* error) {
+    *error = CheckInput(path);
+    if (*error < 0) return nullptr;
+    return OpenInput(path, nullptr, std::move(interrupted), error);
+}
 
+std::unique_ptr<MediaFile> MediaFile::Open(AVIOContext* io, InterruptCheck interrupted, int* error) {
+    return OpenInput("", io, std::move(interrupted), error);
+}
+
+std::unique_ptr<MediaFile> MediaFile::OpenInput(const char* path, AVIOContext* io,
+                                                InterruptCheck interrupted, int* error) {
     std::unique_ptr<MediaFile> file(new MediaFile());
-    file->abort_ = abort;
+    file->interrupted_ = std::move(interrupted);
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) {
         *error = AVERROR(ENOMEM);
@@ -39,9 +50,15 @@ std::unique_ptr<MediaFile> MediaFile::Open(const char* path, const std::atomic<b
     }
     context->interrupt_callback = {&MediaFile::InterruptCallback, file.get()};
     context->flags |= AVFMT_FLAG_DISCARD_CORRUPT;
+    if (io != nullptr) {
+        context->pb = io;
+        context->flags |= AVFMT_FLAG_CUSTOM_IO;
+    }
 
     AVDictionary* options = nullptr;
-    av_dict_set(&options, "rw_timeout", kReadTimeoutMicroseconds, 0);
+    av_dict_set(&options, "protocol_whitelist", ProtocolWhitelist().c_str(), 0);
+    av_dict_set(&options, "rw_timeout", kNetworkTimeoutMicroseconds, 0);
+    av_dict_set(&options, "timeout", kNetworkTimeoutMicroseconds, 0);  // connecting, for tcp
     *error = avformat_open_input(&context, path, nullptr, &options);  // frees context on failure
     av_dict_free(&options);
     if (*error < 0) return nullptr;
@@ -55,16 +72,15 @@ std::unique_ptr<MediaFile> MediaFile::Open(const char* path, const std::atomic<b
 }
 
 int MediaFile::InterruptCallback(void* opaque) {
-    const auto* file = static_cast<const MediaFile*>(opaque);
-    return file->abort_ != nullptr && file->abort_->load() ? 1 : 0;
+    return static_cast<const MediaFile*>(opaque)->interrupted() ? 1 : 0;
 }
 
 int64_t MediaFile::ToTicks(int64_t timestamp, AVRational timeBase) const {
-    return av_rescale_q(timestamp, timeBase, kTickBase) - originTicks_;
+    return SubTicks(av_rescale_q(timestamp, timeBase, kTickBase), originTicks_);
 }
 
 int64_t MediaFile::FromTicks(int64_t ticks, AVRational timeBase) const {
-    return av_rescale_q(ticks + originTicks_, kTickBase, timeBase);
+    return av_rescale_q(AddTicks(ticks, originTicks_), kTickBase, timeBase);
 }
 
 void MediaFile::Describe() {
@@ -83,9 +99,12 @@ void MediaFile::Describe() {
         int64_t duration = 0;
         if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
             duration = av_rescale_q(stream->duration, stream->time_base, kTickBase);
-            if (stream->start_time != AV_NOPTS_VALUE) duration += ToTicks(stream->start_time, stream->time_base);
+            if (stream->start_time != AV_NOPTS_VALUE) duration = AddTicks(duration, ToTicks(stream->start_time, stream->time_base));
         } else if (context->duration != AV_NOPTS_VALUE && context->duration > 0) {
             duration = av_rescale_q(context->duration, AV_TIME_BASE_Q, kTickBase);
+            // Matroska's (and WebM's) duration is where the segment ends, counted from time zero
+            // rather than from the first time stamp: a file that starts late ends that much sooner.
+            if (std::strstr(context->iformat->name, "matroska") != nullptr) duration = SubTicks(duration, originTicks_);
         }
         entry.durationTicks = duration > 0 ? static_cast<uint64_t>(duration) : 0;
 

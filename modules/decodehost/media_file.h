@@ -5,11 +5,12 @@
 // readers of one file share one time line.
 //
 // Threads: used by one thread at a time (the reader's caller while opening, then its delivery
-// thread). The abort flag given to Open may be set from any thread; it ends blocking reads.
+// thread). The interrupt check given to Open runs on that thread; it ends blocking input when
+// another thread asks it to.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -24,6 +25,8 @@ inline constexpr AVRational kTickBase = {1, 10'000'000};
 inline constexpr uint32_t kStreamKindOther = 2;
 // Times converted to ticks may differ by rounding from a time a caller computed itself.
 inline constexpr int64_t kTimeSlack = 100;  // 10 microseconds
+// The latest media time a stream of unknown duration may be positioned at (about 14,600 years).
+inline constexpr int64_t kMaxMediaTicks = int64_t{1} << 62;
 // Bits per sample of the PCM the audio reader delivers.
 inline constexpr uint32_t kPcmBits = 16;
 
@@ -34,14 +37,20 @@ struct StreamEntry {
 
 class MediaFile {
 public:
-    // Opens `path` (any file name or URL libavformat accepts) and reads its stream parameters.
-    // Null on failure, with the libavformat error in *error. `abort`, when set, ends blocking
-    // input; it must outlive the file.
-    static std::unique_ptr<MediaFile> Open(const char* path, const std::atomic<bool>* abort,
-                                           int* error);
+    // Says whether blocking input should give up now.
+    using InterruptCheck = std::function<bool()>;
+
+    // Opens `path` (a regular file, or a URL of an allowed protocol: input_policy.h) and reads
+    // its stream parameters. Null on failure, with the libavformat error in *error. Network input
+    // gives up after a deadline, or when `interrupted` says so.
+    static std::unique_ptr<MediaFile> Open(const char* path, InterruptCheck interrupted, int* error);
+    // Opens a file that libavformat reads through `io` (a custom I/O context, which the caller
+    // keeps and frees after the file).
+    static std::unique_ptr<MediaFile> Open(AVIOContext* io, InterruptCheck interrupted, int* error);
 
     AVFormatContext* context() const { return context_.get(); }
     const std::vector<StreamEntry>& streams() const { return streams_; }
+    bool interrupted() const { return interrupted_ && interrupted_(); }
 
     // Stream time stamp to media time, and back.
     int64_t ToTicks(int64_t timestamp, AVRational timeBase) const;
@@ -49,13 +58,15 @@ public:
 
 private:
     MediaFile() = default;
+    static std::unique_ptr<MediaFile> OpenInput(const char* path, AVIOContext* io,
+                                                InterruptCheck interrupted, int* error);
     void Describe();
     static int InterruptCallback(void* opaque);
 
     FormatPtr context_;
     std::vector<StreamEntry> streams_;
     int64_t originTicks_ = 0;
-    const std::atomic<bool>* abort_ = nullptr;
+    InterruptCheck interrupted_;
 };
 
 // Frames per second of a video stream, 0.0 when the container does not tell.

@@ -1,5 +1,6 @@
 #include "media_reader.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace decodehost {
@@ -42,8 +43,9 @@ int32_t Reader::Open(const char* utf8Path, MediaDescription** out) {
     *out = nullptr;
     std::lock_guard<std::mutex> lock(mutex_);
     if (Busy()) return kNotReady;
+    watched_.store(span_.load());  // Stop now interrupts the open
     int error = 0;
-    std::unique_ptr<MediaFile> file = MediaFile::Open(utf8Path, &quit_, &error);
+    std::unique_ptr<MediaFile> file = MediaFile::Open(utf8Path, [this] { return Interrupted(); }, &error);
     if (!file) return kFail;
     *out = new Description(file->streams());
     video_.reset();
@@ -65,7 +67,7 @@ int32_t Reader::SelectStream(uint32_t index, MediaStream** out) {
     decoder_.reset();
     video_.reset();
     audio_.reset();
-    auto decoder = StreamDecoder::Open(*file_, static_cast<int>(index), &quit_);
+    auto decoder = StreamDecoder::Open(*file_, static_cast<int>(index));
     if (!decoder) return kFail;
     const AVCodecContext* codec = decoder->codec();
     if (info.kind == kStreamKindVideo) {
@@ -76,6 +78,8 @@ int32_t Reader::SelectStream(uint32_t index, MediaStream** out) {
         audio_ = std::make_unique<AudioConverter>(codec->ch_layout.nb_channels, codec->sample_rate);
     }
     decoder_ = std::move(decoder);
+    const uint64_t duration = file_->streams()[index].durationTicks;
+    end_ = duration > 0 ? static_cast<int64_t>(duration) : kMaxMediaTicks;
     state_.store(kIdle);
     current_ = 0;
     stop_ = 0;
@@ -126,8 +130,10 @@ int32_t Reader::SetProperty(const PropertyHeader* record) {
 
 int32_t Reader::SetPositions(int64_t* current, uint32_t, int64_t* stop, uint32_t) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (current != nullptr) current_ = *current;
-    if (stop != nullptr) stop_ = *stop;
+    // Positions outside the stream are brought onto it before any arithmetic: the start into
+    // 0..end, a stop past the end to the end (0 or less still means the end).
+    if (current != nullptr) current_ = std::clamp<int64_t>(*current, 0, end_);
+    if (stop != nullptr) stop_ = std::clamp<int64_t>(*stop, 0, end_);
     positionsPending_ = true;
     return kOk;
 }
@@ -165,9 +171,11 @@ int32_t Reader::Pause() {
 }
 
 int32_t Reader::Stop() {
+    // Abandons the span under way, if any, and interrupts a blocked open or read: before the
+    // lock, which an open holds.
+    span_.fetch_add(1);
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        span_.fetch_add(1);  // abandons the span under way, if any
         positionsPending_ = true;
         state_.store(inCall_ ? kStopping : kIdle);
     }

@@ -5,7 +5,11 @@
 // Delivery runs in spans: SetPositions(current, stop) and Run start one, which seeks to the
 // keyframe before `current`, decodes and discards up to it, then pushes every sample from
 // `current` until `stop` (0: the end of the stream) and finishes with the sink's EndOfStream.
-// A refused push (the player's engine takes no more) ends the span as well.
+// A refused push (the player's engine takes no more) ends the span as well. Positions outside the
+// selected stream are brought onto it (0 to its duration).
+//
+// Open refuses what could block for ever (input_policy.h); Stop, from another thread, interrupts
+// an Open or a delivery blocked on network input.
 //
 // State codes (GetState): 0 idle, 1 paused, 2 running, 3 ended (span done or refused), 4 stopping
 // (Stop came while a sink call was under way; becomes 0 when it returns). 0 and 3 take a new
@@ -87,12 +91,16 @@ private:
     // over: abandoned, refused or, after the end-of-stream call, done.
     bool CallSink(uint64_t id, const Block* block);
     bool Abandoned(uint64_t id) const { return quit_.load() || span_.load() != id; }
+    // Ends blocking input of the open or the span being watched (any thread).
+    bool Interrupted() const { return Abandoned(watched_.load()); }
 
     mutable std::mutex mutex_;
     std::condition_variable wake_;  // delivery thread: new span, resume, quit
     std::atomic<uint32_t> state_{kIdle};
     std::atomic<bool> quit_{false};   // destruction; also ends blocking reads of the file
     std::atomic<uint64_t> span_{0};   // the span to deliver; a change abandons the one under way
+    std::atomic<uint64_t> watched_{0};  // the span (or, for Open, the value of span_) whose input
+                                        // a change of span_ interrupts
 
     // Guarded by mutex_ (the delivery thread reads the file, decoder, converters and sink
     // without it while a span is active: nothing replaces them then).
@@ -103,6 +111,7 @@ private:
     Vexel::IPushStream* sink_ = nullptr;  // counted
     int64_t current_ = 0;
     int64_t stop_ = 0;
+    int64_t end_ = kMaxMediaTicks;  // the selected stream's duration
     bool positionsPending_ = true;  // the next Run starts a span from current_
     Span next_;                     // the span Run asked for
     bool spanActive_ = false;

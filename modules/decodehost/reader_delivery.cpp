@@ -6,6 +6,7 @@
 
 #include "media_reader.h"
 #include "pushed_sample.h"
+#include "tick_math.h"
 
 namespace decodehost {
 
@@ -46,6 +47,7 @@ void Reader::DeliveryLoop() {
 void Reader::DeliverSpan(const Span& span) {
     const bool isVideo = video_ != nullptr;
     const int64_t stop = span.stop > 0 ? span.stop : std::numeric_limits<int64_t>::max();
+    watched_.store(span.id);
     decoder_->Seek(span.current);
     if (audio_) audio_->Reset();
 
@@ -53,10 +55,10 @@ void Reader::DeliverSpan(const Span& span) {
         if (Abandoned(span.id)) return;
         int64_t start = 0;
         AVFrame* frame = decoder_->Next(&start);
-        if (frame == nullptr || start >= stop - kTimeSlack) break;
+        if (frame == nullptr || start >= SubTicks(stop, kTimeSlack)) break;
 
         Block block;
-        const bool ready = isVideo ? start >= span.current - kTimeSlack && PrepareVideo(frame, start, block)
+        const bool ready = isVideo ? start >= SubTicks(span.current, kTimeSlack) && PrepareVideo(frame, start, block)
                                    : PrepareAudio(frame, start, span, block);
         if (ready && !CallSink(span.id, &block)) return;
     }
@@ -70,7 +72,7 @@ bool Reader::PrepareVideo(AVFrame* frame, int64_t start, Block& block) {
     block.data = buffer_.data();
     block.size = static_cast<uint32_t>(buffer_.size());
     block.start = start;
-    block.stop = start + decoder_->frameInterval();
+    block.stop = AddTicks(start, decoder_->frameInterval());
     return true;
 }
 
@@ -81,16 +83,16 @@ bool Reader::PrepareAudio(AVFrame* frame, int64_t start, const Span& span, Block
 
     // Keep only the samples inside the span.
     int64_t first = 0, last = count;
-    if (start < span.current) first = std::min<int64_t>(TicksToSamples(span.current - start, rate), count);
-    if (span.stop > 0 && start + SamplesToTicks(count, rate) > span.stop) {
-        last = std::clamp<int64_t>(TicksToSamples(span.stop - start, rate), 0, count);
+    if (start < span.current) first = std::min<int64_t>(TicksToSamples(SubTicks(span.current, start), rate), count);
+    if (span.stop > 0 && AddTicks(start, SamplesToTicks(count, rate)) > span.stop) {
+        last = std::clamp<int64_t>(TicksToSamples(SubTicks(span.stop, start), rate), 0, count);
     }
     if (last <= first) return false;
     const size_t frameBytes = audio_->frameBytes();
     block.data = buffer_.data() + static_cast<size_t>(first) * frameBytes;
     block.size = static_cast<uint32_t>(static_cast<size_t>(last - first) * frameBytes);
-    block.start = start + SamplesToTicks(first, rate);
-    block.stop = start + SamplesToTicks(last, rate);
+    block.start = AddTicks(start, SamplesToTicks(first, rate));
+    block.stop = AddTicks(start, SamplesToTicks(last, rate));
     return true;
 }
 

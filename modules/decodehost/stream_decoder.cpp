@@ -4,6 +4,8 @@
 #include <chrono>
 #include <thread>
 
+#include "tick_math.h"
+
 namespace decodehost {
 
 namespace {
@@ -24,15 +26,14 @@ int DecodeThreads() {
 
 }  // namespace
 
-std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index,
-                                                   const std::atomic<bool>* abort) {
+std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
     AVFormatContext* context = file.context();
     if (index < 0 || static_cast<unsigned>(index) >= context->nb_streams) return nullptr;
     AVStream* stream = context->streams[index];
     const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
     if (codec == nullptr) return nullptr;
 
-    std::unique_ptr<StreamDecoder> decoder(new StreamDecoder(file, stream, abort));
+    std::unique_ptr<StreamDecoder> decoder(new StreamDecoder(file, stream));
     decoder->codec_.reset(avcodec_alloc_context3(codec));
     decoder->frame_.reset(av_frame_alloc());
     decoder->packet_.reset(av_packet_alloc());
@@ -64,9 +65,9 @@ void StreamDecoder::Seek(int64_t ticks) {
     // enough.
     int64_t back = 0;
     for (int attempt = 0; attempt < kSeekAttempts; ++attempt) {
-        const int64_t at = ticks - back;
+        const int64_t at = SubTicks(ticks, back);
         SeekTo(at);
-        if (DecodeFirst() && pendingTicks_ < ticks + reach) return;
+        if (DecodeFirst() && pendingTicks_ < AddTicks(ticks, reach)) return;
         if (at <= 0) break;
         back = back == 0 ? kTicksPerSecond : back * 2;
     }
@@ -133,7 +134,7 @@ void StreamDecoder::FeedPacket() {
     for (;;) {
         if (!packetHeld_) {
             const int status = av_read_frame(context, packet_.get());
-            if (status == AVERROR(EAGAIN) && !(abort_ != nullptr && abort_->load())) {
+            if (status == AVERROR(EAGAIN) && !file_.interrupted()) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 continue;
             }
@@ -170,7 +171,7 @@ int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {
     } else {
         length = frameInterval_;
     }
-    nextTicks_ = ticks + length;
+    nextTicks_ = AddTicks(ticks, length);
     return ticks;
 }
 

@@ -6,7 +6,6 @@
 // Threads: used by one thread at a time (the reader's delivery thread once playback runs).
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -18,9 +17,8 @@ namespace decodehost {
 class StreamDecoder {
 public:
     // Opens the decoder of stream `index` with threads bounded to the machine; null when the
-    // stream cannot be decoded. `file` and `abort` must outlive the decoder.
-    static std::unique_ptr<StreamDecoder> Open(MediaFile& file, int index,
-                                               const std::atomic<bool>* abort);
+    // stream cannot be decoded. `file` must outlive the decoder.
+    static std::unique_ptr<StreamDecoder> Open(MediaFile& file, int index);
 
     AVCodecContext* codec() const { return codec_.get(); }
     AVStream* stream() const { return stream_; }
@@ -37,8 +35,7 @@ public:
     AVFrame* Next(int64_t* ticks);
 
 private:
-    StreamDecoder(MediaFile& file, AVStream* stream, const std::atomic<bool>* abort)
-        : file_(file), stream_(stream), abort_(abort) {}
+    StreamDecoder(MediaFile& file, AVStream* stream) : file_(file), stream_(stream) {}
     void SeekTo(int64_t ticks);  // by time, to the keyframe at or before `ticks`
     bool Rewind();               // to the first byte; false where the container cannot
     void Reset(int64_t ticks);   // forgets decoder state after a seek
@@ -49,7 +46,6 @@ private:
 
     MediaFile& file_;
     AVStream* stream_;
-    const std::atomic<bool>* abort_;
     CodecPtr codec_;
     FramePtr frame_;
     PacketPtr packet_;

@@ -45,6 +45,7 @@ struct MediaWriter::State {
     AVFrame* frame = nullptr;
     AVPacket* packet = nullptr;
     int64_t audioPts = 0;
+    int64_t videoStart = 0;  // ticks added to every picture's time
     bool headerWritten = false;
     bool finished = false;
     std::string error;
@@ -76,9 +77,10 @@ struct MediaWriter::State {
 };
 
 bool MediaWriter::State::OpenVideo(const VideoSettings& s) {
-    const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
-    if (codec == nullptr) codec = avcodec_find_encoder(AV_CODEC_ID_H264);
-    if (codec == nullptr) return Fail("no H.264 encoder in this libavcodec");
+    const AVCodec* codec = avcodec_find_encoder_by_name(s.vp9 ? "libvpx-vp9" : "libx264");
+    if (codec == nullptr) codec = avcodec_find_encoder(s.vp9 ? AV_CODEC_ID_VP9 : AV_CODEC_ID_H264);
+    if (codec == nullptr) return Fail(s.vp9 ? "no VP9 encoder in this libavcodec" : "no H.264 encoder in this libavcodec");
+    videoStart = s.startTicks;
     video = avcodec_alloc_context3(codec);
     if (video == nullptr) return Fail("out of memory");
     video->width = s.width;
@@ -96,9 +98,15 @@ bool MediaWriter::State::OpenVideo(const VideoSettings& s) {
     av_dict_set(&options, "preset", s.preset, 0);
     av_dict_set_int(&options, "crf", s.quality, 0);
     av_dict_set(&options, "x264-params", "scenecut=0", 0);  // keyframes exactly every interval
+    if (s.vp9) {  // fast, and no hidden reference pictures: one packet a picture
+        av_dict_set(&options, "deadline", "realtime", 0);
+        av_dict_set(&options, "cpu-used", "8", 0);
+        av_dict_set(&options, "lag-in-frames", "0", 0);
+        av_dict_set(&options, "b", "0", 0);
+    }
     const int status = avcodec_open2(video, codec, &options);
     av_dict_free(&options);
-    if (status < 0) return Fail("cannot open the H.264 encoder", status);
+    if (status < 0) return Fail("cannot open the picture encoder", status);
 
     videoStream = avformat_new_stream(format, nullptr);
     if (videoStream == nullptr) return Fail("out of memory");
@@ -134,13 +142,20 @@ bool MediaWriter::State::TagVideo(const SphericalTag& tag) {
 }
 
 bool MediaWriter::State::OpenAudio(const AudioSettings& s) {
-    const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
-    if (codec == nullptr) return Fail("no AAC encoder in this libavcodec");
+    const AVCodec* codec = s.opus ? avcodec_find_encoder_by_name("libopus") : avcodec_find_encoder(AV_CODEC_ID_AAC);
+    if (codec == nullptr) return Fail(s.opus ? "no Opus encoder in this libavcodec" : "no AAC encoder in this libavcodec");
     audio = avcodec_alloc_context3(codec);
     if (audio == nullptr) return Fail("out of memory");
     av_channel_layout_default(&audio->ch_layout, s.channels);
     audio->sample_rate = s.rate;
+    // Planar floats where the encoder takes them (AAC), interleaved ones otherwise (libopus).
     audio->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    if (codec->sample_fmts != nullptr) {
+        bool planar = false;
+        for (const AVSampleFormat* f = codec->sample_fmts; *f != AV_SAMPLE_FMT_NONE; ++f) planar |= *f == AV_SAMPLE_FMT_FLTP;
+        if (!planar) audio->sample_fmt = AV_SAMPLE_FMT_FLT;
+    }
+    audioPts = av_rescale_q(s.startTicks, kTickBase, {1, s.rate});
     audio->bit_rate = 64000 * s.channels;
     audio->time_base = {1, s.rate};
     if (format->oformat->flags & AVFMT_GLOBALHEADER) audio->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
@@ -152,10 +167,10 @@ bool MediaWriter::State::OpenAudio(const AudioSettings& s) {
     audioStream->time_base = audio->time_base;
     avcodec_parameters_from_context(audioStream->codecpar, audio);
 
-    status = swr_alloc_set_opts2(&resampler, &audio->ch_layout, AV_SAMPLE_FMT_FLTP, s.rate,
+    status = swr_alloc_set_opts2(&resampler, &audio->ch_layout, audio->sample_fmt, s.rate,
                                  &audio->ch_layout, AV_SAMPLE_FMT_S16, s.rate, 0, nullptr);
     if (status < 0 || swr_init(resampler) < 0) return Fail("cannot convert the sound", status);
-    fifo = av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, s.channels, audio->frame_size);
+    fifo = av_audio_fifo_alloc(audio->sample_fmt, s.channels, audio->frame_size);
     return fifo != nullptr || Fail("out of memory");
 }
 
@@ -182,7 +197,7 @@ bool MediaWriter::State::EncodeAudio(bool flush) {
     while (av_audio_fifo_size(fifo) >= frameSize || (flush && av_audio_fifo_size(fifo) > 0)) {
         av_frame_unref(frame);
         frame->nb_samples = std::min(frameSize, av_audio_fifo_size(fifo));
-        frame->format = AV_SAMPLE_FMT_FLTP;
+        frame->format = audio->sample_fmt;
         frame->sample_rate = audio->sample_rate;
         av_channel_layout_copy(&frame->ch_layout, &audio->ch_layout);
         if (av_frame_get_buffer(frame, 0) < 0) return Fail("out of memory");
@@ -238,16 +253,17 @@ bool MediaWriter::WriteVideo(const uint8_t* bgra, int stride, int64_t ticks) {
     const uint8_t* planes[1] = {bgra};
     const int strides[1] = {stride};
     sws_scale(s.scaler, planes, strides, 0, s.video->height, s.frame->data, s.frame->linesize);
-    s.frame->pts = av_rescale_q(ticks, kTickBase, kVideoBase);
+    s.frame->pts = av_rescale_q(ticks + s.videoStart, kTickBase, kVideoBase);
     return s.Send(s.video, s.videoStream, s.frame);
 }
 
 bool MediaWriter::WriteAudio(const int16_t* samples, int count) {
     State& s = *state_;
     if (s.audio == nullptr || !s.headerWritten) return s.Fail("no sound track open");
-    std::vector<float> planar(static_cast<size_t>(count) * s.audio->ch_layout.nb_channels);
-    std::vector<uint8_t*> out(static_cast<size_t>(s.audio->ch_layout.nb_channels));
-    for (size_t c = 0; c < out.size(); ++c) out[c] = reinterpret_cast<uint8_t*>(planar.data() + c * count);
+    std::vector<float> floats(static_cast<size_t>(count) * s.audio->ch_layout.nb_channels);
+    const bool planar = av_sample_fmt_is_planar(s.audio->sample_fmt);
+    std::vector<uint8_t*> out(planar ? static_cast<size_t>(s.audio->ch_layout.nb_channels) : 1);
+    for (size_t c = 0; c < out.size(); ++c) out[c] = reinterpret_cast<uint8_t*>(floats.data() + c * count);
     const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(samples)};
     const int converted = swr_convert(s.resampler, out.data(), count, in, count);
     if (converted < 0) return s.Fail("cannot convert the sound", converted);

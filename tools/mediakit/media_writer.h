@@ -1,6 +1,7 @@
 // MediaWriter: writes a video file (container chosen by the file name, e.g. .mp4) with an H.264
-// picture track made from 32-bit B,G,R,A pictures and, optionally, an AAC sound track made from
-// interleaved signed 16-bit PCM, through libavformat and libavcodec (libx264 where present).
+// (or VP9) picture track made from 32-bit B,G,R,A pictures and, optionally, an AAC (or Opus) sound
+// track made from interleaved signed 16-bit PCM, through libavformat and libavcodec (libx264,
+// libvpx and libopus where present).
 //
 // Threads: used by one thread at a time.
 #pragma once
@@ -22,11 +23,15 @@ struct VideoSettings {
     const char* preset = "veryfast";
     int threads = 0;            // 0: the encoder chooses
     SphericalTag tag;           // spherical-video metadata of the track (MP4 and Matroska)
+    bool vp9 = false;           // VP9 instead of H.264 (for Matroska and WebM)
+    int64_t startTicks = 0;     // time stamp of the first picture, 100 ns
 };
 
 struct AudioSettings {
     int channels = 0;  // 0: no sound track
     int rate = 48000;
+    bool opus = false;        // Opus instead of AAC
+    int64_t startTicks = 0;   // time stamp of the first sample, 100 ns
 };
 
 class MediaWriter {

@@ -34,6 +34,8 @@ struct Options {
     bool video = true;
     bool audio = true;
     double keep = 1.0;  // fraction of the file kept
+    double start = 0.0;  // seconds before the first time stamp
+    bool vp9 = false;    // VP9 and Opus instead of H.264 and AAC
 };
 
 void Usage(std::FILE* out) {
@@ -44,7 +46,7 @@ void Usage(std::FILE* out) {
                  "  --fps N           frames per second (default 30)\n"
                  "  --seconds S       length in seconds (default 10)\n"
                  "  --keyframes N     keyframe interval in frames (default: one second)\n"
-                 "  --quality Q       H.264 constant rate factor, lower is better (default 20)\n"
+                 "  --quality Q       constant rate factor, lower is better (default 20)\n"
                  "  --layout L        equirect (default), partial (the 360x90 degree band) or\n"
                  "                    dual-fisheye (two 180-degree lenses side by side)\n"
                  "  --spherical       tag the picture track as an equirectangular 360 video\n"
@@ -53,7 +55,9 @@ void Usage(std::FILE* out) {
                  "                    colours; tagged as stereo and spherical\n"
                  "  --no-audio        pictures only\n"
                  "  --audio-only      sound only\n"
-                 "  --truncate F      keep only the first fraction F of the file, as if cut off\n");
+                 "  --truncate F      keep only the first fraction F of the file, as if cut off\n"
+                 "  --start S         time stamps begin at S seconds instead of 0\n"
+                 "  --vp9             VP9 pictures and Opus sound (for .mkv and .webm)\n");
 }
 
 bool ParseInt(std::string_view text, int* value) {
@@ -100,12 +104,16 @@ bool Parse(int argc, char** argv, Options& o) {
             ok = o.tag.stereo != mediakit::Stereo::Other;
         } else if (arg == "--truncate") {
             ok = value && ParseDouble(value, &o.keep) && o.keep > 0 && o.keep < 1;
+        } else if (arg == "--start") {
+            ok = value && ParseDouble(value, &o.start) && o.start >= 0 && o.start <= 3600;
         } else {
             usedValue = false;
             if (arg == "--spherical") {
                 o.tag.spherical = true;
             } else if (arg == "--no-audio") {
                 o.audio = false;
+            } else if (arg == "--vp9") {
+                o.vp9 = true;
             } else if (arg == "--audio-only") {
                 o.video = false;
             } else if (arg == "-h" || arg == "--help") {
@@ -155,11 +163,15 @@ int main(int argc, char** argv) {
         video.quality = o.quality;
         video.threads = video.width * video.height <= 320 * 240 ? 1 : 0;
         video.tag = o.tag;
+        video.vp9 = o.vp9;
+        video.startTicks = static_cast<int64_t>(o.start * 10'000'000);
     }
     mediakit::AudioSettings audio;
     if (o.audio) {
         audio.channels = 2;
         audio.rate = kSoundRate;
+        audio.opus = o.vp9;
+        audio.startTicks = static_cast<int64_t>(o.start * 10'000'000);
     }
 
     const std::filesystem::path output(o.output);
@@ -211,7 +223,7 @@ int main(int argc, char** argv) {
         std::printf("%dx%d, %d frames at %d fps, %s", layout.width(), layout.height(), frames, o.fps,
                     writer.videoEncoder().c_str());
     }
-    if (o.audio) std::printf("%sstereo %d Hz AAC", o.video ? ", " : "", kSoundRate);
+    if (o.audio) std::printf("%sstereo %d Hz %s", o.video ? ", " : "", kSoundRate, o.vp9 ? "Opus" : "AAC");
     std::printf(o.keep < 1.0 ? ", cut to %.0f%%)\n" : ")\n", o.keep * 100);
     return 0;
 }

@@ -18,6 +18,9 @@ small=(--size 128x64 --fps 10 --keyframes 10 --quality 16)
 # Containers that seek differently: by decoding time (MPEG-TS), by cues (Matroska).
 "$make_sample" "${small[@]}" --seconds 2 --no-audio transport.ts
 "$make_sample" "${small[@]}" --seconds 2 --no-audio matroska.mkv
+# Time stamps that begin at 1.5 s: VP9 and Opus in Matroska, H.264 and AAC in MPEG-TS.
+"$make_sample" "${small[@]}" --seconds 4 --start 1.5 --vp9 late.mkv
+"$make_sample" "${small[@]}" --seconds 4 --start 1.5 late.ts
 
 # Damaged: a run of garbage over the middle of the picture data of a good clip.
 cp equirect.mp4 damaged.mp4

@@ -1,0 +1,225 @@
+// Input a careless or hostile host hands the codec host: positions at the ends of 64 bits, paths
+// that would block open(2) for ever, protocols it does not allow, and a network peer that never
+// answers.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <thread>
+
+#include "reader_fixture.h"
+#include "vexelplayer.h"
+
+namespace decodehost_test {
+namespace {
+
+constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+// Far below the 15 s network deadline: only an interrupt or a refusal returns this soon.
+constexpr milliseconds kPrompt{3000};
+
+// Positions beyond the stream are brought onto it: the start to 0..duration, the stop to the
+// duration; what each span delivers matches the span it was brought to.
+TEST_F(ReaderTest, PositionsAtTheEndsOf64BitsAreBroughtOntoTheStream) {
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    const struct {
+        int64_t current, stop;
+        std::vector<int64_t> frames;
+    } cases[] = {
+        {kMin, kMax, Sequence(0, 19)},
+        {-5 * kSecond, 15 * kFrame, Sequence(0, 14)},
+        {15 * kFrame, kMax, Sequence(15, 19)},
+        {kMax, kMax, {}},
+        {kMax, kMin, {}},
+        {kMin, kMin, Sequence(0, 19)},  // a stop of 0 or less is the end
+    };
+    for (const auto& c : cases) {
+        sink_.Clear();
+        Span(c.current, c.stop);
+        ASSERT_TRUE(WaitForState(kEnded)) << c.current << ".." << c.stop;
+        EXPECT_EQ(Frames(sink_.Records()), c.frames) << c.current << ".." << c.stop;
+        EXPECT_EQ(sink_.EndOfStreams(), 1);
+        for (const PushedRecord& r : sink_.Records()) EXPECT_LT(r.start, r.stop);
+    }
+}
+
+TEST_F(ReaderTest, SoundAtTheEndsOf64Bits) {
+    OpenStream("equirect.mp4", kStreamKindAudio);
+    for (const int64_t current : {kMin, kMax}) {
+        sink_.Clear();
+        Span(current, kMax);
+        ASSERT_TRUE(WaitForState(kEnded)) << current;
+        const std::vector<PushedRecord> records = sink_.Records();
+        if (current == kMin) {
+            ASSERT_FALSE(records.empty());
+            EXPECT_EQ(records.front().start, 0);
+            EXPECT_NEAR(static_cast<double>(records.back().stop), 2.0 * kSecond, kSecond / 10.0);
+        } else {
+            EXPECT_TRUE(records.empty());
+        }
+        EXPECT_EQ(sink_.EndOfStreams(), 1);
+    }
+}
+
+// A FIFO, a folder and a device are refused before anything opens them; a FIFO with no writer
+// would block open(2) for ever.
+class BlockingPathTest : public ReaderTest {
+protected:
+    void SetUp() override {
+        ReaderTest::SetUp();
+        folder_ = std::filesystem::temp_directory_path() / ("decodehost-fifo-" + std::to_string(getpid()));
+        std::filesystem::create_directories(folder_);
+        fifo_ = (folder_ / "clip.mp4").string();
+        ASSERT_EQ(mkfifo(fifo_.c_str(), 0600), 0);
+    }
+    void TearDown() override {
+        std::filesystem::remove_all(folder_);
+        ReaderTest::TearDown();
+    }
+
+    std::filesystem::path folder_;
+    std::string fifo_;
+};
+
+TEST_F(BlockingPathTest, ReaderRefusesWhatIsNotARegularFile) {
+    for (const std::string& path : {fifo_, "file:" + fifo_, folder_.string(), std::string("/dev/zero")}) {
+        const auto start = Clock::now();
+        CountedRef<MediaDescription> description;
+        EXPECT_LT(reader_->Open(path.c_str(), description.put()), 0) << path;
+        EXPECT_FALSE(description);
+        EXPECT_LT(Clock::now() - start, kPrompt) << path;
+    }
+    // The reader stays usable.
+    OpenStream("equirect.mp4", kStreamKindVideo);
+}
+
+TEST_F(BlockingPathTest, ExportedOpenOnAFifoFailsPromptly) {
+    PlayerHandle player = Create();
+    const auto start = Clock::now();
+    EXPECT_EQ(Open(player, fifo_.c_str(), 0, 0, 0), -1);
+    EXPECT_LT(Clock::now() - start, kPrompt);
+    EXPECT_EQ(Open(player, Clip("equirect.mp4").c_str(), 0, 0, 0), 0);
+    Destroy(player);
+}
+
+TEST_F(ReaderTest, ProtocolsOutsideTheAllowListAreRefused) {
+    CountedRef<MediaDescription> description;
+    for (const char* url : {"ftp://127.0.0.1:9/clip.mp4", "udp://127.0.0.1:9", "tcp://127.0.0.1:9",
+                            "pipe:0", "subfile,,start,0,end,0,,:/etc/hostname"}) {
+        EXPECT_LT(reader_->Open(url, description.put()), 0) << url;
+    }
+    // The list is the host's to change: without file, local clips are refused too.
+    const char* saved = std::getenv("VEXEL_PROTOCOLS");
+    const std::string previous = saved != nullptr ? saved : "";
+    setenv("VEXEL_PROTOCOLS", "http,https", 1);
+    EXPECT_LT(reader_->Open(Clip("equirect.mp4").c_str(), description.put()), 0);
+    EXPECT_LT(reader_->Open(("file:" + Clip("equirect.mp4")).c_str(), description.put()), 0);
+    if (saved != nullptr) {
+        setenv("VEXEL_PROTOCOLS", previous.c_str(), 1);
+    } else {
+        unsetenv("VEXEL_PROTOCOLS");
+    }
+    EXPECT_EQ(reader_->Open(("file:" + Clip("equirect.mp4")).c_str(), description.put()), 0);
+}
+
+// A server on the loopback interface that takes connections and never says a word.
+class SilentServer {
+public:
+    SilentServer() {
+        listener_ = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(listener_, 4) != 0 ||
+            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            return;
+        }
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this] {
+            pollfd wait{listener_, POLLIN, 0};
+            while (!quit_.load()) {
+                if (poll(&wait, 1, 20) > 0) {
+                    const int peer = accept(listener_, nullptr, nullptr);
+                    if (peer >= 0) peers_.push_back(peer);
+                    accepted_.store(true);
+                }
+            }
+        });
+    }
+    ~SilentServer() {
+        quit_.store(true);
+        if (thread_.joinable()) thread_.join();
+        for (const int peer : peers_) close(peer);
+        close(listener_);
+    }
+    int port() const { return port_; }
+    bool accepted() const { return accepted_.load(); }
+
+private:
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<bool> quit_{false};
+    std::atomic<bool> accepted_{false};
+    std::vector<int> peers_;  // server thread only
+    std::thread thread_;
+};
+
+TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
+    SilentServer server;
+    ASSERT_NE(server.port(), 0);
+    control_.QueryFrom(reader_.get(), IID_PlaybackControl);
+    ASSERT_TRUE(control_);
+
+    const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/clip.mp4";
+    std::atomic<int32_t> result{1};
+    std::thread opener([&] {
+        CountedRef<MediaDescription> description;
+        result.store(reader_->Open(url.c_str(), description.put()));
+    });
+    ASSERT_TRUE(WaitUntil([&] { return server.accepted(); }));
+    std::this_thread::sleep_for(milliseconds(100));  // the request is sent; the reply never comes
+    EXPECT_EQ(result.load(), 1) << "the open did not wait for the server";
+    const auto stopped = Clock::now();
+    control_->Stop();
+    opener.join();
+    EXPECT_LT(Clock::now() - stopped, kPrompt);
+    EXPECT_LT(result.load(), 0);
+
+    // A stop before the open does not spoil it.
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
+}
+
+// Files whose time stamps begin at 1.5 s report the length of their own 4 s of pictures, and their
+// first picture comes at media time 0.
+class LateStartTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(LateStartTest, StreamLengthCountsFromItsFirstFrame) {
+    uint64_t ticks = 0;
+    const StreamInfo info = OpenStream(GetParam(), kStreamKindVideo, &ticks);
+    EXPECT_NEAR(info.duration, 4.0, 0.05);
+    EXPECT_NEAR(static_cast<double>(ticks), 4.0 * kSecond, 0.05 * kSecond);
+    Span(0, 0);
+    ASSERT_TRUE(WaitForState(kEnded));
+    const std::vector<PushedRecord> records = sink_.Records();
+    ASSERT_EQ(Frames(records), Sequence(0, 39));
+    EXPECT_NEAR(static_cast<double>(records.front().start), 0.0, 0.05 * kSecond);
+    EXPECT_LE(records.back().start, static_cast<int64_t>(ticks));
+}
+
+INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, testing::Values("late.mkv", "late.ts"),
+                         [](const testing::TestParamInfo<const char*>& info) {
+                             return std::string(info.param).substr(5);
+                         });
+
+}  // namespace
+}  // namespace decodehost_test
