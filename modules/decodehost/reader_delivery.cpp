@@ -7,11 +7,13 @@
 #include "media_reader.h"
 #include "pushed_sample.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
-int64_t SamplesToTicks(int64_t samples, int rate) { return av_rescale(samples, kTicksPerSecond, rate); }
+int64_t SamplesToTicks(int64_t samples, int rate) {
+    return av_rescale(samples, kTicksPerSecond, rate);
+}
 int64_t TicksToSamples(int64_t ticks, int rate) { return av_rescale(ticks, rate, kTicksPerSecond); }
 
 }  // namespace
@@ -24,7 +26,8 @@ void Reader::DeliveryLoop() {
         {
             std::unique_lock<std::mutex> lock(mutex_);
             wake_.wait(lock, [&] {
-                return quit_.load() || (state_.load() == kRunning && next_.id != done && next_.id == span_.load());
+                return quit_.load() ||
+                       (state_.load() == kRunning && next_.id != done && next_.id == span_.load());
             });
             if (quit_.load()) return;
             span = next_;
@@ -56,8 +59,9 @@ void Reader::DeliverSpan(const Span& span) {
         if (frame == nullptr || start >= stop - kTimeSlack) break;
 
         Block block;
-        const bool ready = isVideo ? start >= span.current - kTimeSlack && PrepareVideo(frame, start, block)
-                                   : PrepareAudio(frame, start, span, block);
+        const bool ready =
+            isVideo ? start >= span.current - kTimeSlack && PrepareVideo(frame, start, block)
+                    : PrepareAudio(frame, start, span, block);
         if (ready && !CallSink(span.id, &block)) return;
     }
     CallSink(span.id, nullptr);
@@ -81,7 +85,8 @@ bool Reader::PrepareAudio(AVFrame* frame, int64_t start, const Span& span, Block
 
     // Keep only the samples inside the span.
     int64_t first = 0, last = count;
-    if (start < span.current) first = std::min<int64_t>(TicksToSamples(span.current - start, rate), count);
+    if (start < span.current)
+        first = std::min<int64_t>(TicksToSamples(span.current - start, rate), count);
     if (span.stop > 0 && start + SamplesToTicks(count, rate) > span.stop) {
         last = std::clamp<int64_t>(TicksToSamples(span.stop - start, rate), 0, count);
     }
@@ -104,14 +109,14 @@ bool Reader::CallSink(uint64_t id, const Block* block) {
         sink = sink_;
     }
 
-    int32_t status = kOk;
+    int32_t status = S_OK;
     if (sink == nullptr) {
-        status = kSampleRefused;
+        status = ERR_SAMPLE_REFUSED;
     } else if (block == nullptr) {
         sink->EndOfStream();
     } else {
-        auto* sample = new PushedSample(block->data, block->size, block->start, block->stop,
-                                        video_ ? kMediaKindVideo : kMediaKindAudio);
+        auto* sample = NewObject<PushedSample>(block->data, block->size, block->start, block->stop,
+                                               video_ ? kMediaKindVideo : kMediaKindAudio);
         status = sink->Push(sample);
         sample->Release();
     }
@@ -122,11 +127,11 @@ bool Reader::CallSink(uint64_t id, const Block* block) {
         if (state_.load() == kStopping) state_.store(kIdle);
         return false;
     }
-    if (block == nullptr || status == kSampleRefused) {
+    if (block == nullptr || status == ERR_SAMPLE_REFUSED) {
         state_.store(kEnded);
         return false;
     }
     return true;  // other failures drop this sample only
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -45,12 +45,14 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index,
     if (avcodec_open2(c, codec, nullptr) < 0) return nullptr;
     if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
         decoder->frameRate_ = StreamFrameRate(context, stream);
-        if (decoder->frameRate_ > 0.0) decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
+        if (decoder->frameRate_ > 0.0)
+            decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
     }
 
     // Only this stream's packets are wanted from the demuxer.
     for (unsigned i = 0; i < context->nb_streams; ++i) {
-        context->streams[i]->discard = static_cast<int>(i) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+        context->streams[i]->discard =
+            static_cast<int>(i) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     }
     return decoder;
 }
@@ -174,4 +176,4 @@ int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {
     return ticks;
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "common/status.h"
+#include "vexel/status.h"
 
 namespace vexel {
 
@@ -25,14 +25,6 @@ int32_t RenderSink::QueryInterface(const GUID* id, void** out) {
     if (*id != IID_PushStream) return ERR_NO_INTERFACE;
     *out = static_cast<Vexel::IPushStream*>(this);
     return kOk;
-}
-
-uint32_t RenderSink::AddRef() { return refCount_.fetch_add(1, std::memory_order_relaxed) + 1; }
-
-uint32_t RenderSink::Release() {
-    const uint32_t count = refCount_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (count == 0) delete this;
-    return count;
 }
 
 int32_t RenderSink::Notify() { return kOk; }
@@ -79,8 +71,7 @@ int32_t AudioRenderSink::EndOfStream() {
     // The sound's end goes on to the audio output; nothing from there may reach the host.
     try {
         if (SampleTarget* engine = target()) engine->OnAudioEndOfStream();
-    } catch (...) {
-    }
+    } catch (...) {}
     return kOk;
 }
 

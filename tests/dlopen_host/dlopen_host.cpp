@@ -20,14 +20,49 @@ void Check(bool ok, const char* what) {
 }
 
 const char* const kExports[] = {
-    "AddPan", "AddZoom", "Close", "Create", "Destroy", "EndPan", "EndZoom", "GetCurrentPlayTime",
-    "GetCurrentPreSample", "GetCurrentViewSample", "GetFrameRate", "GetHeight", "GetRange",
-    "GetTimeFreeze", "GetWidth", "InlayBuffer_CreateSample", "InlayBuffer_ExtractView",
-    "InlayBuffer_GetBuffer", "InlayBuffer_GetFov", "InlayBuffer_GetHeight", "InlayBuffer_GetPan",
-    "InlayBuffer_GetSeek", "InlayBuffer_GetTilt", "InlayBuffer_GetTime", "InlayBuffer_GetView",
-    "InlayBuffer_GetWidth", "InlayBuffer_ReadBuffer", "InlayBuffer_Release", "InlayBuffer_SetView",
-    "Mute", "Open", "Pause", "Play", "Seek", "SetPanStep", "SetTimeFreeze", "SetView",
-    "SetViewDim", "SetVolume", "StartPan", "StartZoom", "Stop", "TimeFreeze",
+    "AddPan",
+    "AddZoom",
+    "Close",
+    "Create",
+    "Destroy",
+    "EndPan",
+    "EndZoom",
+    "GetCurrentPlayTime",
+    "GetCurrentPreSample",
+    "GetCurrentViewSample",
+    "GetFrameRate",
+    "GetHeight",
+    "GetRange",
+    "GetTimeFreeze",
+    "GetWidth",
+    "InlayBuffer_CreateSample",
+    "InlayBuffer_ExtractView",
+    "InlayBuffer_GetBuffer",
+    "InlayBuffer_GetFov",
+    "InlayBuffer_GetHeight",
+    "InlayBuffer_GetPan",
+    "InlayBuffer_GetSeek",
+    "InlayBuffer_GetTilt",
+    "InlayBuffer_GetTime",
+    "InlayBuffer_GetView",
+    "InlayBuffer_GetWidth",
+    "InlayBuffer_ReadBuffer",
+    "InlayBuffer_Release",
+    "InlayBuffer_SetView",
+    "Mute",
+    "Open",
+    "Pause",
+    "Play",
+    "Seek",
+    "SetPanStep",
+    "SetTimeFreeze",
+    "SetView",
+    "SetViewDim",
+    "SetVolume",
+    "StartPan",
+    "StartZoom",
+    "Stop",
+    "TimeFreeze",
 };
 static_assert(sizeof(kExports) / sizeof(kExports[0]) == 43);
 
@@ -71,8 +106,10 @@ void CheckNullHandle() {
     const double times[] = {1000.0}, durations[] = {500.0};
     EXPORT(SetTimeFreeze)(nullptr, times, durations, 1);
     double outTimes[2] = {}, outDurations[2] = {};
-    Check(EXPORT(GetTimeFreeze)(nullptr, outTimes, outDurations, 2) == 0, "GetTimeFreeze(null) is 0");
-    Check(EXPORT(TimeFreeze)(nullptr, 1234.5, 100.0) == 1234.5, "TimeFreeze(null) returns its time");
+    Check(EXPORT(GetTimeFreeze)(nullptr, outTimes, outDurations, 2) == 0,
+          "GetTimeFreeze(null) is 0");
+    Check(EXPORT(TimeFreeze)(nullptr, 1234.5, 100.0) == 1234.5,
+          "TimeFreeze(null) returns its time");
 }
 
 void CheckNullSample() {

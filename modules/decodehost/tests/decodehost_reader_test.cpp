@@ -5,11 +5,11 @@
 #include <cmath>
 #include <numeric>
 
-#include "common/counted_ref.h"
 #include "recording_sink.h"
 #include "vexel/codec_host.h"
+#include "vexel/counted_ref.h"
 
-namespace decodehost_test {
+namespace vexel::decodehost_test {
 namespace {
 
 using vexel::CountedRef;
@@ -18,7 +18,8 @@ constexpr uint32_t kIdle = 0, kPaused = 1, kEnded = 3, kStopping = 4;
 
 CreateCodecHostFn Entry() {
     static void* module = dlopen(DECODEHOST_MODULE, RTLD_NOW | RTLD_LOCAL);
-    return module ? reinterpret_cast<CreateCodecHostFn>(dlsym(module, kCreateCodecHostSymbol)) : nullptr;
+    return module ? reinterpret_cast<CreateCodecHostFn>(dlsym(module, kCreateCodecHostSymbol))
+                  : nullptr;
 }
 
 class ReaderTest : public testing::Test {
@@ -50,7 +51,8 @@ protected:
         for (uint32_t i = 0; i < count; ++i) {
             StreamInfo info{};
             uint64_t first = 0, second = 0, ticks = 0;
-            description->GetStreamInfo(static_cast<uint16_t>(i), &first, &info, &second, &ticks, nullptr);
+            description->GetStreamInfo(static_cast<uint16_t>(i), &first, &info, &second, &ticks,
+                                       nullptr);
             if (info.kind != kind) continue;
             CountedRef<MediaStream> stream;
             EXPECT_EQ(reader_->SelectStream(i, stream.put()), 0);
@@ -214,7 +216,8 @@ TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest, testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
+INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest,
+                         testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
                          [](const testing::TestParamInfo<const char*>& info) {
                              std::string name = info.param;
                              return name.substr(0, name.find('.'));
@@ -246,7 +249,8 @@ TEST_F(ReaderTest, DeliversContinuousPcmWithTheBeeps) {
     for (size_t i = 0; i < records.size(); ++i) {
         EXPECT_EQ(records[i].kind, kMediaKindAudio);
         EXPECT_EQ(records[i].size % 4, 0u) << "whole stereo 16-bit sample frames";
-        EXPECT_EQ(records[i].stop - records[i].start, static_cast<int64_t>(records[i].pcm.size() / 2) * kSecond / 48000);
+        EXPECT_EQ(records[i].stop - records[i].start,
+                  static_cast<int64_t>(records[i].pcm.size() / 2) * kSecond / 48000);
         if (i > 0) {
             EXPECT_NEAR(records[i].start, records[i - 1].stop, 1) << "block " << i;
         }
@@ -257,7 +261,8 @@ TEST_F(ReaderTest, DeliversContinuousPcmWithTheBeeps) {
     // Loud during the first tenth of each second, silent in the middle of it.
     auto level = [&](double from, double to) {
         double sum = 0;
-        const size_t a = static_cast<size_t>(from * 48000) * 2, b = static_cast<size_t>(to * 48000) * 2;
+        const size_t a = static_cast<size_t>(from * 48000) * 2,
+                     b = static_cast<size_t>(to * 48000) * 2;
         for (size_t i = a; i < b && i < pcm.size(); ++i) sum += std::abs(pcm[i]);
         return sum / static_cast<double>(b - a);
     };
@@ -372,4 +377,4 @@ TEST_F(ReaderTest, DamagedPacketsAreSkipped) {
 }
 
 }  // namespace
-}  // namespace decodehost_test
+}  // namespace vexel::decodehost_test
