@@ -10,8 +10,8 @@ namespace vexel {
 namespace {
 
 // Kept for the life of the process: the filters it makes may outlive any one output.
-SiblingModule feedModule("libAudioFeedFilter.so",
-                         "LoadLibrary(_T(AudioFeedFilter.dll))  error! \n");
+constinit SiblingModule feedModule("libAudioFeedFilter.so",
+                                   "LoadLibrary(_T(AudioFeedFilter.dll))  error! \n");
 
 }  // namespace
 

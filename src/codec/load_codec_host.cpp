@@ -12,7 +12,7 @@ CountedRef<CodecHost> LoadCodecHost(SiblingModule& module) {
 
 CountedRef<CodecHost> LoadCodecHost() {
     // Hosts and their objects may outlive every caller: the module is never unloaded.
-    static SiblingModule decodeHost(kDecodeHostFileName, kDecodeHostMissing);
+    constinit static SiblingModule decodeHost(kDecodeHostFileName, kDecodeHostMissing);
     return LoadCodecHost(decodeHost);
 }
 

@@ -15,7 +15,7 @@ PixelConvertModule::PixelConvertModule() {
 }
 
 UnwrapFn UnwrapFunction(bool dual) {
-    static SiblingModule sphereUnwrap(kSphereUnwrapModule);
+    constinit static SiblingModule sphereUnwrap(kSphereUnwrapModule);
     if (!sphereUnwrap.Load()) return nullptr;
     return sphereUnwrap.Function<UnwrapFn>(dual ? kDualFisheyeSymbol : kSingleFisheyeSymbol);
 }

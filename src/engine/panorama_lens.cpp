@@ -7,7 +7,7 @@ namespace vexel {
 
 namespace {
 
-SiblingModule lensParams(kLensParamsModule);  // kept for the life of the process
+constinit SiblingModule lensParams(kLensParamsModule);  // kept for the life of the process
 
 template <class Fn>
 Fn Lens(const char* symbol) {
