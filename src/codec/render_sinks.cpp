@@ -6,6 +6,18 @@
 
 namespace vexel {
 
+namespace {
+
+// A delivered sample as the sinks hand it on.
+struct DeliveredSample {
+    const uint8_t* data = nullptr;
+    uint32_t size = 0;
+    int64_t startTime = 0;  // 100-ns ticks
+    int64_t stopTime = 0;   // 100-ns ticks
+};
+
+// Reads `sample` through GetBuffer, BufferAcquired and GetInfo. Throws a std::exception without a
+// message when it holds no data or its media kind is not `mediaKind`.
 DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind) {
     BufferDesc buffer{};
     sample.GetBuffer(&buffer);
@@ -19,6 +31,8 @@ DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind) {
     }
     return {static_cast<const uint8_t*>(buffer.data), buffer.size, info.startTime, info.stopTime};
 }
+
+}  // namespace
 
 int32_t RenderSink::QueryInterface(const GUID* id, void** out) {
     if (out == nullptr || id == nullptr) return ERR_NULL_ARGUMENT;

@@ -18,18 +18,6 @@
 
 namespace vexel {
 
-// A delivered sample as the sinks hand it on.
-struct DeliveredSample {
-    const uint8_t* data = nullptr;
-    uint32_t size = 0;
-    int64_t startTime = 0;  // 100-ns ticks
-    int64_t stopTime = 0;   // 100-ns ticks
-};
-
-// Reads `sample` through GetBuffer, BufferAcquired and GetInfo. Throws a std::exception without a
-// message when it holds no data or its media kind is not `mediaKind`.
-DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind);
-
 // Counted by ComObject: made with no reference, destroyed with its last one.
 class RenderSink : public ComObject<Vexel::IPushStream> {
 public:
