@@ -1,6 +1,7 @@
 // Status codes: the one list of result codes used by the library, its sibling modules and the
 // interfaces between them. 32-bit signed: 0 success, 1 success-false, negative failure. The media
-// graph's codes keep their published names; the system's own have the form 0xA210nnnn.
+// graph's codes keep their published names; the system's own (in vexel::) are named ERR_, most of
+// them of the form 0xA210nnnn.
 //
 // Compiles as C++17 and later.
 #ifndef VEXEL_STATUS_H
