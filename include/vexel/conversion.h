@@ -28,12 +28,11 @@
 #endif
 
 // ---------------------------------------------------------------------------------------------
-// Module files and results
+// Module files
 
 inline constexpr char kPixelConvertModule[] = "libPixelConvert.so";
 inline constexpr char kSphereUnwrapModule[] = "libSphereUnwrap.so";
 inline constexpr char kLensParamsModule[] = "libLensParams.so";
-
 
 // ---------------------------------------------------------------------------------------------
 // Records
