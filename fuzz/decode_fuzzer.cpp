@@ -18,10 +18,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    decodehost::DecodeLimits limits;
+    vexel::decodehost::DecodeLimits limits;
     limits.time = std::chrono::milliseconds(2000);
     limits.framesPerPass = 16;
     limits.maxPixels = 1920 * 1080;
-    decodehost::DecodeMemory(data, size, limits);
+    vexel::decodehost::DecodeMemory(data, size, limits);
     return 0;
 }

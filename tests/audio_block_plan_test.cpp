@@ -1,12 +1,13 @@
 // How a decoded audio block is shifted and split around a time freeze: the worked example, the
 // block-boundary cases, frame alignment and the clamping that keeps every piece inside the data.
+#include "audio/audio_block_plan.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <vector>
 
-#include "audio/audio_block_plan.h"
 #include "engine/time_freeze.h"
 
 namespace vexel {
@@ -89,7 +90,8 @@ TEST(AudioBlockPlan, WorkedExampleFreezeFiveMillisecondsIntoATwentyMillisecondBl
     const std::vector<uint8_t> out = Joined(plan, block);
     ASSERT_EQ(out.size(), 99840u);
     EXPECT_TRUE(std::equal(block.begin(), block.begin() + 960, out.begin()));
-    EXPECT_TRUE(std::all_of(out.begin() + 960, out.begin() + 960 + 96000, [](uint8_t b) { return b == 0; }));
+    EXPECT_TRUE(std::all_of(out.begin() + 960, out.begin() + 960 + 96000,
+                            [](uint8_t b) { return b == 0; }));
     EXPECT_TRUE(std::equal(block.begin() + 960, block.end(), out.begin() + 96960));
 }
 

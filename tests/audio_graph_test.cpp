@@ -1,7 +1,6 @@
 // The PCM source filter of libAudioFeedFilter.so and the runtime's audio renderer in one graph:
 // the module's contract, media-type negotiation, delivery that blocks and is released by a stop,
 // blocks placed at their stream times on the silent device, and the renderer's volume.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,8 +12,9 @@
 #include <vector>
 
 #include "audio/audio_output.h"
-#include "audio/e_filter.h"
-#include "audio/e_graph_builder.h"
+#include "mediagraph/e_filter.h"
+#include "mediagraph/e_graph_builder.h"
+#include "platform/module.h"
 #include "vexel/pcm_feed.h"
 #include "wav_reader.h"
 
@@ -24,8 +24,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr int64_t kTicksPerMs = 10000;
 
-void* FeedModule() {
-    static void* module = dlopen((std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so").c_str(), RTLD_NOW);
+// The module from the build folder, by path.
+SiblingModule& FeedModule() {
+    static const std::string path = std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so";
+    static SiblingModule module(path.c_str());
     return module;
 }
 
@@ -35,10 +37,12 @@ WAVEFORMATEX Stereo16() { return {WAVE_FORMAT_PCM, 2, 8000, 32000, 4, 16, 0}; }
 // The two filters of the audio output in a graph, not yet connected.
 struct TwoFilterGraph {
     TwoFilterGraph() {
-        EXPECT_NE(FeedModule(), nullptr) << dlerror();
+        EXPECT_TRUE(FeedModule().Load());
         EXPECT_TRUE(graph.CoCreateInstance(FailThrow));
-        EXPECT_TRUE(source.FilterGetClassObject(graph, FeedModule(), CLSID_PcmFeedFilter, u"PCM File Source", FailThrow));
-        EXPECT_TRUE(renderer.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailThrow));
+        EXPECT_TRUE(source.FilterGetClassObject(graph, FeedModule(), CLSID_PcmFeedFilter,
+                                                u"PCM File Source", FailThrow));
+        EXPECT_TRUE(
+            renderer.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailThrow));
         feed.QueryFrom(source.Filter(), IID_IPcmFeed);
         EXPECT_TRUE(feed);
     }
@@ -60,8 +64,8 @@ std::vector<uint8_t> Tone(uint32_t frames, int16_t level) {
 }
 
 TEST(FeedFilterModule, ClassFactoryContract) {
-    ASSERT_NE(FeedModule(), nullptr);
-    auto get = reinterpret_cast<DllGetClassObjectFn>(dlsym(FeedModule(), "DllGetClassObject"));
+    ASSERT_TRUE(FeedModule().Load());
+    auto get = FeedModule().Function<DllGetClassObjectFn>("DllGetClassObject");
     ASSERT_NE(get, nullptr);
     void* out = reinterpret_cast<void*>(1);
     EXPECT_EQ(get(&CLSID_AudioRenderer, &IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
@@ -69,11 +73,16 @@ TEST(FeedFilterModule, ClassFactoryContract) {
     EXPECT_EQ(get(&CLSID_PcmFeedFilter, &IID_IClassFactory, nullptr), E_POINTER);
 
     CountedRef<IClassFactory> factory;
-    ASSERT_EQ(get(&CLSID_PcmFeedFilter, &IID_IClassFactory, reinterpret_cast<void**>(factory.put())), S_OK);
+    ASSERT_EQ(
+        get(&CLSID_PcmFeedFilter, &IID_IClassFactory, reinterpret_cast<void**>(factory.put())),
+        S_OK);
     CountedRef<IBaseFilter> filter;
-    EXPECT_EQ(factory->CreateInstance(factory.get(), &IID_IBaseFilter, reinterpret_cast<void**>(filter.put())),
+    EXPECT_EQ(factory->CreateInstance(factory.get(), &IID_IBaseFilter,
+                                      reinterpret_cast<void**>(filter.put())),
               CLASS_E_NOAGGREGATION);
-    ASSERT_EQ(factory->CreateInstance(nullptr, &IID_IBaseFilter, reinterpret_cast<void**>(filter.put())), S_OK);
+    ASSERT_EQ(
+        factory->CreateInstance(nullptr, &IID_IBaseFilter, reinterpret_cast<void**>(filter.put())),
+        S_OK);
     CountedRef<IPcmFeed> feed;
     EXPECT_EQ(feed.QueryFrom(filter.get(), IID_IPcmFeed), S_OK);
     EXPECT_EQ(feed->SetFormat(nullptr), E_POINTER);
@@ -81,11 +90,13 @@ TEST(FeedFilterModule, ClassFactoryContract) {
     EXPECT_EQ(feed->SetFormat(&bad), E_INVALIDARG);
     // Unconnected and stopped: data is dropped at once, the end of stream goes nowhere.
     const auto tone = Tone(80, 100);
-    EXPECT_EQ(feed->Deliver(tone.data(), static_cast<uint32_t>(tone.size()), 0, 10 * kTicksPerMs), S_FALSE);
+    EXPECT_EQ(feed->Deliver(tone.data(), static_cast<uint32_t>(tone.size()), 0, 10 * kTicksPerMs),
+              S_FALSE);
     EXPECT_EQ(feed->EndOfStream(), GRAPH_E_NOT_CONNECTED);
 
     EFilter wrapper;
-    EXPECT_FALSE(wrapper.Attach(filter.get(), EGraphBuilder(), u""));  // no graph, the filter is held
+    EXPECT_FALSE(
+        wrapper.Attach(filter.get(), EGraphBuilder(), u""));  // no graph, the filter is held
     EXPECT_TRUE(wrapper.GetOutputPin(0));
     EXPECT_FALSE(wrapper.GetOutputPin(1));
     EXPECT_FALSE(wrapper.GetInputPin(0));
@@ -132,15 +143,16 @@ TEST(FeedFilterModule, DeliverBlocksOnAFullBufferAndAStopReleasesIt) {
     std::atomic<bool> done{false};
     std::thread delivery([&] {
         for (int i = 0; i < 40; ++i) {
-            g.feed->Deliver(block.data(), static_cast<uint32_t>(block.size()), i * 100 * kTicksPerMs,
-                            (i + 1) * 100 * kTicksPerMs);
+            g.feed->Deliver(block.data(), static_cast<uint32_t>(block.size()),
+                            i * 100 * kTicksPerMs, (i + 1) * 100 * kTicksPerMs);
             delivered.fetch_add(1);
         }
         done.store(true);
     });
     // About two seconds are taken, then the delivery thread waits.
     const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (delivered.load() < 20 && Clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    while (delivered.load() < 20 && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_GE(delivered.load(), 19);
     EXPECT_LE(delivered.load(), 21);
@@ -162,7 +174,8 @@ TEST(FeedFilterModule, BlocksSoundAtTheirStreamTimesFromTheInstantOfRun) {
         ASSERT_EQ(g.graph.Pause(), S_OK);  // queued ahead, so their arrival takes no time off
         const auto a = Tone(800, 1000), b = Tone(800, -2000);
         g.feed->Deliver(a.data(), static_cast<uint32_t>(a.size()), 0, 100 * kTicksPerMs);
-        g.feed->Deliver(b.data(), static_cast<uint32_t>(b.size()), 300 * kTicksPerMs, 400 * kTicksPerMs);
+        g.feed->Deliver(b.data(), static_cast<uint32_t>(b.size()), 300 * kTicksPerMs,
+                        400 * kTicksPerMs);
         ASSERT_EQ(g.graph.Run(), S_OK);
         std::this_thread::sleep_for(std::chrono::milliseconds(550));
         g.graph.Stop();

@@ -70,7 +70,7 @@ protected:
 
     std::vector<Keyframe> SavedKeyframes(const char* field) {
         const std::string path = ::testing::TempDir() + "gesture-path.json";
-        EXPECT_EQ(save_(path.c_str()), kVexelOk);
+        EXPECT_EQ(save_(path.c_str()), S_OK);
         std::ifstream file(path);
         const nlohmann::json json = nlohmann::json::parse(file);
         std::remove(path.c_str());

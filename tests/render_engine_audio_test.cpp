@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "common/status.h"
+#include "vexel/status.h"
 #include "engine/render_engine.h"
 #include "vexel/com_object.h"
-#include "platform/com_runtime.h"
+#include "mediagraph/com_runtime.h"
 #include "wav_reader.h"
 
 namespace vexel {
@@ -146,11 +146,11 @@ TEST(RenderEngineAudio, WithoutAGraphManagerThereIsNoSoundAndNoWaiting) {
     ASSERT_TRUE(LoadFeedModule());
     CountedRef<IClassFactory> refusing(new Refusing);
     uint32_t cookie = 0;
-    ASSERT_EQ(CoRegisterClassObject(&CLSID_FilterGraph, refusing.get(), &cookie), S_OK);
+    ASSERT_EQ(RegisterClassObjectForTesting(&CLSID_FilterGraph, refusing.get(), &cookie), S_OK);
     RenderEngine engine;
     engine.SetVideoFormat(VideoFormat());
     SetUpAudio(engine);  // the failure stays inside
-    CoRevokeClassObject(cookie);
+    RevokeClassObjectForTesting(cookie);
 
     engine.Start(0);
     auto dropped = DeliverAudioAsync(engine, 0);

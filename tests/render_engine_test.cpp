@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "common/status.h"
+#include "vexel/status.h"
 #include "engine/render_engine.h"
 
 namespace vexel {

@@ -106,7 +106,7 @@ protected:
         target.width = targetWidth;
         target.pixels = reinterpret_cast<uint8_t*>(out.data());
         target.size = lenses.size() == 1 ? targetWidth * targetHeight * 4 : targetWidth * targetHeight;
-        EXPECT_EQ((lenses.size() == 1 ? single : dual)(&source, &target), kVexelOk);
+        EXPECT_EQ((lenses.size() == 1 ? single : dual)(&source, &target), S_OK);
         return out;
     }
 
@@ -229,8 +229,8 @@ TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
     UnwrapTarget goodTarget{32, 64, {}, 64 * 32, reinterpret_cast<uint8_t*>(out.data())};
 
     for (const UnwrapFn fn : {single, dual}) {
-        EXPECT_EQ(fn(nullptr, &goodTarget), kVexelErrorPointer);
-        EXPECT_EQ(fn(&good, nullptr), kVexelErrorPointer);
+        EXPECT_EQ(fn(nullptr, &goodTarget), E_POINTER);
+        EXPECT_EQ(fn(&good, nullptr), E_POINTER);
     }
     struct Case {
         const char* what;
@@ -238,21 +238,21 @@ TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
         int32_t status;
     };
     const std::vector<Case> cases = {
-        {"no source picture", [](UnwrapSource& s, UnwrapTarget&) { s.pixels = nullptr; }, kVexelErrorPointer},
-        {"no target picture", [](UnwrapSource&, UnwrapTarget& t) { t.pixels = nullptr; }, kVexelErrorPointer},
-        {"zero source width", [](UnwrapSource& s, UnwrapTarget&) { s.width = 0; }, kVexelErrorArgument},
-        {"absurd source height", [](UnwrapSource& s, UnwrapTarget&) { s.height = 0xFFFFFFF0u; }, kVexelErrorArgument},
-        {"source smaller than its size", [](UnwrapSource& s, UnwrapTarget&) { s.size -= 4; }, kVexelErrorArgument},
-        {"zero target height", [](UnwrapSource&, UnwrapTarget& t) { t.height = 0; }, kVexelErrorArgument},
+        {"no source picture", [](UnwrapSource& s, UnwrapTarget&) { s.pixels = nullptr; }, E_POINTER},
+        {"no target picture", [](UnwrapSource&, UnwrapTarget& t) { t.pixels = nullptr; }, E_POINTER},
+        {"zero source width", [](UnwrapSource& s, UnwrapTarget&) { s.width = 0; }, E_INVALIDARG},
+        {"absurd source height", [](UnwrapSource& s, UnwrapTarget&) { s.height = 0xFFFFFFF0u; }, E_INVALIDARG},
+        {"source smaller than its size", [](UnwrapSource& s, UnwrapTarget&) { s.size -= 4; }, E_INVALIDARG},
+        {"zero target height", [](UnwrapSource&, UnwrapTarget& t) { t.height = 0; }, E_INVALIDARG},
         {"absurd target", [](UnwrapSource&, UnwrapTarget& t) { t.width = t.height = kMaxPictureSide; },
-         kVexelErrorArgument},
-        {"target smaller than its size", [](UnwrapSource&, UnwrapTarget& t) { t.size -= 1; }, kVexelErrorArgument},
-        {"zero radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = 0; }, kVexelErrorArgument},
-        {"negative radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = -5; }, kVexelErrorArgument},
-        {"zero angle", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 0.0f; }, kVexelErrorArgument},
-        {"angle past a full turn", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 400.0f; }, kVexelErrorArgument},
+         E_INVALIDARG},
+        {"target smaller than its size", [](UnwrapSource&, UnwrapTarget& t) { t.size -= 1; }, E_INVALIDARG},
+        {"zero radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = 0; }, E_INVALIDARG},
+        {"negative radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = -5; }, E_INVALIDARG},
+        {"zero angle", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 0.0f; }, E_INVALIDARG},
+        {"angle past a full turn", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 400.0f; }, E_INVALIDARG},
         {"angle not a number", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = std::nanf(""); },
-         kVexelErrorArgument},
+         E_INVALIDARG},
     };
     for (const Case& c : cases) {
         for (const UnwrapFn fn : {single, dual}) {
@@ -266,7 +266,7 @@ TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
     // Centres far outside the picture are no error: nothing is seen there, so all is black.
     UnwrapSource away = good;
     away.leftColumn = away.rightColumn = -100000;
-    EXPECT_EQ(dual(&away, &goodTarget), kVexelOk);
+    EXPECT_EQ(dual(&away, &goodTarget), S_OK);
     EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint32_t p) { return p == 0xFF000000u; }));
 }
 

@@ -1,12 +1,12 @@
 // How the PCM source lines up stamps after a resume: stamps from a new origin continue the running
 // stream without a gap or an overlap, stamps already on their way keep their place.
+#include "../modules/audiofeed/stamp_rebase.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
 
-#include "../modules/audiofeed/stamp_rebase.h"
-
-namespace audiofeed {
+namespace vexel::audiofeed {
 namespace {
 
 constexpr int64_t kBlock = 200'000;  // 20 ms
@@ -73,4 +73,4 @@ TEST(StampRebase, ExtremeStampsSaturate) {
 }
 
 }  // namespace
-}  // namespace audiofeed
+}  // namespace vexel::audiofeed

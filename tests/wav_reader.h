@@ -1,7 +1,10 @@
-// Reads back the WAV files the audio renderer writes with VEXEL_AUDIO_CAPTURE (44-byte header, PCM).
+// Reads back the WAV files the audio renderer writes with VEXEL_AUDIO_CAPTURE (44-byte header,
+// PCM).
 //
 // Threads: test thread only.
 #pragma once
+
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -9,8 +12,6 @@
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 struct WavCaptureFile {
     bool ok = false;
@@ -37,7 +38,8 @@ inline WavCaptureFile ReadWavCapture(const std::string& path) {
         std::memcpy(&bytes, header + 40, 4);
         if (wav.bits == 16) {
             wav.samples.resize(bytes / 2);
-            wav.ok = std::fread(wav.samples.data(), 2, wav.samples.size(), file) == wav.samples.size();
+            wav.ok =
+                std::fread(wav.samples.data(), 2, wav.samples.size(), file) == wav.samples.size();
         }
     }
     std::fclose(file);
@@ -48,8 +50,8 @@ inline WavCaptureFile ReadWavCapture(const std::string& path) {
 // (whatever sound hardware the machine has), set before any device starts.
 inline std::string UseCaptureFile(const std::string& name) {
     const char* dir = std::getenv("TMPDIR");
-    std::string path = std::string(dir != nullptr && dir[0] != '\0' ? dir : "/tmp") + "/vexel-capture-" +
-                       name + "-" + std::to_string(::getpid()) + ".wav";
+    std::string path = std::string(dir != nullptr && dir[0] != '\0' ? dir : "/tmp") +
+                       "/vexel-capture-" + name + "-" + std::to_string(::getpid()) + ".wav";
     ::setenv("VEXEL_AUDIO_CAPTURE", path.c_str(), 1);
     ::setenv("SDL_AUDIODRIVER", "vexel-no-such-driver", 1);
     return path;

@@ -4,8 +4,8 @@
 // The module exports one entry point, `extern "C" int32_t CreateCodecHost(CodecHost** out)`. Every
 // other object is reached through the reference-counted interfaces below. Each interface derives
 // virtually from IVexelBase, so an object presents one IVexelBase however many interfaces it
-// implements. Virtual functions are listed in slot order; ReservedN() slots exist so that later slots
-// keep their places, and the player never calls them.
+// implements. Virtual functions are listed in slot order; ReservedN() slots exist so that later
+// slots keep their places, and the player never calls them.
 //
 // Every record here crosses the module boundary and is byte-exact (little-endian x86-64); the
 // static_asserts at the end of the file pin sizes and offsets.
@@ -22,6 +22,7 @@
 #include <cstdint>
 
 #include "vexel/guid.h"
+#include "vexel/status.h"
 
 // ---------------------------------------------------------------------------------------------
 // Identifiers
@@ -108,7 +109,7 @@ struct VideoFormatPayload {
     uint32_t height;       // pixels
     uint32_t pixelFormat;  // pixel format code
     uint8_t reserved1[16];
-    double frameRate;       // frames per second
+    double frameRate;      // frames per second
     uint64_t formatExtra;  // copied along, not interpreted
     uint8_t reserved2[32];
 };

@@ -6,7 +6,7 @@
 // Every record is byte-exact (little-endian x86-64, fields on 4-byte boundaries); the
 // static_asserts pin sizes and offsets. Fields marked "not interpreted" may hold any value.
 //
-// Results: 0 success, 1 success with nothing done (kVexelNothingDone), negative failure. No
+// Results (vexel/status.h): S_OK, S_FALSE when nothing was done, negative failure. No
 // function throws, and none keeps a pointer it was given after it returns.
 //
 // Threads: every function may be called from several threads at once. The lens module guards its
@@ -19,6 +19,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "vexel/status.h"
+
 #if defined(__GNUC__)
 #define VEXEL_MODULE_EXPORT __attribute__((visibility("default")))
 #else
@@ -26,19 +28,11 @@
 #endif
 
 // ---------------------------------------------------------------------------------------------
-// Module files and results
+// Module files
 
 inline constexpr char kPixelConvertModule[] = "libPixelConvert.so";
 inline constexpr char kSphereUnwrapModule[] = "libSphereUnwrap.so";
 inline constexpr char kLensParamsModule[] = "libLensParams.so";
-
-inline constexpr int32_t kVexelOk = 0;
-inline constexpr int32_t kVexelNothingDone = 1;  // e.g. an empty view path: outputs untouched
-inline constexpr int32_t kVexelErrorPointer = static_cast<int32_t>(0x80004003u);   // null pointer
-inline constexpr int32_t kVexelErrorArgument = static_cast<int32_t>(0x80070057u);  // bad value
-inline constexpr int32_t kVexelErrorMemory = static_cast<int32_t>(0x8007000Eu);    // out of memory
-inline constexpr int32_t kVexelErrorFile = static_cast<int32_t>(0x80004005u);      // I/O failed
-inline constexpr int32_t kVexelErrorData = static_cast<int32_t>(0x8007000Du);      // corrupt file
 
 // ---------------------------------------------------------------------------------------------
 // Records
@@ -170,7 +164,7 @@ inline constexpr char kConvertBuffersSymbol[] = "ConvertBuffers";
 // radius, angle; about half a second for 3840x1920) and reused while the geometry stays; the last
 // three geometries are kept. Sides of 2 to kMaxPictureSide pixels, a target of at most
 // kMaxUnwrapTargetPixels, a radius of 1 to 65536 and an angle in (0, 360] are accepted; anything
-// else is refused with kVexelErrorArgument and the target left untouched.
+// else is refused with E_INVALIDARG and the target left untouched.
 
 extern "C" {
 
@@ -205,7 +199,7 @@ VEXEL_MODULE_EXPORT int32_t GetPanoramaRightCenterY(double unused, double* value
 VEXEL_MODULE_EXPORT int32_t GetPanoramaRadius(double unused, double* value);
 
 // Setters for calibration; a value that is not finite, or outside [-4, 4] (radius: (0, 4]), is
-// refused with kVexelErrorArgument.
+// refused with E_INVALIDARG.
 VEXEL_MODULE_EXPORT int32_t SetPanoramaLeftCenterX(double value);
 VEXEL_MODULE_EXPORT int32_t SetPanoramaLeftCenterY(double value);
 VEXEL_MODULE_EXPORT int32_t SetPanoramaRightCenterX(double value);
@@ -241,9 +235,9 @@ inline constexpr char kResetPanoramaGeometrySymbol[] = "ResetPanoramaGeometry";
 // +-180. A keyframe at a time already present replaces that keyframe's values. Before the first
 // and after the last keyframe the nearest one holds; at a keyframe's time its values are returned
 // exactly as stored. With no keyframe of a kind the reads leave their outputs untouched and return
-// kVexelNothingDone. Angles are degrees, stored as given. Times and values must be finite
-// (kVexelErrorArgument otherwise); a track holding a million keyframes refuses new times
-// (kVexelErrorMemory).
+// S_FALSE. Angles are degrees, stored as given. Times and values must be finite
+// (E_INVALIDARG otherwise); a track holding a million keyframes refuses new times
+// (E_OUTOFMEMORY).
 
 extern "C" {
 
@@ -263,7 +257,7 @@ VEXEL_MODULE_EXPORT int32_t ClearPanoramaPath(void);
 VEXEL_MODULE_EXPORT int32_t SavePanoramaPath(const char* path);
 // Replaces the path with the one in a file written by SavePanoramaPath. A file that cannot be read,
 // is not such JSON, or holds a non-finite or duplicate time leaves the path unchanged
-// (kVexelErrorFile, kVexelErrorData).
+// (E_FAIL, E_INVALID_DATA).
 VEXEL_MODULE_EXPORT int32_t LoadPanoramaPath(const char* path);
 
 }  // extern "C"

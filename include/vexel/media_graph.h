@@ -8,9 +8,9 @@
 // through `extern "C" HRESULT DllGetClassObject(const GUID* clsid, const GUID* iid, void** out)`,
 // which answers an IClassFactory.
 //
-// Rules shared by every interface: an out-pointer that receives an interface gets it with a reference
-// the caller owns; a failure leaves it null. Names are UTF-16 and zero-terminated. Times are signed
-// 64-bit counts of 100 ns, stream times relative to the instant the graph runs.
+// Rules shared by every interface: an out-pointer that receives an interface gets it with a
+// reference the caller owns; a failure leaves it null. Names are UTF-16 and zero-terminated. Times
+// are signed 64-bit counts of 100 ns, stream times relative to the instant the graph runs.
 //
 // Threads: every object may be called from any thread; each documents what it serialises.
 //
@@ -22,38 +22,7 @@
 #include <cstdint>
 
 #include "vexel/guid.h"
-
-typedef int32_t HRESULT;  // 0 success, 1 success-false, negative failure
-
-// ---------------------------------------------------------------------------------------------
-// Result codes
-
-inline constexpr HRESULT S_OK = 0;
-inline constexpr HRESULT S_FALSE = 1;
-inline constexpr HRESULT E_UNEXPECTED = static_cast<HRESULT>(0x8000FFFFu);
-inline constexpr HRESULT E_NOTIMPL = static_cast<HRESULT>(0x80004001u);
-inline constexpr HRESULT E_NOINTERFACE = static_cast<HRESULT>(0x80004002u);
-inline constexpr HRESULT E_POINTER = static_cast<HRESULT>(0x80004003u);
-inline constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005u);
-inline constexpr HRESULT E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000Eu);
-inline constexpr HRESULT E_INVALIDARG = static_cast<HRESULT>(0x80070057u);
-inline constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110u);
-inline constexpr HRESULT CLASS_E_CLASSNOTAVAILABLE = static_cast<HRESULT>(0x80040111u);
-inline constexpr HRESULT REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154u);
-
-// Graph and pin failures.
-inline constexpr HRESULT GRAPH_E_ALREADY_CONNECTED = static_cast<HRESULT>(0x80040204u);
-inline constexpr HRESULT GRAPH_E_NO_ACCEPTABLE_TYPES = static_cast<HRESULT>(0x80040207u);
-inline constexpr HRESULT GRAPH_E_INVALID_DIRECTION = static_cast<HRESULT>(0x80040208u);
-inline constexpr HRESULT GRAPH_E_NOT_CONNECTED = static_cast<HRESULT>(0x80040209u);
-inline constexpr HRESULT GRAPH_E_NOT_STOPPED = static_cast<HRESULT>(0x80040224u);
-inline constexpr HRESULT GRAPH_E_WRONG_STATE = static_cast<HRESULT>(0x80040227u);
-inline constexpr HRESULT GRAPH_E_TYPE_NOT_ACCEPTED = static_cast<HRESULT>(0x8004022Au);
-inline constexpr HRESULT GRAPH_E_TIMEOUT = static_cast<HRESULT>(0x8004022Eu);
-inline constexpr HRESULT GRAPH_E_NOT_IN_GRAPH = static_cast<HRESULT>(0x8004025Fu);
-inline constexpr HRESULT GRAPH_E_DUPLICATE_NAME = static_cast<HRESULT>(0x8004028Du);
-// Success: a state change has not completed within the time asked.
-inline constexpr HRESULT GRAPH_S_STATE_INTERMEDIATE = static_cast<HRESULT>(0x00040237u);
+#include "vexel/status.h"
 
 // Longest error text AMGetErrorTextW writes, terminator included.
 inline constexpr uint32_t MAX_ERROR_TEXT_LEN = 160;
@@ -106,13 +75,13 @@ inline constexpr uint16_t WAVE_FORMAT_PCM = 1;
 // Format of interleaved PCM, packed little-endian (18 bytes).
 #pragma pack(push, 1)
 struct WAVEFORMATEX {
-    uint16_t wFormatTag;       // WAVE_FORMAT_PCM
+    uint16_t wFormatTag;  // WAVE_FORMAT_PCM
     uint16_t nChannels;
     uint32_t nSamplesPerSec;
     uint32_t nAvgBytesPerSec;  // nBlockAlign * nSamplesPerSec
     uint16_t nBlockAlign;      // bytes of one sample frame (all channels)
     uint16_t wBitsPerSample;
-    uint16_t cbSize;           // 0: no extra bytes
+    uint16_t cbSize;  // 0: no extra bytes
 };
 #pragma pack(pop)
 
@@ -199,9 +168,9 @@ struct IPin : IUnknown {
 
 // Offered by an input pin: the connected output pin hands over its data here.
 struct ISampleInput : IUnknown {
-    // `size` bytes of PCM to be played from stream time `start` to `stop`. The bytes are read during
-    // the call only. May block while the receiver's buffer is full; returns at once when the filter
-    // is stopped (GRAPH_E_WRONG_STATE, data dropped).
+    // `size` bytes of PCM to be played from stream time `start` to `stop`. The bytes are read
+    // during the call only. May block while the receiver's buffer is full; returns at once when the
+    // filter is stopped (GRAPH_E_WRONG_STATE, data dropped).
     virtual HRESULT Receive(const uint8_t* data, uint32_t size, int64_t start, int64_t stop) = 0;
 };
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-namespace audiofeed {
+namespace vexel::audiofeed {
 
 namespace {
 
-constexpr char16_t kPinName[] = u"Out";
-
-bool SameFormat(const WAVEFORMATEX& a, const WAVEFORMATEX& b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
+bool SameFormat(const WAVEFORMATEX& a, const WAVEFORMATEX& b) {
+    return std::memcmp(&a, &b, sizeof(a)) == 0;
+}
 
 bool SameType(const MediaType& a, const MediaType& b) {
     return a.majorType == b.majorType && a.subType == b.subType && SameFormat(a.format, b.format);
@@ -18,23 +18,15 @@ bool SameType(const MediaType& a, const MediaType& b) {
 }  // namespace
 
 HRESULT FeedFilter::Create(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    try {
-        return vexel::QueryNewObject(new FeedFilter, iid, out);
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
+    return CreateObject<FeedFilter>(iid, out);
 }
 
 HRESULT FeedFilter::QueryInterface(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    if (iid == nullptr) return E_POINTER;
+    if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
     if (*iid == IID_IUnknown || *iid == IID_IMediaFilter || *iid == IID_IBaseFilter) {
-        return vexel::ShareInterface<IBaseFilter>(this, out);
+        return ShareInterface<IBaseFilter>(this, out);
     }
-    if (*iid == IID_IPcmFeed) return vexel::ShareInterface<IPcmFeed>(this, out);
+    if (*iid == IID_IPcmFeed) return ShareInterface<IPcmFeed>(this, out);
     return E_NOINTERFACE;
 }
 
@@ -67,52 +59,13 @@ HRESULT FeedFilter::Run() {
     return S_OK;
 }
 
-HRESULT FeedFilter::GetState(uint32_t, FILTER_STATE* state) {
-    if (state == nullptr) return E_POINTER;
-    std::lock_guard<std::mutex> guard(lock_);
-    *state = state_;
-    return S_OK;
-}
-
-HRESULT FeedFilter::EnumPins(IEnumPins** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    try {
-        return vexel::QueryNewObject(new SinglePinEnum(&pin_), &IID_IEnumPins, reinterpret_cast<void**>(out));
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
-}
-
-HRESULT FeedFilter::QueryFilterInfo(FILTER_INFO* info) {
-    if (info == nullptr) return E_POINTER;
-    std::lock_guard<std::mutex> guard(lock_);
-    const size_t n = std::min<size_t>(name_.size(), 127);
-    std::copy_n(name_.data(), n, info->achName);
-    info->achName[n] = u'\0';
-    info->pGraph = graph_;
-    if (graph_ != nullptr) graph_->AddRef();
-    return S_OK;
-}
-
-HRESULT FeedFilter::JoinFilterGraph(IFilterGraph* graph, const char16_t* name) {
-    std::lock_guard<std::mutex> guard(lock_);
-    try {
-        name_ = name != nullptr ? std::u16string(name) : std::u16string();
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
-    graph_ = graph;
-    return S_OK;
-}
-
 // ---------------------------------------------------------------------------------------------
 // IPcmFeed
 
 HRESULT FeedFilter::SetFormat(const WAVEFORMATEX* format) {
     if (format == nullptr) return E_POINTER;
-    if (format->wFormatTag != WAVE_FORMAT_PCM || format->nChannels == 0 || format->nSamplesPerSec == 0 ||
-        format->nBlockAlign == 0) {
+    if (format->wFormatTag != WAVE_FORMAT_PCM || format->nChannels == 0 ||
+        format->nSamplesPerSec == 0 || format->nBlockAlign == 0) {
         return E_INVALIDARG;
     }
     std::lock_guard<std::mutex> guard(lock_);
@@ -123,7 +76,7 @@ HRESULT FeedFilter::SetFormat(const WAVEFORMATEX* format) {
 }
 
 HRESULT FeedFilter::EndOfStream() {
-    Ref<IPin> peer;
+    CountedRef<IPin> peer;
     {
         std::lock_guard<std::mutex> guard(lock_);
         peer = peer_;
@@ -141,7 +94,7 @@ HRESULT FeedFilter::SetStartTime(int64_t) {
 
 HRESULT FeedFilter::Deliver(const uint8_t* data, uint32_t size, int64_t start, int64_t stop) {
     if (data == nullptr && size != 0) return E_POINTER;
-    Ref<ISampleInput> input;
+    CountedRef<ISampleInput> input;
     {
         std::lock_guard<std::mutex> guard(lock_);
         if (state_ == State_Stopped || !input_) return S_FALSE;
@@ -168,26 +121,27 @@ HRESULT FeedFilter::Connect(IPin* receivePin, const MediaType* type) {
     }
     if (type != nullptr && !SameType(*type, offer)) return GRAPH_E_TYPE_NOT_ACCEPTED;
     PIN_DIRECTION direction = PINDIR_OUTPUT;
-    if (receivePin->QueryDirection(&direction) < 0 || direction != PINDIR_INPUT) return GRAPH_E_INVALID_DIRECTION;
+    if (receivePin->QueryDirection(&direction) < 0 || direction != PINDIR_INPUT)
+        return GRAPH_E_INVALID_DIRECTION;
 
     HRESULT hr = receivePin->ReceiveConnection(&pin_, &offer);
     if (hr == GRAPH_E_TYPE_NOT_ACCEPTED && type == nullptr) return GRAPH_E_NO_ACCEPTABLE_TYPES;
     if (hr < 0) return hr;
-    Ref<ISampleInput> input;
+    CountedRef<ISampleInput> input;
     hr = receivePin->QueryInterface(&IID_ISampleInput, reinterpret_cast<void**>(input.put()));
     if (hr < 0 || !input) {
         receivePin->Disconnect();
         return E_NOINTERFACE;
     }
     std::lock_guard<std::mutex> guard(lock_);
-    peer_ = Ref<IPin>(receivePin);
+    peer_ = CountedRef<IPin>(receivePin);
     input_ = std::move(input);
     return S_OK;
 }
 
 HRESULT FeedFilter::DisconnectOutput() {
-    Ref<IPin> peer;  // released after the lock
-    Ref<ISampleInput> input;
+    CountedRef<IPin> peer;  // released after the lock
+    CountedRef<ISampleInput> input;
     std::lock_guard<std::mutex> guard(lock_);
     if (!peer_) return S_FALSE;
     if (state_ != State_Stopped) return GRAPH_E_NOT_STOPPED;
@@ -197,10 +151,8 @@ HRESULT FeedFilter::DisconnectOutput() {
 }
 
 HRESULT FeedFilter::OutputPin::QueryInterface(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    if (iid == nullptr) return E_POINTER;
-    if (*iid == IID_IUnknown || *iid == IID_IPin) return vexel::ShareInterface<IPin>(this, out);
+    if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
+    if (*iid == IID_IUnknown || *iid == IID_IPin) return ShareInterface<IPin>(this, out);
     return E_NOINTERFACE;
 }
 
@@ -208,17 +160,15 @@ HRESULT FeedFilter::OutputPin::Connect(IPin* receivePin, const MediaType* type) 
     return owner_.Connect(receivePin, type);
 }
 
-HRESULT FeedFilter::OutputPin::ReceiveConnection(IPin*, const MediaType*) { return GRAPH_E_INVALID_DIRECTION; }
+HRESULT FeedFilter::OutputPin::ReceiveConnection(IPin*, const MediaType*) {
+    return GRAPH_E_INVALID_DIRECTION;
+}
 
 HRESULT FeedFilter::OutputPin::Disconnect() { return owner_.DisconnectOutput(); }
 
 HRESULT FeedFilter::OutputPin::ConnectedTo(IPin** pin) {
-    if (pin == nullptr) return E_POINTER;
     std::lock_guard<std::mutex> guard(owner_.lock_);
-    *pin = owner_.peer_.get();
-    if (*pin == nullptr) return GRAPH_E_NOT_CONNECTED;
-    (*pin)->AddRef();
-    return S_OK;
+    return AnswerPeer(owner_.peer_.get(), pin);
 }
 
 HRESULT FeedFilter::OutputPin::ConnectionMediaType(MediaType* type) {
@@ -226,21 +176,6 @@ HRESULT FeedFilter::OutputPin::ConnectionMediaType(MediaType* type) {
     std::lock_guard<std::mutex> guard(owner_.lock_);
     if (!owner_.peer_) return GRAPH_E_NOT_CONNECTED;
     *type = owner_.OfferedType();
-    return S_OK;
-}
-
-HRESULT FeedFilter::OutputPin::QueryPinInfo(PIN_INFO* info) {
-    if (info == nullptr) return E_POINTER;
-    owner_.AddRef();
-    info->pFilter = &owner_;
-    info->dir = PINDIR_OUTPUT;
-    std::copy(std::begin(kPinName), std::end(kPinName), info->achName);
-    return S_OK;
-}
-
-HRESULT FeedFilter::OutputPin::QueryDirection(PIN_DIRECTION* direction) {
-    if (direction == nullptr) return E_POINTER;
-    *direction = PINDIR_OUTPUT;
     return S_OK;
 }
 
@@ -260,4 +195,4 @@ HRESULT FeedFilter::OutputPin::GetMediaType(uint32_t index, MediaType* type) {
 
 HRESULT FeedFilter::OutputPin::EndOfStream() { return E_UNEXPECTED; }
 
-}  // namespace audiofeed
+}  // namespace vexel::audiofeed

@@ -11,14 +11,17 @@
 #include <mutex>
 #include <string>
 
-#include "com_base.h"
 #include "stamp_rebase.h"
+#include "vexel/com_object.h"
+#include "vexel/counted_ref.h"
+#include "vexel/filter_parts.h"
 #include "vexel/pcm_feed.h"
 
-namespace audiofeed {
+namespace vexel::audiofeed {
 
-class FeedFilter final : public vexel::ComObject<IBaseFilter, IPcmFeed> {
+class FeedFilter final : public OnePinFilter<IPcmFeed> {
 public:
+    FeedFilter() = default;  // made through Create
     static HRESULT Create(const GUID* iid, void** out);
 
     HRESULT QueryInterface(const GUID* iid, void** out) override;
@@ -27,10 +30,6 @@ public:
     HRESULT Stop() override;
     HRESULT Pause() override;
     HRESULT Run() override;
-    HRESULT GetState(uint32_t timeoutMs, FILTER_STATE* state) override;
-    HRESULT EnumPins(IEnumPins** out) override;
-    HRESULT QueryFilterInfo(FILTER_INFO* info) override;
-    HRESULT JoinFilterGraph(IFilterGraph* graph, const char16_t* name) override;
 
     // IPcmFeed
     HRESULT SetFormat(const WAVEFORMATEX* format) override;
@@ -39,21 +38,16 @@ public:
     HRESULT Deliver(const uint8_t* data, uint32_t size, int64_t start, int64_t stop) override;
 
 private:
-    // The output pin lives inside the filter and counts its references on the filter.
-    class OutputPin final : public IPin {
+    class OutputPin final : public OwnedPin<PINDIR_OUTPUT> {
     public:
-        explicit OutputPin(FeedFilter& owner) : owner_(owner) {}
+        explicit OutputPin(FeedFilter& owner) : OwnedPin(owner, u"Out"), owner_(owner) {}
         HRESULT QueryInterface(const GUID* iid, void** out) override;
-        uint32_t AddRef() override { return owner_.AddRef(); }
-        uint32_t Release() override { return owner_.Release(); }
 
         HRESULT Connect(IPin* receivePin, const MediaType* type) override;
         HRESULT ReceiveConnection(IPin* connector, const MediaType* type) override;
         HRESULT Disconnect() override;
         HRESULT ConnectedTo(IPin** pin) override;
         HRESULT ConnectionMediaType(MediaType* type) override;
-        HRESULT QueryPinInfo(PIN_INFO* info) override;
-        HRESULT QueryDirection(PIN_DIRECTION* direction) override;
         HRESULT QueryAccept(const MediaType* type) override;
         HRESULT GetMediaType(uint32_t index, MediaType* type) override;
         HRESULT EndOfStream() override;
@@ -62,25 +56,23 @@ private:
         FeedFilter& owner_;
     };
 
-    FeedFilter() = default;
     ~FeedFilter() override = default;
 
     HRESULT Connect(IPin* receivePin, const MediaType* type);
     HRESULT DisconnectOutput();
     MediaType OfferedType() const;  // under lock_, with a format
 
+    IPin& Pin() override { return pin_; }
+
     OutputPin pin_{*this};
 
-    mutable std::mutex lock_;  // everything below
-    FILTER_STATE state_ = State_Stopped;
-    IFilterGraph* graph_ = nullptr;  // no reference: the graph holds the filter
-    std::u16string name_;
+    // Under lock_:
     bool hasFormat_ = false;
     WAVEFORMATEX format_{};
-    Ref<IPin> peer_;
-    Ref<ISampleInput> input_;
+    CountedRef<IPin> peer_;
+    CountedRef<ISampleInput> input_;
     StampRebase stamps_;
     bool startTimeSet_ = false;  // since the last run
 };
 
-}  // namespace audiofeed
+}  // namespace vexel::audiofeed

@@ -1,18 +1,17 @@
 // The module's one export: the class factory of the PCM push source filter.
-#include "com_base.h"
 #include "feed_filter.h"
+#include "vexel/com_object.h"
 
-namespace audiofeed {
+namespace vexel::audiofeed {
 
 namespace {
 
-class FeedFilterFactory final : public vexel::ComObject<IClassFactory> {
+class FeedFilterFactory final : public ComObject<IClassFactory> {
 public:
     HRESULT QueryInterface(const GUID* iid, void** out) override {
-        if (out == nullptr) return E_POINTER;
-        *out = nullptr;
-        if (iid == nullptr) return E_POINTER;
-        if (*iid == IID_IUnknown || *iid == IID_IClassFactory) return vexel::ShareInterface<IClassFactory>(this, out);
+        if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
+        if (*iid == IID_IUnknown || *iid == IID_IClassFactory)
+            return ShareInterface<IClassFactory>(this, out);
         return E_NOINTERFACE;
     }
 
@@ -26,17 +25,14 @@ public:
 
 }  // namespace
 
-}  // namespace audiofeed
+}  // namespace vexel::audiofeed
 
-extern "C" __attribute__((visibility("default"))) HRESULT DllGetClassObject(const GUID* clsid, const GUID* iid,
-                                                                           void** out) {
+extern "C" __attribute__((visibility("default"))) HRESULT DllGetClassObject(const GUID* clsid,
+                                                                            const GUID* iid,
+                                                                            void** out) {
     if (out == nullptr) return E_POINTER;
     *out = nullptr;
     if (clsid == nullptr || iid == nullptr) return E_POINTER;
     if (*clsid != CLSID_PcmFeedFilter) return CLASS_E_CLASSNOTAVAILABLE;
-    try {
-        return vexel::QueryNewObject(new audiofeed::FeedFilterFactory, iid, out);
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
+    return vexel::CreateObject<vexel::audiofeed::FeedFilterFactory>(iid, out);
 }

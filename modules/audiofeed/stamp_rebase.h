@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <limits>
 
-namespace audiofeed {
+namespace vexel::audiofeed {
 
 class StampRebase {
 public:
@@ -64,4 +64,4 @@ private:
     bool valid_ = false;
 };
 
-}  // namespace audiofeed
+}  // namespace vexel::audiofeed

@@ -1,6 +1,6 @@
 #include "audio_converter.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 bool AudioConverter::Configure(const AVFrame* frame) {
     if (context_ && frame->format == inFormat_ && frame->sample_rate == inRate_ &&
@@ -22,9 +22,9 @@ bool AudioConverter::Configure(const AVFrame* frame) {
     AVChannelLayout outLayout{};
     av_channel_layout_default(&outLayout, channels_);
     SwrContext* context = nullptr;
-    const int status = swr_alloc_set_opts2(&context, &outLayout, AV_SAMPLE_FMT_S16, rate_,
-                                           &inLayout, static_cast<AVSampleFormat>(inFormat_),
-                                           inRate_, 0, nullptr);
+    const int status =
+        swr_alloc_set_opts2(&context, &outLayout, AV_SAMPLE_FMT_S16, rate_, &inLayout,
+                            static_cast<AVSampleFormat>(inFormat_), inRate_, 0, nullptr);
     av_channel_layout_uninit(&inLayout);
     av_channel_layout_uninit(&outLayout);
     context_.reset(context);
@@ -44,12 +44,12 @@ int AudioConverter::Convert(const AVFrame* frame, std::vector<uint8_t>& out) {
     if (capacity < 0) return -1;
     out.resize(static_cast<size_t>(capacity) * frameBytes());
     uint8_t* planes[1] = {out.data()};
-    const int written = swr_convert(context_.get(), planes, capacity,
-                                    const_cast<const uint8_t**>(frame->extended_data),
-                                    frame->nb_samples);
+    const int written =
+        swr_convert(context_.get(), planes, capacity,
+                    const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
     if (written < 0) return -1;
     out.resize(static_cast<size_t>(written) * frameBytes());
     return written;
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -9,7 +9,7 @@
 
 #include "av_ptr.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 class AudioConverter {
 public:
@@ -40,4 +40,4 @@ private:
     int inRate_ = 0;
 };
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

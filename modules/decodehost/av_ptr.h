@@ -14,7 +14,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 struct FormatCloser {
     void operator()(AVFormatContext* p) const { avformat_close_input(&p); }
@@ -42,4 +42,4 @@ using PacketPtr = std::unique_ptr<AVPacket, PacketFreer>;
 using SwsPtr = std::unique_ptr<SwsContext, SwsFreer>;
 using SwrPtr = std::unique_ptr<SwrContext, SwrFreer>;
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

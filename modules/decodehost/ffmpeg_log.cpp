@@ -10,7 +10,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -47,4 +47,4 @@ void RouteFfmpegLog() {
     });
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -4,8 +4,8 @@
 // codec host is made; any thread.
 #pragma once
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 void RouteFfmpegLog();
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

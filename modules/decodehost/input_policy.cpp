@@ -12,7 +12,7 @@ extern "C" {
 #include <libavutil/error.h>
 }
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -72,4 +72,4 @@ int CheckInput(const char* path) {
     return S_ISREG(info.st_mode) ? 0 : AVERROR(EINVAL);
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -11,7 +11,7 @@
 
 #include <string>
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 // The protocol whitelist for libavformat: the allowed protocols and their transports.
 std::string ProtocolWhitelist();
@@ -20,4 +20,4 @@ std::string ProtocolWhitelist();
 // file, EPROTONOSUPPORT for a protocol not allowed, or the error of stat).
 int CheckInput(const char* path);
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

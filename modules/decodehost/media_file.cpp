@@ -6,7 +6,7 @@
 #include "input_policy.h"
 #include "tick_math.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -16,9 +16,12 @@ constexpr char kNetworkTimeoutMicroseconds[] = "15000000";
 uint32_t KindOf(const AVStream* stream) {
     if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) return kStreamKindOther;
     switch (stream->codecpar->codec_type) {
-        case AVMEDIA_TYPE_VIDEO: return kStreamKindVideo;
-        case AVMEDIA_TYPE_AUDIO: return kStreamKindAudio;
-        default: return kStreamKindOther;
+        case AVMEDIA_TYPE_VIDEO:
+            return kStreamKindVideo;
+        case AVMEDIA_TYPE_AUDIO:
+            return kStreamKindAudio;
+        default:
+            return kStreamKindOther;
     }
 }
 
@@ -99,7 +102,8 @@ void MediaFile::Describe() {
         int64_t duration = 0;
         if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
             duration = av_rescale_q(stream->duration, stream->time_base, kTickBase);
-            if (stream->start_time != AV_NOPTS_VALUE) duration = AddTicks(duration, ToTicks(stream->start_time, stream->time_base));
+            if (stream->start_time != AV_NOPTS_VALUE)
+                duration = AddTicks(duration, ToTicks(stream->start_time, stream->time_base));
         } else if (context->duration != AV_NOPTS_VALUE && context->duration > 0) {
             duration = av_rescale_q(context->duration, AV_TIME_BASE_Q, kTickBase);
             // Matroska's (and WebM's) duration is where the segment ends, counted from time zero
@@ -122,4 +126,4 @@ void MediaFile::Describe() {
     }
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

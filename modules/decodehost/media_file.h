@@ -17,7 +17,7 @@
 #include "av_ptr.h"
 #include "vexel/codec_host.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 inline constexpr int64_t kTicksPerSecond = 10'000'000;
 inline constexpr AVRational kTickBase = {1, 10'000'000};
@@ -72,4 +72,4 @@ private:
 // Frames per second of a video stream, 0.0 when the container does not tell.
 double StreamFrameRate(AVFormatContext* context, AVStream* stream);
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

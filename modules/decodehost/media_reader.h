@@ -30,12 +30,13 @@
 #include <vector>
 
 #include "audio_converter.h"
-#include "com_object.h"
 #include "media_file.h"
 #include "stream_decoder.h"
+#include "vexel/codec_host.h"
+#include "vexel/com_object.h"
 #include "video_converter.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 class Reader final : public ComObject<MediaReader, PlaybackControl, PlaybackStatus> {
 public:
@@ -46,10 +47,10 @@ public:
     int32_t QueryInterface(const GUID* id, void** out) override;
 
     // MediaReader
-    int32_t Reserved1() override { return kOk; }  // also PlaybackStatus's first slot
+    int32_t Reserved1() override { return S_OK; }  // also PlaybackStatus's first slot
     int32_t Open(const char* utf8Path, MediaDescription** out) override;
     int32_t SelectStream(uint32_t index, MediaStream** out) override;
-    int32_t Reserved4() override { return kOk; }
+    int32_t Reserved4() override { return S_OK; }
     int32_t SetSink(Vexel::IPushStream* sink) override;
     int32_t GetProperty(PropertyHeader* record) override;
     int32_t SetProperty(const PropertyHeader* record) override;
@@ -57,7 +58,7 @@ public:
     // PlaybackControl
     int32_t SetPositions(int64_t* current, uint32_t currentFlags, int64_t* stop,
                          uint32_t stopFlags) override;
-    int32_t Reserved2() override { return kOk; }  // also PlaybackStatus's second slot
+    int32_t Reserved2() override { return S_OK; }  // also PlaybackStatus's second slot
     int32_t Run() override;
     int32_t Pause() override;
     int32_t Stop() override;
@@ -126,7 +127,7 @@ class Description final : public ComObject<MediaDescription> {
 public:
     explicit Description(std::vector<StreamEntry> streams) : streams_(std::move(streams)) {}
     int32_t QueryInterface(const GUID* id, void** out) override;
-    int32_t Reserved1() override { return kOk; }
+    int32_t Reserved1() override { return S_OK; }
     int32_t GetStreamCount(uint32_t* count) override;
     int32_t GetStreamInfo(uint16_t index, uint64_t* first, StreamInfo* info, uint64_t* second,
                           uint64_t* streamDuration, void* reserved) override;
@@ -138,10 +139,10 @@ private:
 class SelectedStream final : public ComObject<MediaStream> {
 public:
     int32_t QueryInterface(const GUID* id, void** out) override;
-    int32_t Reserved1() override { return kOk; }
-    int32_t Reserved2() override { return kOk; }
-    int32_t Reserved3() override { return kOk; }
+    int32_t Reserved1() override { return S_OK; }
+    int32_t Reserved2() override { return S_OK; }
+    int32_t Reserved3() override { return S_OK; }
     int32_t SetProperty(const PropertyHeader* record) override;
 };
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -10,7 +10,7 @@
 #include "stream_decoder.h"
 #include "video_converter.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -125,4 +125,4 @@ DecodeSummary DecodeMemory(const uint8_t* data, size_t size, const DecodeLimits&
     return summary;
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

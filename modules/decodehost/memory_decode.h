@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 struct DecodeLimits {
     std::chrono::milliseconds time{1000};  // for the whole input, opening included
@@ -26,4 +26,4 @@ struct DecodeSummary {
 
 DecodeSummary DecodeMemory(const uint8_t* data, size_t size, const DecodeLimits& limits);
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -7,9 +7,10 @@
 
 #include <cstdint>
 
-#include "com_object.h"
+#include "vexel/codec_host.h"
+#include "vexel/com_object.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 class PushedSample final : public ComObject<IPushSample> {
 public:
@@ -18,7 +19,7 @@ public:
 
     int32_t QueryInterface(const GUID* id, void** out) override;
     int32_t GetBuffer(BufferDesc* buffer) override;
-    int32_t BufferAcquired() override { return kOk; }
+    int32_t BufferAcquired() override { return S_OK; }
     int32_t GetInfo(SampleInfo* info) override;
 
 private:
@@ -29,4 +30,4 @@ private:
     uint32_t mediaKind_;
 };
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

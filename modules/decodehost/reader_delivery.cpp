@@ -8,11 +8,13 @@
 #include "pushed_sample.h"
 #include "tick_math.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
-int64_t SamplesToTicks(int64_t samples, int rate) { return av_rescale(samples, kTicksPerSecond, rate); }
+int64_t SamplesToTicks(int64_t samples, int rate) {
+    return av_rescale(samples, kTicksPerSecond, rate);
+}
 int64_t TicksToSamples(int64_t ticks, int rate) { return av_rescale(ticks, rate, kTicksPerSecond); }
 
 }  // namespace
@@ -25,7 +27,8 @@ void Reader::DeliveryLoop() {
         {
             std::unique_lock<std::mutex> lock(mutex_);
             wake_.wait(lock, [&] {
-                return quit_.load() || (state_.load() == kRunning && next_.id != done && next_.id == span_.load());
+                return quit_.load() ||
+                       (state_.load() == kRunning && next_.id != done && next_.id == span_.load());
             });
             if (quit_.load()) return;
             span = next_;
@@ -106,14 +109,14 @@ bool Reader::CallSink(uint64_t id, const Block* block) {
         sink = sink_;
     }
 
-    int32_t status = kOk;
+    int32_t status = S_OK;
     if (sink == nullptr) {
-        status = kSampleRefused;
+        status = ERR_SAMPLE_REFUSED;
     } else if (block == nullptr) {
         sink->EndOfStream();
     } else {
-        auto* sample = new PushedSample(block->data, block->size, block->start, block->stop,
-                                        video_ ? kMediaKindVideo : kMediaKindAudio);
+        auto* sample = NewObject<PushedSample>(block->data, block->size, block->start, block->stop,
+                                               video_ ? kMediaKindVideo : kMediaKindAudio);
         status = sink->Push(sample);
         sample->Release();
     }
@@ -124,11 +127,11 @@ bool Reader::CallSink(uint64_t id, const Block* block) {
         if (state_.load() == kStopping) state_.store(kIdle);
         return false;
     }
-    if (block == nullptr || status == kSampleRefused) {
+    if (block == nullptr || status == ERR_SAMPLE_REFUSED) {
         state_.store(kEnded);
         return false;
     }
     return true;  // other failures drop this sample only
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -6,7 +6,7 @@
 
 #include "tick_math.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -46,12 +46,14 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
     if (avcodec_open2(c, codec, nullptr) < 0) return nullptr;
     if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
         decoder->frameRate_ = StreamFrameRate(context, stream);
-        if (decoder->frameRate_ > 0.0) decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
+        if (decoder->frameRate_ > 0.0)
+            decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
     }
 
     // Only this stream's packets are wanted from the demuxer.
     for (unsigned i = 0; i < context->nb_streams; ++i) {
-        context->streams[i]->discard = static_cast<int>(i) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+        context->streams[i]->discard =
+            static_cast<int>(i) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
     }
     return decoder;
 }
@@ -175,4 +177,4 @@ int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {
     return ticks;
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

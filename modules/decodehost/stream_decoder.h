@@ -12,7 +12,7 @@
 #include "av_ptr.h"
 #include "media_file.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 class StreamDecoder {
 public:
@@ -49,14 +49,14 @@ private:
     CodecPtr codec_;
     FramePtr frame_;
     PacketPtr packet_;
-    bool fresh_ = true;          // nothing read since the file was opened
-    bool inputEnded_ = false;    // the decoder was sent the end of input
-    bool packetHeld_ = false;    // packet_ waits to be sent again
-    bool havePending_ = false;   // frame_ holds a frame decoded by Seek, not yet returned
+    bool fresh_ = true;         // nothing read since the file was opened
+    bool inputEnded_ = false;   // the decoder was sent the end of input
+    bool packetHeld_ = false;   // packet_ waits to be sent again
+    bool havePending_ = false;  // frame_ holds a frame decoded by Seek, not yet returned
     int64_t pendingTicks_ = 0;
-    int64_t nextTicks_ = 0;      // expected start of the next frame, for frames without a time
+    int64_t nextTicks_ = 0;  // expected start of the next frame, for frames without a time
     double frameRate_ = 0.0;
     int64_t frameInterval_ = 0;
 };
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <limits>
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 inline int64_t AddTicks(int64_t a, int64_t b) {
     int64_t sum = 0;
@@ -21,4 +21,4 @@ inline int64_t SubTicks(int64_t a, int64_t b) {
     return b < 0 ? std::numeric_limits<int64_t>::max() : std::numeric_limits<int64_t>::min();
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

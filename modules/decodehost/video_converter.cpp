@@ -1,6 +1,6 @@
 #include "video_converter.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 namespace {
 
@@ -8,23 +8,39 @@ namespace {
 // format with the range given separately.
 AVPixelFormat PlainFormat(AVPixelFormat format, bool* fullRange) {
     switch (format) {
-        case AV_PIX_FMT_YUVJ420P: *fullRange = true; return AV_PIX_FMT_YUV420P;
-        case AV_PIX_FMT_YUVJ422P: *fullRange = true; return AV_PIX_FMT_YUV422P;
-        case AV_PIX_FMT_YUVJ444P: *fullRange = true; return AV_PIX_FMT_YUV444P;
-        case AV_PIX_FMT_YUVJ440P: *fullRange = true; return AV_PIX_FMT_YUV440P;
-        case AV_PIX_FMT_YUVJ411P: *fullRange = true; return AV_PIX_FMT_YUV411P;
-        default: return format;
+        case AV_PIX_FMT_YUVJ420P:
+            *fullRange = true;
+            return AV_PIX_FMT_YUV420P;
+        case AV_PIX_FMT_YUVJ422P:
+            *fullRange = true;
+            return AV_PIX_FMT_YUV422P;
+        case AV_PIX_FMT_YUVJ444P:
+            *fullRange = true;
+            return AV_PIX_FMT_YUV444P;
+        case AV_PIX_FMT_YUVJ440P:
+            *fullRange = true;
+            return AV_PIX_FMT_YUV440P;
+        case AV_PIX_FMT_YUVJ411P:
+            *fullRange = true;
+            return AV_PIX_FMT_YUV411P;
+        default:
+            return format;
     }
 }
 
 int SwsColorspace(AVColorSpace space) {
     switch (space) {
-        case AVCOL_SPC_BT709: return SWS_CS_ITU709;
-        case AVCOL_SPC_FCC: return SWS_CS_FCC;
-        case AVCOL_SPC_SMPTE240M: return SWS_CS_SMPTE240M;
+        case AVCOL_SPC_BT709:
+            return SWS_CS_ITU709;
+        case AVCOL_SPC_FCC:
+            return SWS_CS_FCC;
+        case AVCOL_SPC_SMPTE240M:
+            return SWS_CS_SMPTE240M;
         case AVCOL_SPC_BT2020_NCL:
-        case AVCOL_SPC_BT2020_CL: return SWS_CS_BT2020;
-        default: return SWS_CS_DEFAULT;  // BT.601, also for untagged pictures
+        case AVCOL_SPC_BT2020_CL:
+            return SWS_CS_BT2020;
+        default:
+            return SWS_CS_DEFAULT;  // BT.601, also for untagged pictures
     }
 }
 
@@ -52,10 +68,11 @@ bool VideoConverter::Convert(const AVFrame* frame, uint8_t* out) {
 
     // Bottom-up rows: start at the last row and step backwards.
     const int stride = width_ * 4;
-    uint8_t* planes[4] = {out + static_cast<size_t>(height_ - 1) * stride, nullptr, nullptr, nullptr};
+    uint8_t* planes[4] = {out + static_cast<size_t>(height_ - 1) * stride, nullptr, nullptr,
+                          nullptr};
     const int strides[4] = {-stride, 0, 0, 0};
     return sws_scale(context_.get(), frame->data, frame->linesize, 0, frame->height, planes,
                      strides) == height_;
 }
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

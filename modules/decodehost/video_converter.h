@@ -10,7 +10,7 @@
 
 #include "av_ptr.h"
 
-namespace decodehost {
+namespace vexel::decodehost {
 
 inline constexpr uint32_t kFormatBgra32 = 11;
 
@@ -33,4 +33,4 @@ private:
     int fullRange_ = -1;
 };
 
-}  // namespace decodehost
+}  // namespace vexel::decodehost

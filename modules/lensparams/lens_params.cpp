@@ -36,15 +36,15 @@ ViewPath& Path() {
 }
 
 int32_t Get(const std::atomic<double>& source, double* value) {
-    if (value == nullptr) return kVexelErrorPointer;
+    if (value == nullptr) return E_POINTER;
     *value = source.load();
-    return kVexelOk;
+    return S_OK;
 }
 
 int32_t Set(std::atomic<double>& target, double value, double low) {
-    if (!std::isfinite(value) || value < low || value > kMaxCoordinate) return kVexelErrorArgument;
+    if (!std::isfinite(value) || value < low || value > kMaxCoordinate) return E_INVALIDARG;
     target.store(value);
-    return kVexelOk;
+    return S_OK;
 }
 
 int32_t SetCoordinate(std::atomic<double>& target, double value) { return Set(target, value, -kMaxCoordinate); }
@@ -57,11 +57,11 @@ bool AllFinite(std::initializer_list<double> values) {
 }
 
 int32_t ReadPath(double time, double* pan, double* tilt, double* fov) {
-    if (std::isnan(time)) return kVexelErrorArgument;
-    return Path().Read(time, pan, tilt, fov) ? kVexelOk : kVexelNothingDone;
+    if (std::isnan(time)) return E_INVALIDARG;
+    return Path().Read(time, pan, tilt, fov) ? S_OK : S_FALSE;
 }
 
-int32_t Stored(bool stored) { return stored ? kVexelOk : kVexelErrorMemory; }
+int32_t Stored(bool stored) { return stored ? S_OK : E_OUTOFMEMORY; }
 
 }  // namespace
 
@@ -77,7 +77,7 @@ int32_t SetPanoramaLeftCenterX(double value) { return SetCoordinate(Lens().leftX
 int32_t SetPanoramaLeftCenterY(double value) { return SetCoordinate(Lens().leftY, value); }
 int32_t SetPanoramaRightCenterX(double value) { return SetCoordinate(Lens().rightX, value); }
 int32_t SetPanoramaRightCenterY(double value) { return SetCoordinate(Lens().rightY, value); }
-int32_t SetPanoramaRadius(double value) { return value > 0.0 ? Set(Lens().radius, value, 0.0) : kVexelErrorArgument; }
+int32_t SetPanoramaRadius(double value) { return value > 0.0 ? Set(Lens().radius, value, 0.0) : E_INVALIDARG; }
 
 int32_t ResetPanoramaGeometry(void) {
     Geometry& lens = Lens();
@@ -86,78 +86,78 @@ int32_t ResetPanoramaGeometry(void) {
     lens.rightX = kRightX;
     lens.rightY = kRightY;
     lens.radius = kRadius;
-    return kVexelOk;
+    return S_OK;
 }
 
 int32_t GetPanoramaAngle(double time, double* pan, double* tilt, double* fov) {
-    if (pan == nullptr || tilt == nullptr || fov == nullptr) return kVexelErrorPointer;
+    if (pan == nullptr || tilt == nullptr || fov == nullptr) return E_POINTER;
     return ReadPath(time, pan, tilt, fov);
 }
 
 int32_t GetPanoramaPan(double time, double* pan, double* tilt) {
-    if (pan == nullptr || tilt == nullptr) return kVexelErrorPointer;
+    if (pan == nullptr || tilt == nullptr) return E_POINTER;
     return ReadPath(time, pan, tilt, nullptr);
 }
 
 int32_t GetPanoramaZoom(double time, double* fov) {
-    if (fov == nullptr) return kVexelErrorPointer;
+    if (fov == nullptr) return E_POINTER;
     return ReadPath(time, nullptr, nullptr, fov);
 }
 
 int32_t SetPanoramaAngle(double time, double pan, double tilt, double fov) {
-    if (!AllFinite({time, pan, tilt, fov})) return kVexelErrorArgument;
+    if (!AllFinite({time, pan, tilt, fov})) return E_INVALIDARG;
     try {
         return Stored(Path().SetAngle(time, pan, tilt, fov));
     } catch (const std::bad_alloc&) {
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     }
 }
 
 int32_t SetPanoramaPan(double time, double pan, double tilt) {
-    if (!AllFinite({time, pan, tilt})) return kVexelErrorArgument;
+    if (!AllFinite({time, pan, tilt})) return E_INVALIDARG;
     try {
         return Stored(Path().SetDirection(time, pan, tilt));
     } catch (const std::bad_alloc&) {
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     }
 }
 
 int32_t SetPanoramaZoom(double time, double fov) {
-    if (!AllFinite({time, fov})) return kVexelErrorArgument;
+    if (!AllFinite({time, fov})) return E_INVALIDARG;
     try {
         return Stored(Path().SetZoom(time, fov));
     } catch (const std::bad_alloc&) {
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     }
 }
 
 int32_t ClearPanoramaPath(void) {
     Path().Clear();
-    return kVexelOk;
+    return S_OK;
 }
 
 int32_t SavePanoramaPath(const char* path) {
-    if (path == nullptr) return kVexelErrorPointer;
+    if (path == nullptr) return E_POINTER;
     try {
         return vexel::lens::WriteTextFile(path, vexel::lens::PathToJson(Path().Snapshot()));
     } catch (const std::exception&) {  // out of memory while building the text
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     }
 }
 
 int32_t LoadPanoramaPath(const char* path) {
-    if (path == nullptr) return kVexelErrorPointer;
+    if (path == nullptr) return E_POINTER;
     try {
         std::string text;
-        if (const int32_t status = vexel::lens::ReadTextFile(path, text); status != kVexelOk) return status;
+        if (const int32_t status = vexel::lens::ReadTextFile(path, text); status != S_OK) return status;
         PathKeys keys;
-        if (!vexel::lens::PathFromJson(text, keys)) return kVexelErrorData;
+        if (!vexel::lens::PathFromJson(text, keys)) return E_INVALID_DATA;
         Path().Replace(std::move(keys));
-        return kVexelOk;
+        return S_OK;
     } catch (const std::bad_alloc&) {
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     } catch (const std::exception&) {  // the JSON library's own, should a check above miss a case
-        return kVexelErrorData;
+        return E_INVALID_DATA;
     }
 }
 

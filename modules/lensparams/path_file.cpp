@@ -96,9 +96,9 @@ bool PathFromJson(std::string_view text, PathKeys& keys) {
 int32_t ReadTextFile(const char* path, std::string& text) {
     // Only regular files: a FIFO would block and a device might never end.
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return kVexelErrorFile;
+    if (fd < 0) return E_FAIL;
     struct stat info {};
-    int32_t status = kVexelErrorFile;
+    int32_t status = E_FAIL;
     if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size <= kMaxFileBytes) {
         text.resize(static_cast<size_t>(info.st_size));
         size_t done = 0;
@@ -108,7 +108,7 @@ int32_t ReadTextFile(const char* path, std::string& text) {
             done += static_cast<size_t>(got);
         }
         text.resize(done);  // a file that shrank meanwhile is read as it is now, and judged by its text
-        status = kVexelOk;
+        status = S_OK;
     }
     close(fd);
     return status;
@@ -117,7 +117,7 @@ int32_t ReadTextFile(const char* path, std::string& text) {
 int32_t WriteTextFile(const char* path, std::string_view text) {
     std::string temporary = std::string(path) + ".XXXXXX";
     const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) return kVexelErrorFile;
+    if (fd < 0) return E_FAIL;
     bool ok = fchmod(fd, 0644) == 0;
     for (size_t done = 0; ok && done < text.size();) {
         const ssize_t put = write(fd, text.data() + done, text.size() - done);
@@ -127,7 +127,7 @@ int32_t WriteTextFile(const char* path, std::string_view text) {
     ok = close(fd) == 0 && ok;
     ok = ok && std::rename(temporary.c_str(), path) == 0;
     if (!ok) unlink(temporary.c_str());
-    return ok ? kVexelOk : kVexelErrorFile;
+    return ok ? S_OK : E_FAIL;
 }
 
 }  // namespace vexel::lens

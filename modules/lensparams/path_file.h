@@ -19,7 +19,7 @@ std::string PathToJson(const PathKeys& keys);
 bool PathFromJson(std::string_view text, PathKeys& keys);
 
 // Whole-file I/O; a file is replaced through a temporary beside it, so a reader never sees half of
-// one. Results are kVexelOk, kVexelErrorFile or kVexelErrorMemory.
+// one. Results are S_OK, E_FAIL or E_OUTOFMEMORY.
 int32_t ReadTextFile(const char* path, std::string& text);
 int32_t WriteTextFile(const char* path, std::string_view text);
 

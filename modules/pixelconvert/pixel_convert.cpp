@@ -28,12 +28,12 @@ bool ValidSize(uint32_t width, uint32_t height) {
 
 // A description whose picture can be read or written whole.
 int32_t CheckPicture(const PixelBufferDesc& desc) {
-    if (desc.data == nullptr) return kVexelErrorPointer;
+    if (desc.data == nullptr) return E_POINTER;
     const uint64_t rowBytes = RowBytes(desc.format, desc.width);
-    if (rowBytes == 0 || !ValidSize(desc.width, desc.height)) return kVexelErrorArgument;
+    if (rowBytes == 0 || !ValidSize(desc.width, desc.height)) return E_INVALIDARG;
     // libyuv takes int strides; 2^31 bytes per row is far beyond any accepted width.
-    if (desc.stride < rowBytes || desc.stride > INT32_MAX) return kVexelErrorArgument;
-    return kVexelOk;
+    if (desc.stride < rowBytes || desc.stride > INT32_MAX) return E_INVALIDARG;
+    return S_OK;
 }
 
 // libyuv's BT.709 table caps the U-to-blue coefficient at 2.0 (128/64) unless the library was built
@@ -60,7 +60,7 @@ int32_t Yuy2ToBgra(const PixelBufferDesc& source, const PixelBufferDesc& destina
     try {
         strip.resize(size_t{kStripRows} * (static_cast<size_t>(width) + 2 * chromaWidth));
     } catch (const std::bad_alloc&) {
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     }
     uint8_t* y = strip.data();
     uint8_t* u = y + size_t{kStripRows} * width;
@@ -74,10 +74,10 @@ int32_t Yuy2ToBgra(const PixelBufferDesc& source, const PixelBufferDesc& destina
             libyuv::I422ToARGBMatrix(y, width, u, chromaWidth, v, chromaWidth, out,
                                      static_cast<int>(destination.stride), Bt709Constants(), width,
                                      rows) != 0) {
-            return kVexelErrorArgument;
+            return E_INVALIDARG;
         }
     }
-    return kVexelOk;
+    return S_OK;
 }
 
 }  // namespace
@@ -91,28 +91,28 @@ uint32_t CalculateBufferSize(const PixelBufferDesc* desc) {
 }
 
 int32_t CalculatePlanePointer(PixelBufferDesc* desc) {
-    if (desc == nullptr) return kVexelErrorPointer;
-    if (RowBytes(desc->format, desc->width) == 0) return kVexelErrorArgument;
+    if (desc == nullptr) return E_POINTER;
+    if (RowBytes(desc->format, desc->width) == 0) return E_INVALIDARG;
     // Both formats are packed: one plane.
     desc->planes[0] = desc->data;
     desc->planes[1] = nullptr;
-    return desc->data == nullptr ? kVexelErrorPointer : kVexelOk;
+    return desc->data == nullptr ? E_POINTER : S_OK;
 }
 
 int32_t ConvertBuffers(const PixelBufferDesc* source, const PixelBufferDesc* destination) {
-    if (source == nullptr || destination == nullptr) return kVexelErrorPointer;
+    if (source == nullptr || destination == nullptr) return E_POINTER;
     for (const PixelBufferDesc* desc : {source, destination}) {
-        if (const int32_t status = CheckPicture(*desc); status != kVexelOk) return status;
+        if (const int32_t status = CheckPicture(*desc); status != S_OK) return status;
     }
     if (destination->format != kPixelFormatBgra32 || source->width != destination->width ||
         source->height != destination->height) {
-        return kVexelErrorArgument;
+        return E_INVALIDARG;
     }
     if (source->format == kPixelFormatYuy2) return Yuy2ToBgra(*source, *destination);
     const int status = libyuv::ARGBCopy(source->data, static_cast<int>(source->stride), destination->data,
                                         static_cast<int>(destination->stride), static_cast<int>(source->width),
                                         static_cast<int>(source->height));
-    return status == 0 ? kVexelOk : kVexelErrorArgument;
+    return status == 0 ? S_OK : E_INVALIDARG;
 }
 
 }  // extern "C"

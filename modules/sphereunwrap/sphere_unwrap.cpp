@@ -18,7 +18,7 @@ bool ValidSide(uint32_t side) { return side >= 2 && side <= kMaxPictureSide; }
 int32_t ReadGeometry(const UnwrapSource* source, const UnwrapTarget* target, uint32_t lensCount,
                      Geometry& geometry) {
     if (source == nullptr || target == nullptr || source->pixels == nullptr || target->pixels == nullptr) {
-        return kVexelErrorPointer;
+        return E_POINTER;
     }
     const uint64_t sourcePixels = uint64_t{source->width} * source->height;
     const uint64_t targetPixels = uint64_t{target->width} * target->height;
@@ -26,7 +26,7 @@ int32_t ReadGeometry(const UnwrapSource* source, const UnwrapTarget* target, uin
         !ValidSide(target->width) || !ValidSide(target->height) || targetPixels > kMaxUnwrapTargetPixels ||
         target->size < targetPixels || source->radius < 1 || source->radius > kMaxRadius ||
         !std::isfinite(source->lensAngle) || source->lensAngle <= 0.0f || source->lensAngle > 360.0f) {
-        return kVexelErrorArgument;
+        return E_INVALIDARG;
     }
     geometry = Geometry{source->width, source->height, target->width, target->height, source->radius,
                         source->lensAngle, lensCount, {}};
@@ -36,14 +36,14 @@ int32_t ReadGeometry(const UnwrapSource* source, const UnwrapTarget* target, uin
         geometry.lenses[0] = {source->leftRow, source->leftColumn};
         geometry.lenses[1] = {source->rightRow, source->rightColumn};
     }
-    return kVexelOk;
+    return S_OK;
 }
 
 int32_t Unwrap(const UnwrapSource* source, const UnwrapTarget* target, uint32_t lensCount) {
     // Room for the single and the dual geometry of one player, plus one more.
     static MapCache cache(3);
     Geometry geometry;
-    if (const int32_t status = ReadGeometry(source, target, lensCount, geometry); status != kVexelOk) {
+    if (const int32_t status = ReadGeometry(source, target, lensCount, geometry); status != S_OK) {
         return status;
     }
     try {
@@ -52,9 +52,9 @@ int32_t Unwrap(const UnwrapSource* source, const UnwrapTarget* target, uint32_t 
         auto* out = reinterpret_cast<uint32_t*>(target->pixels);
         BestUnwrap()(picture, map->taps.data(), map->taps.size(), map->blends.data(), map->blends.size(), out);
     } catch (const std::bad_alloc&) {
-        return kVexelErrorMemory;
+        return E_OUTOFMEMORY;
     }
-    return kVexelOk;
+    return S_OK;
 }
 
 }  // namespace

@@ -13,7 +13,9 @@ constexpr double kTicksPerMs = 10000.0;
 // The largest split block: what a signed 32-bit byte count holds.
 constexpr int64_t kMaxBytes = std::numeric_limits<int32_t>::max();
 
-int64_t Clamp(int64_t value, int64_t low, int64_t high) { return std::min(std::max(value, low), high); }
+int64_t Clamp(int64_t value, int64_t low, int64_t high) {
+    return std::min(std::max(value, low), high);
+}
 
 uint32_t WholeFrames(int64_t bytes, uint32_t frameBytes) {
     return static_cast<uint32_t>(bytes - bytes % frameBytes);
@@ -28,14 +30,17 @@ int64_t TruncateTicks(double value) {
     return static_cast<int64_t>(value);
 }
 
-AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in) : size_(in.size), bytesPerMs_(in.bytesPerMs) {
-    mappedStart_ = TruncateTicks(static_cast<double>(in.shiftStart) * kTicksPerMs + static_cast<double>(in.start));
+AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in)
+    : size_(in.size), bytesPerMs_(in.bytesPerMs) {
+    mappedStart_ = TruncateTicks(static_cast<double>(in.shiftStart) * kTicksPerMs +
+                                 static_cast<double>(in.start));
     duration_ = TruncateTicks(static_cast<double>(in.stop) - static_cast<double>(in.start));
     mappedStop_ = TruncateTicks(static_cast<double>(mappedStart_) + static_cast<double>(duration_));
     total_ = in.size;
 
     // Only a freeze that begins after the block's start and at or before its stop splits it.
-    if (!(in.lastStop > in.lastStart) || in.size == 0 || in.bytesPerMs == 0 || !std::isfinite(in.lastDuration)) {
+    if (!(in.lastStop > in.lastStart) || in.size == 0 || in.bytesPerMs == 0 ||
+        !std::isfinite(in.lastDuration)) {
         return;
     }
     split_ = true;
@@ -43,8 +48,10 @@ AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in) : size_(in.size), byte
     const auto bytesPerMs = static_cast<float>(in.bytesPerMs);
     // Where the freeze begins on the shifted timeline, and the block's bytes either side of it.
     const double freezeAt = static_cast<double>(in.shiftStop) + in.lastStop - in.lastDuration;
-    const auto headRaw = TruncateTicks(bytesPerMs * static_cast<float>(freezeAt - mappedStart_ / kTicksPerMs));
-    const auto tailRaw = TruncateTicks(bytesPerMs * static_cast<float>(mappedStop_ / kTicksPerMs - freezeAt));
+    const auto headRaw =
+        TruncateTicks(bytesPerMs * static_cast<float>(freezeAt - mappedStart_ / kTicksPerMs));
+    const auto tailRaw =
+        TruncateTicks(bytesPerMs * static_cast<float>(mappedStop_ / kTicksPerMs - freezeAt));
     head_ = WholeFrames(Clamp(headRaw, 0, in.size), frame);
     tail_ = WholeFrames(Clamp(tailRaw, 0, in.size - head_), frame);
     const double silenceRaw = std::trunc(std::max(in.lastDuration, 0.0)) * in.bytesPerMs;
@@ -58,13 +65,15 @@ AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in) : size_(in.size), byte
 AudioPiece AudioBlockPlan::Piece(uint32_t index) const {
     AudioPiece piece;
     const uint32_t whole = total_ / size_;
-    const __int128 start = static_cast<__int128>(mappedStart_) + static_cast<__int128>(index) * duration_;
-    piece.start = static_cast<int64_t>(std::clamp<__int128>(start, std::numeric_limits<int64_t>::min(),
-                                                             std::numeric_limits<int64_t>::max()));
+    const __int128 start =
+        static_cast<__int128>(mappedStart_) + static_cast<__int128>(index) * duration_;
+    piece.start = static_cast<int64_t>(std::clamp<__int128>(
+        start, std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max()));
     piece.offset = static_cast<uint32_t>(std::min<uint64_t>(uint64_t{index} * size_, total_));
     if (index < whole) {
         piece.size = size_;
-        piece.stop = TruncateTicks(static_cast<double>(piece.start) + static_cast<double>(duration_));
+        piece.stop =
+            TruncateTicks(static_cast<double>(piece.start) + static_cast<double>(duration_));
     } else {
         // What is left after the last whole piece, as long as its bytes last.
         piece.size = total_ - piece.offset;
@@ -75,13 +84,15 @@ AudioPiece AudioBlockPlan::Piece(uint32_t index) const {
     return piece;
 }
 
-void AudioBlockPlan::Fill(const uint8_t* block, const AudioPiece& piece, uint8_t* out, uint8_t silenceByte) const {
+void AudioBlockPlan::Fill(const uint8_t* block, const AudioPiece& piece, uint8_t* out,
+                          uint8_t silenceByte) const {
     // The split block: [0, head) block bytes, silence, [tailAt, tailAt + tail) the block from head
     // on, silence to the end.
     const uint64_t tailAt = uint64_t{head_} + silence_;
     const uint64_t begin = piece.offset, end = uint64_t{piece.offset} + piece.size;
     std::memset(out, silenceByte, piece.size);
-    auto copy = [&](uint64_t from, uint64_t to, const uint8_t* source) {  // [from, to) of the split block
+    auto copy = [&](uint64_t from, uint64_t to,
+                    const uint8_t* source) {  // [from, to) of the split block
         const uint64_t a = std::max(from, begin), b = std::min(to, end);
         if (a < b) std::memcpy(out + (a - begin), source + (a - from), static_cast<size_t>(b - a));
     };

@@ -4,9 +4,10 @@
 // head bytes, silence, tail bytes, delivered as pieces of the block's own size, each one block
 // duration after the previous, the last piece holding what is left.
 //
-// The split is clamped to the block (0 <= head, head + tail <= size) and cut to whole sample frames,
-// so overlapping freezes or stamps that disagree with the byte count cannot reach outside the data.
-// Pieces are made on demand from the block, so a long freeze costs no more memory than one block.
+// The split is clamped to the block (0 <= head, head + tail <= size) and cut to whole sample
+// frames, so overlapping freezes or stamps that disagree with the byte count cannot reach outside
+// the data. Pieces are made on demand from the block, so a long freeze costs no more memory than
+// one block.
 //
 // Threads: pure values; used on the codec host's audio delivery thread.
 #pragma once
@@ -16,8 +17,8 @@
 namespace vexel {
 
 struct AudioBlockInput {
-    uint32_t size = 0;        // bytes of the block
-    int64_t start = 0;        // media times, 100 ns
+    uint32_t size = 0;  // bytes of the block
+    int64_t start = 0;  // media times, 100 ns
     int64_t stop = 0;
     float shiftStart = 0.0f;  // freeze lookup at start: summed durations (ms) ...
     double lastStart = 0.0;   // ... and the time of the last freeze at or before start (ms)
@@ -51,7 +52,8 @@ public:
     AudioPiece Piece(uint32_t index) const;
     // Writes piece `piece` of the split `block` to `out` (piece.size bytes), silence as
     // `silenceByte`.
-    void Fill(const uint8_t* block, const AudioPiece& piece, uint8_t* out, uint8_t silenceByte) const;
+    void Fill(const uint8_t* block, const AudioPiece& piece, uint8_t* out,
+              uint8_t silenceByte) const;
 
 private:
     uint32_t size_;

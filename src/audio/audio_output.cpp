@@ -9,7 +9,9 @@ namespace vexel {
 
 namespace {
 
-constexpr char kFeedModule[] = "libAudioFeedFilter.so";
+// Kept for the life of the process: the filters it makes may outlive any one output.
+constinit SiblingModule feedModule("libAudioFeedFilter.so",
+                                   "LoadLibrary(_T(AudioFeedFilter.dll))  error! \n");
 
 }  // namespace
 
@@ -26,21 +28,17 @@ WAVEFORMATEX MakeWaveFormat(const AudioFormatPayload& format) {
 }
 
 bool AudioOutput::CreateFilters() {
-    // Loaded anew each time (the loader counts) and never unloaded.
-    void* module = LoadModule(kFeedModule);
-    if (module == nullptr) {
-        LogPrintf("LoadLibrary(_T(AudioFeedFilter.dll))  error! \n");
-        return false;
-    }
+    if (!feedModule.Load()) return false;  // reported by the binding
     _graph.CoCreateInstance(FailThrow);
-    const bool made =
-        _source_filter.FilterGetClassObject(_graph, module, CLSID_PcmFeedFilter, u"PCM File Source", FailReturn);
+    const bool made = _source_filter.FilterGetClassObject(_graph, feedModule, CLSID_PcmFeedFilter,
+                                                          u"PCM File Source", FailReturn);
     if (made) _pcm_feed.QueryFrom(_source_filter.Filter(), IID_IPcmFeed);
     if (!made || !_pcm_feed) {  // a source without IPcmFeed could never be fed
         LogPrintf("_source_filter->Create error\n");
         return false;
     }
-    if (!_audio_render_filter.CoCreateInstance(_graph, CLSID_AudioRenderer, u"audio Renderer", FailReturn)) {
+    if (!_audio_render_filter.CoCreateInstance(_graph, CLSID_AudioRenderer, u"audio Renderer",
+                                               FailReturn)) {
         LogPrintf("_audio_render_filter->Create error\n");
         return false;
     }

@@ -12,10 +12,10 @@
 
 #include <cstdint>
 
-#include "audio/e_filter.h"
-#include "audio/e_graph_builder.h"
-#include "common/counted_ref.h"
+#include "mediagraph/e_filter.h"
+#include "mediagraph/e_graph_builder.h"
 #include "vexel/codec_host.h"
+#include "vexel/counted_ref.h"
 #include "vexel/pcm_feed.h"
 
 namespace vexel {

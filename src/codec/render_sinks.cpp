@@ -2,10 +2,22 @@
 
 #include <exception>
 
-#include "common/status.h"
+#include "vexel/status.h"
 
 namespace vexel {
 
+namespace {
+
+// A delivered sample as the sinks hand it on.
+struct DeliveredSample {
+    const uint8_t* data = nullptr;
+    uint32_t size = 0;
+    int64_t startTime = 0;  // 100-ns ticks
+    int64_t stopTime = 0;   // 100-ns ticks
+};
+
+// Reads `sample` through GetBuffer, BufferAcquired and GetInfo. Throws a std::exception without a
+// message when it holds no data or its media kind is not `mediaKind`.
 DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind) {
     BufferDesc buffer{};
     sample.GetBuffer(&buffer);
@@ -20,19 +32,13 @@ DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind) {
     return {static_cast<const uint8_t*>(buffer.data), buffer.size, info.startTime, info.stopTime};
 }
 
+}  // namespace
+
 int32_t RenderSink::QueryInterface(const GUID* id, void** out) {
     if (out == nullptr || id == nullptr) return ERR_NULL_ARGUMENT;
     if (*id != IID_PushStream) return ERR_NO_INTERFACE;
     *out = static_cast<Vexel::IPushStream*>(this);
     return kOk;
-}
-
-uint32_t RenderSink::AddRef() { return refCount_.fetch_add(1, std::memory_order_relaxed) + 1; }
-
-uint32_t RenderSink::Release() {
-    const uint32_t count = refCount_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if (count == 0) delete this;
-    return count;
 }
 
 int32_t RenderSink::Notify() { return kOk; }
@@ -79,8 +85,7 @@ int32_t AudioRenderSink::EndOfStream() {
     // The sound's end goes on to the audio output; nothing from there may reach the host.
     try {
         if (SampleTarget* engine = target()) engine->OnAudioEndOfStream();
-    } catch (...) {
-    }
+    } catch (...) {}
     return kOk;
 }
 

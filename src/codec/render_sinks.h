@@ -1,48 +1,29 @@
 // The push sinks that a codec host delivers decoded samples into: VideoRenderSink and
-// AudioRenderSink, both implementing Vexel::IPushStream through RenderSink. Each unpacks a delivered
-// sample into data, byte count and start/stop time, checks its media kind and hands it to its
-// SampleTarget (the render engine).
+// AudioRenderSink, both implementing Vexel::IPushStream through RenderSink. Each unpacks a
+// delivered sample into data, byte count and start/stop time, checks its media kind and hands it to
+// its SampleTarget (the render engine).
 //
 // Threads: Push, Notify and EndOfStream run on the codec host's delivery threads (one per stream).
-// QueryInterface, AddRef and Release may come from any thread; the count is atomic. Disconnect runs
-// on the thread that destroys the engine, after the host has stopped delivering.
+// QueryInterface, AddRef and Release may come from any thread. Disconnect runs on the thread that
+// destroys the engine, after the host has stopped delivering.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
 #include "codec/sample_target.h"
-#include "common/counted_ref.h"
 #include "vexel/codec_host.h"
+#include "vexel/com_object.h"
+#include "vexel/counted_ref.h"
 
 namespace vexel {
 
-// Push result for a malformed sample (no data, or the wrong media kind) and for any other failure
-// raised while delivering it. No exception may travel back into the codec host's module.
-inline constexpr int32_t ERR_SAMPLE_FAULT = static_cast<int32_t>(0x80004005u);
-
-// A delivered sample as the sinks hand it on.
-struct DeliveredSample {
-    const uint8_t* data = nullptr;
-    uint32_t size = 0;
-    int64_t startTime = 0;  // 100-ns ticks
-    int64_t stopTime = 0;   // 100-ns ticks
-};
-
-// Reads `sample` through GetBuffer, BufferAcquired and GetInfo. Throws a std::exception without a
-// message when it holds no data or its media kind is not `mediaKind`.
-DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind);
-
-class RenderSink : public Vexel::IPushStream {
+// Counted by ComObject: made with no reference, destroyed with its last one.
+class RenderSink : public ComObject<Vexel::IPushStream> {
 public:
-    RenderSink(const RenderSink&) = delete;
-    RenderSink& operator=(const RenderSink&) = delete;
-
     // Answers IID_PushStream only, with this sink's IPushStream pointer and without adding a
     // reference (the engine and the host count references themselves).
     int32_t QueryInterface(const GUID* id, void** out) override;
-    uint32_t AddRef() override;
-    uint32_t Release() override;  // destroys the sink with its last reference
 
     int32_t Notify() override;  // accepted and ignored
 
@@ -52,14 +33,13 @@ public:
 
 protected:
     explicit RenderSink(SampleTarget* target) : target_(target) {}
-    virtual ~RenderSink() = default;
+    ~RenderSink() override = default;
 
     using DeliverFn = int32_t (SampleTarget::*)(const uint8_t*, uint32_t, int64_t, int64_t);
     int32_t PushAs(IPushSample* sample, uint32_t mediaKind, DeliverFn deliver);
     SampleTarget* target() const { return target_.load(std::memory_order_acquire); }
 
 private:
-    std::atomic<uint32_t> refCount_{0};
     std::atomic<SampleTarget*> target_;
 };
 

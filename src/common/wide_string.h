@@ -16,7 +16,4 @@ inline WideString Widen(std::string_view text) {
     return out;
 }
 
-// Narrows to UTF-8 for printing; surrogate pairs are combined, lone surrogates become U+FFFD.
-std::string ToUtf8(std::u16string_view text);
-
 }  // namespace vexel

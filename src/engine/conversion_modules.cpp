@@ -1,11 +1,9 @@
 #include "engine/conversion_modules.h"
 
-#include <mutex>
-
 namespace vexel {
 
-PixelConvertModule::PixelConvertModule() : module_(kPixelConvertModule) {
-    if (!module_) return;
+PixelConvertModule::PixelConvertModule() {
+    if (!module_.Load()) return;
     auto bufferSize = module_.Function<CalculateBufferSizeFn>(kCalculateBufferSizeSymbol);
     auto planePointer = module_.Function<CalculatePlanePointerFn>(kCalculatePlanePointerSymbol);
     auto convert = module_.Function<ConvertBuffersFn>(kConvertBuffersSymbol);
@@ -17,15 +15,9 @@ PixelConvertModule::PixelConvertModule() : module_(kPixelConvertModule) {
 }
 
 UnwrapFn UnwrapFunction(bool dual) {
-    static std::once_flag loadOnce[2];
-    static UnwrapFn functions[2] = {nullptr, nullptr};
-    const int index = dual ? 1 : 0;
-    std::call_once(loadOnce[index], [&] {
-        ModuleHandle module(kSphereUnwrapModule);
-        functions[index] = module.Function<UnwrapFn>(dual ? kDualFisheyeSymbol : kSingleFisheyeSymbol);
-        module.KeepLoaded();  // one more load of the same module; it is never unloaded
-    });
-    return functions[index];
+    constinit static SiblingModule sphereUnwrap(kSphereUnwrapModule);
+    if (!sphereUnwrap.Load()) return nullptr;
+    return sphereUnwrap.Function<UnwrapFn>(dual ? kDualFisheyeSymbol : kSingleFisheyeSymbol);
 }
 
 }  // namespace vexel

@@ -1,5 +1,5 @@
 // Bindings to the colour conversion module (loaded with each engine, freed with it) and the fisheye
-// unwrapping module (loaded on first use of each lens layout, kept for the life of the process).
+// unwrapping module (loaded on first use, kept for the life of the process).
 //
 // Threads: a PixelConvertModule is made and destroyed by the engine's owner and used by the video
 // delivery thread. UnwrapFunction may be called from any thread.
@@ -13,6 +13,10 @@ namespace vexel {
 class PixelConvertModule {
 public:
     PixelConvertModule();
+    ~PixelConvertModule() { module_.Unload(); }
+    PixelConvertModule(const PixelConvertModule&) = delete;
+    PixelConvertModule& operator=(const PixelConvertModule&) = delete;
+
     // True when the module and its three functions were found.
     bool Available() const { return convert_ != nullptr; }
 
@@ -23,7 +27,7 @@ public:
     }
 
 private:
-    ModuleHandle module_;
+    SiblingModule module_{kPixelConvertModule};
     CalculateBufferSizeFn bufferSize_ = nullptr;
     CalculatePlanePointerFn planePointer_ = nullptr;
     ConvertBuffersFn convert_ = nullptr;

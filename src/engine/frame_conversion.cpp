@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "common/log.h"
-#include "common/status.h"
+#include "vexel/status.h"
 #include "engine/render_engine.h"
 
 namespace vexel {

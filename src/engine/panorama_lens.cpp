@@ -1,8 +1,5 @@
 #include "engine/panorama_lens.h"
 
-#include <atomic>
-#include <mutex>
-
 #include "platform/module.h"
 #include "vexel/conversion.h"
 
@@ -10,90 +7,61 @@ namespace vexel {
 
 namespace {
 
-struct LensFunctions {
-    GetPanoramaAngleFn getAngle = nullptr;
-    GetPanoramaPanFn getPan = nullptr;
-    GetPanoramaZoomFn getZoom = nullptr;
-    SetPanoramaAngleFn setAngle = nullptr;
-    SetPanoramaPanFn setPan = nullptr;
-    LensGeometryGetFn leftCenterX = nullptr, leftCenterY = nullptr;
-    LensGeometryGetFn rightCenterX = nullptr, rightCenterY = nullptr;
-    LensGeometryGetFn radius = nullptr;
-    bool complete = false;
-};
+constinit SiblingModule lensParams(kLensParamsModule);  // kept for the life of the process
 
-// Published once every function was found; until then each new lens tries to load the module
-// again, so a module that appears later (or is loaded by the host first) is picked up.
-LensFunctions loaded;
-std::atomic<bool> ready{false};
-std::mutex loading;
-const LensFunctions missing;
-
-void TryLoad() {
-    std::lock_guard<std::mutex> guard(loading);
-    if (ready.load()) return;
-    ModuleHandle module(kLensParamsModule);
-    if (!module) return;
-    LensFunctions f;
-    f.getAngle = module.Function<GetPanoramaAngleFn>(kGetPanoramaAngleSymbol);
-    f.getPan = module.Function<GetPanoramaPanFn>(kGetPanoramaPanSymbol);
-    f.getZoom = module.Function<GetPanoramaZoomFn>(kGetPanoramaZoomSymbol);
-    f.setAngle = module.Function<SetPanoramaAngleFn>(kSetPanoramaAngleSymbol);
-    f.setPan = module.Function<SetPanoramaPanFn>(kSetPanoramaPanSymbol);
-    f.leftCenterX = module.Function<LensGeometryGetFn>(kGetLeftCenterXSymbol);
-    f.leftCenterY = module.Function<LensGeometryGetFn>(kGetLeftCenterYSymbol);
-    f.rightCenterX = module.Function<LensGeometryGetFn>(kGetRightCenterXSymbol);
-    f.rightCenterY = module.Function<LensGeometryGetFn>(kGetRightCenterYSymbol);
-    f.radius = module.Function<LensGeometryGetFn>(kGetRadiusSymbol);
-    f.complete = f.getAngle && f.getPan && f.getZoom && f.setAngle && f.setPan && f.leftCenterX &&
-                 f.leftCenterY && f.rightCenterX && f.rightCenterY && f.radius;
-    if (!f.complete) return;  // the handle closes the module again
-    loaded = f;
-    module.KeepLoaded();  // the lens module stays for the life of the process
-    ready.store(true);
+template <class Fn>
+Fn Lens(const char* symbol) {
+    return lensParams.Function<Fn>(symbol);
 }
-
-const LensFunctions& Lens() { return ready.load() ? loaded : missing; }
 
 }  // namespace
 
-PanoramaLens::PanoramaLens() {
-    if (!ready.load()) TryLoad();
+PanoramaLens::PanoramaLens() { lensParams.Load(); }
+
+bool PanoramaLens::Available() {
+    for (const char* symbol :
+         {kGetPanoramaAngleSymbol, kGetPanoramaPanSymbol, kGetPanoramaZoomSymbol,
+          kSetPanoramaAngleSymbol, kSetPanoramaPanSymbol, kGetLeftCenterXSymbol,
+          kGetLeftCenterYSymbol, kGetRightCenterXSymbol, kGetRightCenterYSymbol, kGetRadiusSymbol}) {
+        if (lensParams.Symbol(symbol) == nullptr) return false;
+    }
+    return true;
 }
 
-
-bool PanoramaLens::Available() { return Lens().complete; }
-
 void PanoramaLens::GetAngle(double time, double* pan, double* tilt, double* fov) {
-    if (Lens().getAngle) Lens().getAngle(time, pan, tilt, fov);
+    if (auto f = Lens<GetPanoramaAngleFn>(kGetPanoramaAngleSymbol)) f(time, pan, tilt, fov);
 }
 
 void PanoramaLens::GetPan(double time, double* pan, double* tilt) {
-    if (Lens().getPan) Lens().getPan(time, pan, tilt);
+    if (auto f = Lens<GetPanoramaPanFn>(kGetPanoramaPanSymbol)) f(time, pan, tilt);
 }
 
 void PanoramaLens::GetZoom(double time, double* fov) {
-    if (Lens().getZoom) Lens().getZoom(time, fov);
+    if (auto f = Lens<GetPanoramaZoomFn>(kGetPanoramaZoomSymbol)) f(time, fov);
 }
 
 void PanoramaLens::SetAngle(double time, double pan, double tilt, double fov) {
-    if (Lens().setAngle) Lens().setAngle(time, pan, tilt, fov);
+    if (auto f = Lens<SetPanoramaAngleFn>(kSetPanoramaAngleSymbol)) f(time, pan, tilt, fov);
 }
 
 void PanoramaLens::SetPan(double time, double pan, double tilt) {
-    if (Lens().setPan) Lens().setPan(time, pan, tilt);
+    if (auto f = Lens<SetPanoramaPanFn>(kSetPanoramaPanSymbol)) f(time, pan, tilt);
 }
 
 bool PanoramaLens::GetGeometry(bool dual, LensGeometry& geometry) {
-    const LensFunctions& f = Lens();
-    if (!f.complete) return false;
-    f.leftCenterX(0.0, &geometry.leftCenterX);
-    f.leftCenterY(0.0, &geometry.leftCenterY);
+    const auto leftX = Lens<LensGeometryGetFn>(kGetLeftCenterXSymbol);
+    const auto leftY = Lens<LensGeometryGetFn>(kGetLeftCenterYSymbol);
+    const auto rightX = Lens<LensGeometryGetFn>(kGetRightCenterXSymbol);
+    const auto rightY = Lens<LensGeometryGetFn>(kGetRightCenterYSymbol);
+    const auto radius = Lens<LensGeometryGetFn>(kGetRadiusSymbol);
+    if (!leftX || !leftY || !rightX || !rightY || !radius) return false;
+    leftX(0.0, &geometry.leftCenterX);
+    leftY(0.0, &geometry.leftCenterY);
     if (dual) {
-        f.rightCenterX(0.0, &geometry.rightCenterX);
-        f.rightCenterY(0.0, &geometry.rightCenterY);
+        rightX(0.0, &geometry.rightCenterX);
+        rightY(0.0, &geometry.rightCenterY);
     }
-    f.radius(0.0, &geometry.radius);
+    radius(0.0, &geometry.radius);
     return true;
 }
 

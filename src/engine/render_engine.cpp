@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "common/log.h"
-#include "common/status.h"
+#include "vexel/status.h"
 #include "platform/perf_counter.h"
 #include "platform/sleep.h"
 #include "projection/view_projector.h"

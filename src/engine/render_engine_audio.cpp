@@ -5,7 +5,7 @@
 
 #include "audio/audio_block_plan.h"
 #include "common/log.h"
-#include "common/status.h"
+#include "vexel/status.h"
 #include "engine/render_engine.h"
 
 namespace vexel {

@@ -2,34 +2,28 @@
 
 #include <dlfcn.h>
 
+#include "common/log.h"
+
 namespace vexel {
 
-void* LoadModule(const char* fileName) {
-    if (fileName == nullptr || fileName[0] == '\0') return nullptr;
-    return dlopen(fileName, RTLD_NOW | RTLD_LOCAL);
-}
-
-void* FindSymbol(void* module, const char* symbol) {
-    if (module == nullptr || symbol == nullptr) return nullptr;
-    return dlsym(module, symbol);
-}
-
-void FreeModule(void* module) {
-    if (module != nullptr) dlclose(module);
-}
-
-ModuleHandle& ModuleHandle::operator=(ModuleHandle&& other) noexcept {
-    if (this != &other) {
-        Reset();
-        module_ = other.module_;
-        other.module_ = nullptr;
+bool SiblingModule::Load() {
+    if (Loaded()) return true;
+    std::lock_guard<std::mutex> guard(loading_);
+    if (!Loaded() && fileName_ != nullptr && fileName_[0] != '\0') {
+        module_.store(dlopen(fileName_, RTLD_NOW | RTLD_LOCAL), std::memory_order_release);
     }
-    return *this;
+    if (!Loaded() && missingMessage_ != nullptr) LogPrintf("%s", missingMessage_);
+    return Loaded();
 }
 
-void ModuleHandle::Reset() {
-    FreeModule(module_);
-    module_ = nullptr;
+void SiblingModule::Unload() {
+    std::lock_guard<std::mutex> guard(loading_);
+    if (void* module = module_.exchange(nullptr)) dlclose(module);
+}
+
+void* SiblingModule::Symbol(const char* symbol) const {
+    void* module = handle();
+    return module != nullptr && symbol != nullptr ? dlsym(module, symbol) : nullptr;
 }
 
 }  // namespace vexel

@@ -1,7 +1,8 @@
 // Thread: one joinable thread of the library (render, present, command threads).
 //
-// Threads: Start, Join and IsStarted are called by the owner's thread (one at a time); the body runs
-// on the new thread. A thread that must stop is told so by the owner's own atomic flag before Join.
+// Threads: Start, Join and IsStarted are called by the owner's thread (one at a time); the body
+// runs on the new thread. A thread that must stop is told so by the owner's own atomic flag before
+// Join.
 #pragma once
 
 #include <functional>

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "codec/load_codec_host.h"
-#include "common/status.h"
+#include "vexel/status.h"
 #include "platform/sleep.h"
 
 namespace vexel {

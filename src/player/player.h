@@ -15,7 +15,7 @@
 #include <memory>
 #include <mutex>
 
-#include "common/counted_ref.h"
+#include "vexel/counted_ref.h"
 #include "engine/render_engine.h"
 #include "platform/thread.h"
 #include "samples/inlay_buffer.h"

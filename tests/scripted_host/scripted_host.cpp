@@ -25,9 +25,6 @@
 
 namespace {
 
-constexpr int32_t kFail = static_cast<int32_t>(0x80004005u);
-constexpr int32_t kNoInterface = static_cast<int32_t>(0x80004002u);
-
 // Reader state codes: 0 and 3 mean "can be repositioned".
 constexpr uint32_t kStateIdle = 0;
 constexpr uint32_t kStatePaused = 1;
@@ -55,7 +52,7 @@ std::mutex gMutex;  // guards everything below that is not atomic
 ScriptedScript gScript;
 std::vector<ScriptedCall> gLog;
 std::vector<std::shared_ptr<ReaderRecord>> gReaders;  // index = reader number - 1
-uint32_t gNextNumber[5] = {1, 1, 1, 1, 1};           // per object kind
+uint32_t gNextNumber[5] = {1, 1, 1, 1, 1};            // per object kind
 std::atomic<bool> gBusy{false};
 std::atomic<int64_t> gLiveObjects{0};
 std::atomic<int64_t> gLiveReferences{0};
@@ -150,16 +147,19 @@ int64_t GuidArg(const GUID* id) { return id != nullptr ? id->Data1 : 0; }
 class Sample final : public Object<IPushSample> {
 public:
     Sample(std::vector<uint8_t> data, int64_t start, int64_t stop, uint32_t mediaKind)
-        : Object(Kind::Sample), data_(std::move(data)), start_(start), stop_(stop),
+        : Object(Kind::Sample),
+          data_(std::move(data)),
+          start_(start),
+          stop_(stop),
           mediaKind_(mediaKind) {}
 
     int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, kNoInterface, id, id ? sizeof(GUID) : 0);
-        return kNoInterface;
+        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
+        return E_NOINTERFACE;
     }
     int32_t GetBuffer(BufferDesc* buffer) override {
         Log(name(), "GetBuffer", {buffer != nullptr});
-        if (buffer == nullptr) return kFail;
+        if (buffer == nullptr) return E_FAIL;
         buffer->data = data_.data();  // the host writes only the first 12 bytes
         buffer->size = static_cast<uint32_t>(data_.size());
         return 0;
@@ -170,7 +170,7 @@ public:
     }
     int32_t GetInfo(SampleInfo* info) override {
         Log(name(), "GetInfo", {}, 0, info, info ? sizeof(SampleInfo) : 0);
-        if (info == nullptr) return kFail;
+        if (info == nullptr) return E_FAIL;
         info->startTime = start_;
         info->stopTime = stop_;
         info->mediaKind = mediaKind_;
@@ -214,11 +214,12 @@ std::vector<uint8_t> AudioBlock(uint32_t k, const ScriptedScript& s) {
 
 class Description final : public Object<MediaDescription> {
 public:
-    explicit Description(const ScriptedScript& script) : Object(Kind::Description), script_(script) {}
+    explicit Description(const ScriptedScript& script)
+        : Object(Kind::Description), script_(script) {}
 
     int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, kNoInterface, id, id ? sizeof(GUID) : 0);
-        return kNoInterface;
+        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
+        return E_NOINTERFACE;
     }
     int32_t Reserved1() override {
         Log(name(), "Reserved1");
@@ -226,7 +227,7 @@ public:
     }
     int32_t GetStreamCount(uint32_t* count) override {
         Log(name(), "GetStreamCount", {count != nullptr});
-        if (count == nullptr) return kFail;
+        if (count == nullptr) return E_FAIL;
         *count = script_.streamCount;
         return 0;
     }
@@ -238,7 +239,7 @@ public:
         Log(name(), "GetStreamInfo",
             {index, entry(second), entry(streamDuration), reserved == nullptr}, 0, first,
             first ? sizeof *first : 0);
-        if (info == nullptr || index >= script_.streamCount || index >= 4) return kFail;
+        if (info == nullptr || index >= script_.streamCount || index >= 4) return E_FAIL;
         const ScriptedStream& s = script_.streams[index];
         std::memset(info, 0xA5, sizeof *info);  // bytes the player must carry along untouched
         info->kind = s.kind;
@@ -262,8 +263,8 @@ public:
     Stream() : Object(Kind::Stream) {}
 
     int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, kNoInterface, id, id ? sizeof(GUID) : 0);
-        return kNoInterface;
+        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
+        return E_NOINTERFACE;
     }
     int32_t Reserved1() override { return LogReserved("Reserved1"); }
     int32_t Reserved2() override { return LogReserved("Reserved2"); }
@@ -304,7 +305,7 @@ public:
     }
 
     int32_t QueryInterface(const GUID* id, void** out) override {
-        int32_t status = kNoInterface;
+        int32_t status = E_NOINTERFACE;
         if (id != nullptr && out != nullptr) {
             if (*id == IID_PlaybackControl && !script_.noPlaybackControl) {
                 status = Answer(static_cast<PlaybackControl*>(this), out);
@@ -324,9 +325,9 @@ public:
     int32_t Open(const char* utf8Path, MediaDescription** out) override {
         script_ = CurrentScript();
         const size_t length = utf8Path ? std::strlen(utf8Path) + 1 : 0;
-        const int32_t status = script_.failOpen || out == nullptr ? kFail : 0;
+        const int32_t status = script_.failOpen || out == nullptr ? E_FAIL : 0;
         Log(name(), "Open", {reinterpret_cast<intptr_t>(utf8Path)}, status, utf8Path, length);
-        if (out == nullptr) return kFail;
+        if (out == nullptr) return E_FAIL;
         *out = nullptr;
         if (status != 0) return status;
         auto* description = new Description(script_);
@@ -337,8 +338,8 @@ public:
 
     int32_t SelectStream(uint32_t index, MediaStream** out) override {
         const bool valid = index < script_.streamCount && index < 4 && out != nullptr;
-        Log(name(), "SelectStream", {index}, valid ? 0 : kFail);
-        if (!valid) return kFail;
+        Log(name(), "SelectStream", {index}, valid ? 0 : E_FAIL);
+        if (!valid) return E_FAIL;
         kind_ = static_cast<int32_t>(script_.streams[index].kind);
         record_->kind = kind_;
         auto* stream = new Stream();
@@ -361,7 +362,7 @@ public:
         Log(name(), "GetProperty", {}, 0, record, record ? record->size : 0);
         if (record == nullptr || record->size < sizeof(MediaFormat) ||
             record->key != KEY_MediaFormat) {
-            return kFail;
+            return E_FAIL;
         }
         auto* format = reinterpret_cast<MediaFormat*>(record);
         if (kind_ == 1) {
@@ -375,7 +376,7 @@ public:
             format->payload.audio.samplesPerSecond = script_.audioSamplesPerSecond;
             format->payload.audio.bitsPerSample = script_.audioBitsPerSample;
         } else {
-            return kFail;
+            return E_FAIL;
         }
         return 0;
     }
@@ -428,8 +429,9 @@ public:
         return 0;
     }
 
-    // Ends delivery. A thread blocked inside the sink cannot be joined here (the sink may be waiting
-    // for the player's next step); it ends when Push returns and is joined by Run or destruction.
+    // Ends delivery. A thread blocked inside the sink cannot be joined here (the sink may be
+    // waiting for the player's next step); it ends when Push returns and is joined by Run or
+    // destruction.
     int32_t Stop() override {
         Log(name(), "Stop");
         bool inSink;
@@ -448,7 +450,7 @@ public:
     int32_t GetState(uint32_t* state) override {
         const uint32_t value = gBusy ? kStateRunning : record_->state.load();
         Log(name(), "GetState", {}, value);
-        if (state == nullptr) return kFail;
+        if (state == nullptr) return E_FAIL;
         *state = value;
         return 0;
     }
@@ -504,7 +506,7 @@ private:
             sample->AddRef();
             record_->pushesStarted++;
             record_->lastPushedTime = start;
-            int32_t status = kFail;
+            int32_t status = E_FAIL;
             try {
                 status = sink->Push(sample);
             } catch (...) {
@@ -561,8 +563,8 @@ public:
     Host() : Object(Kind::Host) {}
 
     int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, kNoInterface, id, id ? sizeof(GUID) : 0);
-        return kNoInterface;
+        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
+        return E_NOINTERFACE;
     }
     int32_t Reserved1() override {
         Log(name(), "Reserved1");
@@ -574,7 +576,7 @@ public:
     }
     int32_t CreateReader(MediaReader** out) override {
         Log(name(), "CreateReader", {out != nullptr});
-        if (out == nullptr) return kFail;
+        if (out == nullptr) return E_FAIL;
         auto* reader = new Reader();
         reader->AddRef();
         *out = reader;
@@ -589,10 +591,10 @@ public:
 
 SCRIPTED_EXPORT int32_t CreateCodecHost(CodecHost** out) {
     const bool fail = CurrentScript().failCreateHost;
-    Log("module", "CreateCodecHost", {out != nullptr}, fail ? kFail : 0);
-    if (out == nullptr) return kFail;
+    Log("module", "CreateCodecHost", {out != nullptr}, fail ? E_FAIL : 0);
+    if (out == nullptr) return E_FAIL;
     *out = nullptr;
-    if (fail) return kFail;
+    if (fail) return E_FAIL;
     auto* host = new Host();
     host->AddRef();
     *out = host;

@@ -19,11 +19,11 @@
 
 // One stream of the scripted file, as GetStreamInfo describes it.
 struct ScriptedStream {
-    uint32_t kind = 1;             // 1 video, 0 audio, others are skipped by the player
-    uint32_t width = 64;           // video: pixels; audio: channel count
-    uint32_t height = 32;          // video: pixels; audio: samples per second
-    double frameRate = 30.0;       // video: StreamInfo frame rate
-    double duration = 1.0;         // seconds; 0.0 makes the player use streamDuration
+    uint32_t kind = 1;                     // 1 video, 0 audio, others are skipped by the player
+    uint32_t width = 64;                   // video: pixels; audio: channel count
+    uint32_t height = 32;                  // video: pixels; audio: samples per second
+    double frameRate = 30.0;               // video: StreamInfo frame rate
+    double duration = 1.0;                 // seconds; 0.0 makes the player use streamDuration
     uint64_t streamDuration = 10'000'000;  // ticks
 };
 
@@ -73,16 +73,16 @@ struct ScriptedCall {
 
 // What one reader did with its span deliveries. Readers are numbered as in the log.
 struct ScriptedReaderStats {
-    int32_t kind;           // kind of the selected stream, -1 before SelectStream
-    uint32_t state;         // what GetState reports now (without the busy override)
-    int64_t references;     // the reader's reference count now (0 once destroyed)
+    int32_t kind;        // kind of the selected stream, -1 before SelectStream
+    uint32_t state;      // what GetState reports now (without the busy override)
+    int64_t references;  // the reader's reference count now (0 once destroyed)
     uint64_t pushesStarted;
-    uint64_t pushesAccepted;  // Push returned a non-negative status
-    uint64_t pushesRefused;   // Push returned a negative status
-    uint64_t endOfStreams;    // EndOfStream calls on the sink
-    uint64_t deliveriesEnded; // delivery threads that have finished
-    uint64_t faults;          // exceptions out of Push
-    int64_t lastPushedTime;   // start time of the last sample handed to Push, -1 before any
+    uint64_t pushesAccepted;   // Push returned a non-negative status
+    uint64_t pushesRefused;    // Push returned a negative status
+    uint64_t endOfStreams;     // EndOfStream calls on the sink
+    uint64_t deliveriesEnded;  // delivery threads that have finished
+    uint64_t faults;           // exceptions out of Push
+    int64_t lastPushedTime;    // start time of the last sample handed to Push, -1 before any
     bool destroyed;
 };
 

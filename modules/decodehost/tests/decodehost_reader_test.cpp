@@ -4,7 +4,7 @@
 
 #include "reader_fixture.h"
 
-namespace decodehost_test {
+namespace vexel::decodehost_test {
 namespace {
 
 // ---------------------------------------------------------------------------------------------
@@ -115,7 +115,8 @@ TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest, testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
+INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest,
+                         testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
                          [](const testing::TestParamInfo<const char*>& info) {
                              std::string name = info.param;
                              return name.substr(0, name.find('.'));
@@ -147,7 +148,8 @@ TEST_F(ReaderTest, DeliversContinuousPcmWithTheBeeps) {
     for (size_t i = 0; i < records.size(); ++i) {
         EXPECT_EQ(records[i].kind, kMediaKindAudio);
         EXPECT_EQ(records[i].size % 4, 0u) << "whole stereo 16-bit sample frames";
-        EXPECT_EQ(records[i].stop - records[i].start, static_cast<int64_t>(records[i].pcm.size() / 2) * kSecond / 48000);
+        EXPECT_EQ(records[i].stop - records[i].start,
+                  static_cast<int64_t>(records[i].pcm.size() / 2) * kSecond / 48000);
         if (i > 0) {
             EXPECT_NEAR(records[i].start, records[i - 1].stop, 1) << "block " << i;
         }
@@ -158,7 +160,8 @@ TEST_F(ReaderTest, DeliversContinuousPcmWithTheBeeps) {
     // Loud during the first tenth of each second, silent in the middle of it.
     auto level = [&](double from, double to) {
         double sum = 0;
-        const size_t a = static_cast<size_t>(from * 48000) * 2, b = static_cast<size_t>(to * 48000) * 2;
+        const size_t a = static_cast<size_t>(from * 48000) * 2,
+                     b = static_cast<size_t>(to * 48000) * 2;
         for (size_t i = a; i < b && i < pcm.size(); ++i) sum += std::abs(pcm[i]);
         return sum / static_cast<double>(b - a);
     };
@@ -273,4 +276,4 @@ TEST_F(ReaderTest, DamagedPacketsAreSkipped) {
 }
 
 }  // namespace
-}  // namespace decodehost_test
+}  // namespace vexel::decodehost_test

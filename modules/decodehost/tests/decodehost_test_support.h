@@ -14,18 +14,20 @@
 
 #include "frame_code.h"
 
-namespace decodehost_test {
+namespace vexel::decodehost_test {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr int64_t kSecond = 10'000'000;  // ticks
+constexpr int64_t kSecond = 10'000'000;   // ticks
 constexpr int64_t kFrame = kSecond / 10;  // the test clips run at 10 frames per second
 // Generous: the sanitizer builds run these tests too, on a busy machine.
 constexpr milliseconds kDeadline{20'000};
 
 // A clip made by make_clips.sh (equirect.mp4: 128x64, 20 frames, keyframe every 10, stereo).
-inline std::string Clip(const std::string& name) { return std::string(DECODEHOST_TEST_CLIPS) + "/" + name; }
+inline std::string Clip(const std::string& name) {
+    return std::string(DECODEHOST_TEST_CLIPS) + "/" + name;
+}
 
 // Polls pred every millisecond until it holds or the deadline passes; returns its last answer.
 template <class Pred>
@@ -50,4 +52,4 @@ inline int64_t FrameNumber(const uint8_t* pixels, int width, int height, bool bo
     return framecode::Read(top.data(), width, rows);
 }
 
-}  // namespace decodehost_test
+}  // namespace vexel::decodehost_test

@@ -8,9 +8,9 @@
 
 #include <numeric>
 
-#include "common/counted_ref.h"
 #include "recording_sink.h"
 #include "vexel/codec_host.h"
+#include "vexel/counted_ref.h"
 
 namespace decodehost_test {
 

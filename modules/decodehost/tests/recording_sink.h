@@ -15,22 +15,22 @@
 #include "decodehost_test_support.h"
 #include "vexel/codec_host.h"
 
-namespace decodehost_test {
+namespace vexel::decodehost_test {
 
 struct PushedRecord {
     int64_t start = 0;
     int64_t stop = 0;
     uint32_t kind = 0;
     uint32_t size = 0;
-    int64_t frame = -1;           // pictures: the drawn frame number
-    std::vector<int16_t> pcm;     // sound blocks: the samples
+    int64_t frame = -1;        // pictures: the drawn frame number
+    std::vector<int16_t> pcm;  // sound blocks: the samples
 };
 
 class RecordingSink final : public Vexel::IPushStream {
 public:
     RecordingSink(int width, int height) : width_(width), height_(height) {}
 
-    int32_t QueryInterface(const GUID*, void**) override { return static_cast<int32_t>(0x80004002u); }
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
     uint32_t AddRef() override { return ++refs_; }
     uint32_t Release() override { return --refs_; }  // lives on the test's stack
     int32_t Notify() override { return 0; }
@@ -48,7 +48,8 @@ public:
         record.kind = info.mediaKind;
         record.size = buffer.size;
         const auto* bytes = static_cast<const uint8_t*>(buffer.data);
-        if (info.mediaKind == kMediaKindVideo && buffer.size == static_cast<uint32_t>(width_ * height_ * 4)) {
+        if (info.mediaKind == kMediaKindVideo &&
+            buffer.size == static_cast<uint32_t>(width_ * height_ * 4)) {
             record.frame = FrameNumber(bytes, width_, height_, true);
         } else if (info.mediaKind == kMediaKindAudio) {
             record.pcm.resize(buffer.size / 2);
@@ -62,7 +63,7 @@ public:
         inPush_ = false;
         if (refuseAfter_ >= 0 && static_cast<int64_t>(records_.size()) >= refuseAfter_) {
             ++refused_;
-            return static_cast<int32_t>(0xA2100010u);
+            return ERR_SAMPLE_REFUSED;
         }
         records_.push_back(std::move(record));
         changed_.notify_all();
@@ -130,4 +131,4 @@ private:
     bool inPush_ = false;
 };
 
-}  // namespace decodehost_test
+}  // namespace vexel::decodehost_test

@@ -1,6 +1,6 @@
 // CountedRef<T>: holds at most one reference on a reference-counted interface (AddRef / Release).
 // Copying takes a further reference, moving hands the reference over, reset and destruction give
-// it back. Every interface pointer the library keeps is held this way.
+// it back. Every interface pointer the library and its modules keep is held this way.
 //
 // Threads: a CountedRef object is used by one thread at a time; distinct CountedRefs on the same
 // interface may live on different threads when the object's own counting allows it.
@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "common/status.h"
+#include "vexel/status.h"
 
 namespace vexel {
 
@@ -50,15 +50,6 @@ public:
         ref.p_ = p;
         return ref;
     }
-
-    // Gives back the held reference, if any, and adopts `p` without AddRef.
-    void Attach(T* p) noexcept {
-        T* old = std::exchange(p_, p);
-        if (old != nullptr) old->Release();
-    }
-
-    // Hands the held reference to the caller, leaving this empty.
-    [[nodiscard]] T* Detach() noexcept { return std::exchange(p_, nullptr); }
 
     void reset() noexcept {
         if (T* old = std::exchange(p_, nullptr)) old->Release();

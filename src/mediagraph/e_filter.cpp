@@ -1,7 +1,6 @@
-#include "audio/e_filter.h"
+#include "mediagraph/e_filter.h"
 
-#include "platform/com_runtime.h"
-#include "platform/module.h"
+#include "mediagraph/com_runtime.h"
 
 namespace vexel {
 
@@ -29,28 +28,31 @@ bool EFilter::Attach(IBaseFilter* filter, const EGraphBuilder& graph, const Wide
     return graph.AddFilterEx(*this, name.empty() ? Name() : name) >= 0;
 }
 
-bool EFilter::CoCreateInstance(const EGraphBuilder& graph, const GUID& clsid, const WideString& name,
-                               FailMode mode) {
+bool EFilter::CoCreateInstance(const EGraphBuilder& graph, const GUID& clsid,
+                               const WideString& name, FailMode mode) {
     _filter.reset();
-    const HRESULT hr = vexel::CoCreateInstance(&clsid, nullptr, CLSCTX_INPROC_SERVER, &IID_IBaseFilter,
-                                               reinterpret_cast<void**>(_filter.put()));
+    const HRESULT hr =
+        vexel::CoCreateInstance(&clsid, nullptr, CLSCTX_INPROC_SERVER, &IID_IBaseFilter,
+                                reinterpret_cast<void**>(_filter.put()));
     if (CheckHResult(hr, FilterContext("EFilter::CoCreateInstance( ", name), mode)) return false;
     return AddTo(graph, name);
 }
 
-bool EFilter::FilterGetClassObject(const EGraphBuilder& graph, void* module, const GUID& clsid,
-                                   const WideString& name, FailMode mode) {
-    if (module == nullptr) return false;
-    auto getClassObject = reinterpret_cast<DllGetClassObjectFn>(FindSymbol(module, "DllGetClassObject"));
+bool EFilter::FilterGetClassObject(const EGraphBuilder& graph, const SiblingModule& module,
+                                   const GUID& clsid, const WideString& name, FailMode mode) {
+    const auto getClassObject = module.Function<DllGetClassObjectFn>("DllGetClassObject");
     if (getClassObject == nullptr) return false;
 
     CountedRef<IClassFactory> factory;
-    HRESULT hr = getClassObject(&clsid, &IID_IClassFactory, reinterpret_cast<void**>(factory.put()));
-    if (CheckHResult(hr, FilterContext("EFilter::FilterGetClassObject( ", name), mode)) return false;
+    HRESULT hr =
+        getClassObject(&clsid, &IID_IClassFactory, reinterpret_cast<void**>(factory.put()));
+    if (CheckHResult(hr, FilterContext("EFilter::FilterGetClassObject( ", name), mode))
+        return false;
     if (!factory) return false;
 
     _filter.reset();
-    hr = factory->CreateInstance(nullptr, &IID_IBaseFilter, reinterpret_cast<void**>(_filter.put()));
+    hr =
+        factory->CreateInstance(nullptr, &IID_IBaseFilter, reinterpret_cast<void**>(_filter.put()));
     if (CheckHResult(hr, FilterContext("EFilter::CreateInstance( ", name), mode)) return false;
     return AddTo(graph, name);
 }

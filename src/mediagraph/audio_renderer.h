@@ -19,15 +19,18 @@
 #include <mutex>
 #include <string>
 
-#include "common/counted_ref.h"
-#include "platform/audio_device.h"
+#include "audio/audio_device.h"
+#include "audio/pcm_timeline.h"
 #include "vexel/com_object.h"
-#include "platform/pcm_timeline.h"
+#include "vexel/counted_ref.h"
+#include "vexel/filter_parts.h"
+#include "vexel/media_graph.h"
 
 namespace vexel {
 
-class AudioRenderer final : public ComObject<IBaseFilter, IBasicAudio> {
+class AudioRenderer final : public OnePinFilter<IBasicAudio> {
 public:
+    AudioRenderer() = default;  // made through Create
     // A new renderer asked for `iid`.
     static HRESULT Create(const GUID* iid, void** out);
     // True for the PCM types the renderer plays.
@@ -39,31 +42,24 @@ public:
     HRESULT Stop() override;
     HRESULT Pause() override;
     HRESULT Run() override;
-    HRESULT GetState(uint32_t timeoutMs, FILTER_STATE* state) override;
-    HRESULT EnumPins(IEnumPins** out) override;
-    HRESULT QueryFilterInfo(FILTER_INFO* info) override;
-    HRESULT JoinFilterGraph(IFilterGraph* graph, const char16_t* name) override;
 
     // IBasicAudio
     HRESULT put_Volume(int32_t volume) override;
     HRESULT get_Volume(int32_t* volume) override;
 
 private:
-    // The input pin lives inside the filter and counts its references on the filter.
-    class InputPin final : public IPin, public ISampleInput {
+    class InputPin final : public OwnedPin<PINDIR_INPUT>, public ISampleInput {
     public:
-        explicit InputPin(AudioRenderer& owner) : owner_(owner) {}
+        explicit InputPin(AudioRenderer& owner) : OwnedPin(owner, u"In"), owner_(owner) {}
         HRESULT QueryInterface(const GUID* iid, void** out) override;
-        uint32_t AddRef() override { return owner_.AddRef(); }
-        uint32_t Release() override { return owner_.Release(); }
+        uint32_t AddRef() override { return OwnedPin::AddRef(); }
+        uint32_t Release() override { return OwnedPin::Release(); }
 
         HRESULT Connect(IPin* receivePin, const MediaType* type) override;
         HRESULT ReceiveConnection(IPin* connector, const MediaType* type) override;
         HRESULT Disconnect() override;
         HRESULT ConnectedTo(IPin** pin) override;
         HRESULT ConnectionMediaType(MediaType* type) override;
-        HRESULT QueryPinInfo(PIN_INFO* info) override;
-        HRESULT QueryDirection(PIN_DIRECTION* direction) override;
         HRESULT QueryAccept(const MediaType* type) override;
         HRESULT GetMediaType(uint32_t index, MediaType* type) override;
         HRESULT EndOfStream() override;
@@ -73,14 +69,16 @@ private:
         AudioRenderer& owner_;
     };
 
-    AudioRenderer() = default;
     ~AudioRenderer() override;
 
     HRESULT ReceiveConnection(IPin* connector, const MediaType* type);
     HRESULT DisconnectInput();
     HRESULT Receive(const uint8_t* data, uint32_t size, int64_t start);
     // The device's request for the next frames.
-    void Pull(uint8_t* out, uint32_t frames, PerfClock::time_point firstFrameAt, const WAVEFORMATEX& format);
+    void Pull(uint8_t* out, uint32_t frames, PerfClock::time_point firstFrameAt,
+              const WAVEFORMATEX& format);
+
+    IPin& Pin() override { return pin_; }
 
     InputPin pin_{*this};
     std::atomic<int32_t> volume_{0};
@@ -88,11 +86,8 @@ private:
     std::mutex connectionLock_;  // connecting, disconnecting, device_
     std::unique_ptr<AudioDevice> device_;
 
-    std::mutex lock_;  // everything below
+    // Under lock_ (OnePinFilter's, with the state):
     std::condition_variable room_;  // the queue shrank or the filter stopped
-    FILTER_STATE state_ = State_Stopped;
-    IFilterGraph* graph_ = nullptr;  // no reference: the graph holds the filter
-    std::u16string name_;
     CountedRef<IPin> peer_;
     MediaType type_{};
     std::unique_ptr<PcmTimeline> timeline_;  // while connected

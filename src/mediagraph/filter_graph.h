@@ -1,5 +1,5 @@
-// FilterGraph: the runtime's filter graph manager (CLSID_FilterGraph). It holds its filters with one
-// reference each, connects their pins, and moves them all through stop, pause and run together.
+// FilterGraph: the runtime's filter graph manager (CLSID_FilterGraph). It holds its filters with
+// one reference each, connects their pins, and moves them all through stop, pause and run together.
 // Releasing the last reference stops the filters, takes their pins apart and lets them go.
 //
 // Threads: any; one lock serialises the graph's operations, so the graph may be run from one thread
@@ -11,13 +11,15 @@
 #include <string>
 #include <vector>
 
-#include "common/counted_ref.h"
 #include "vexel/com_object.h"
+#include "vexel/counted_ref.h"
+#include "vexel/media_graph.h"
 
 namespace vexel {
 
 class FilterGraph final : public ComObject<IGraphBuilder, IMediaControl> {
 public:
+    FilterGraph() = default;  // made through Create
     // A new graph manager asked for `iid`.
     static HRESULT Create(const GUID* iid, void** out);
 
@@ -43,7 +45,6 @@ private:
         std::u16string name;
     };
 
-    FilterGraph() = default;
     ~FilterGraph() override;
 
     // Checks the two pins and their filters for a connection; S_OK when it may be made.

@@ -1,7 +1,7 @@
 // Texts of the result codes the media-graph runtime and its filters return.
 #include <cstddef>
 
-#include "platform/com_runtime.h"
+#include "mediagraph/com_runtime.h"
 
 namespace vexel {
 

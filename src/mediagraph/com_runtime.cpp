@@ -1,11 +1,11 @@
-#include "platform/com_runtime.h"
+#include "mediagraph/com_runtime.h"
 
 #include <mutex>
 #include <vector>
 
-#include "common/counted_ref.h"
-#include "platform/audio_renderer.h"
-#include "platform/filter_graph.h"
+#include "mediagraph/audio_renderer.h"
+#include "mediagraph/filter_graph.h"
+#include "vexel/counted_ref.h"
 
 namespace vexel {
 
@@ -56,7 +56,7 @@ HRESULT CoCreateInstance(const GUID* clsid, IUnknown* outer, uint32_t context, c
     return REGDB_E_CLASSNOTREG;
 }
 
-HRESULT CoRegisterClassObject(const GUID* clsid, IUnknown* factory, uint32_t* cookie) {
+HRESULT RegisterClassObjectForTesting(const GUID* clsid, IUnknown* factory, uint32_t* cookie) {
     if (clsid == nullptr || factory == nullptr || cookie == nullptr) return E_POINTER;
     CountedRef<IClassFactory> classFactory;
     const HRESULT hr = classFactory.QueryFrom(factory, IID_IClassFactory);
@@ -72,7 +72,7 @@ HRESULT CoRegisterClassObject(const GUID* clsid, IUnknown* factory, uint32_t* co
     return S_OK;
 }
 
-HRESULT CoRevokeClassObject(uint32_t cookie) {
+HRESULT RevokeClassObjectForTesting(uint32_t cookie) {
     CountedRef<IClassFactory> revoked;  // released after the lock
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);

@@ -1,4 +1,4 @@
-#include "platform/pcm_gain.h"
+#include "audio/pcm_gain.h"
 
 #include <cmath>
 
@@ -20,7 +20,8 @@ void ApplyVolume(uint8_t* data, size_t bytes, uint16_t bitsPerSample, int32_t vo
     } else if (bitsPerSample == 16) {
         for (size_t i = 0; i + 1 < bytes; i += 2) {
             const auto sample = static_cast<int16_t>(data[i] | (data[i + 1] << 8));
-            const auto scaled = static_cast<uint16_t>(static_cast<int16_t>(std::lround(sample * gain)));
+            const auto scaled =
+                static_cast<uint16_t>(static_cast<int16_t>(std::lround(sample * gain)));
             data[i] = static_cast<uint8_t>(scaled);
             data[i + 1] = static_cast<uint8_t>(scaled >> 8);
         }

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/audio_device.h"
+#include "audio/audio_device.h"
 
 namespace vexel {
 
@@ -53,7 +53,8 @@ bool SdlAudioReady() {
 
 class SdlAudioDevice final : public AudioDevice {
 public:
-    SdlAudioDevice(const WAVEFORMATEX& format, PullFn pull) : AudioDevice(format, std::move(pull), false) {}
+    SdlAudioDevice(const WAVEFORMATEX& format, PullFn pull)
+        : AudioDevice(format, std::move(pull)) {}
 
     ~SdlAudioDevice() override {
         if (id_ == 0) return;
@@ -94,8 +95,10 @@ private:
 
 }  // namespace
 
-std::unique_ptr<AudioDevice> OpenSdlAudioDevice(const WAVEFORMATEX& format, AudioDevice::PullFn pull) {
-    if (format.nChannels > 8 || (format.wBitsPerSample != 8 && format.wBitsPerSample != 16)) return nullptr;
+std::unique_ptr<AudioDevice> OpenSdlAudioDevice(const WAVEFORMATEX& format,
+                                                AudioDevice::PullFn pull) {
+    if (format.nChannels > 8 || (format.wBitsPerSample != 8 && format.wBitsPerSample != 16))
+        return nullptr;
     auto device = std::make_unique<SdlAudioDevice>(format, std::move(pull));
     if (!device->OpenDevice()) return nullptr;
     return device;

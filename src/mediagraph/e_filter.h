@@ -2,18 +2,20 @@
 // Creation adds the filter to a graph; pins are found by direction and index; the owning graph is
 // looked up once and cached.
 //
-// Pin search and the graph lookup always throw (ComException*) on a failure of the runtime, whatever
-// the caller's FailMode; a pin that does not exist, or a filter in no graph, is an empty result.
+// Pin search and the graph lookup always throw (ComException*) on a failure of the runtime,
+// whatever the caller's FailMode; a pin that does not exist, or a filter in no graph, is an empty
+// result.
 //
 // Threads: one thread at a time per EFilter.
 #pragma once
 
 #include <cstdint>
 
-#include "audio/check_hresult.h"
-#include "audio/e_graph_builder.h"
-#include "common/counted_ref.h"
 #include "common/wide_string.h"
+#include "mediagraph/check_hresult.h"
+#include "mediagraph/e_graph_builder.h"
+#include "platform/module.h"
+#include "vexel/counted_ref.h"
 #include "vexel/media_graph.h"
 
 namespace vexel {
@@ -33,10 +35,10 @@ public:
     // Creates the filter of class `clsid` through the runtime and adds it to `graph`.
     bool CoCreateInstance(const EGraphBuilder& graph, const GUID& clsid, const WideString& name,
                           FailMode mode);
-    // Creates the filter through the DllGetClassObject export of a loaded `module` and adds it to
-    // `graph`. False without a module or without that export. The module stays loaded.
-    bool FilterGetClassObject(const EGraphBuilder& graph, void* module, const GUID& clsid,
-                              const WideString& name, FailMode mode);
+    // Creates the filter through the DllGetClassObject export of `module` and adds it to `graph`.
+    // False while the module is not loaded or lacks that export. The module stays loaded.
+    bool FilterGetClassObject(const EGraphBuilder& graph, const SiblingModule& module,
+                              const GUID& clsid, const WideString& name, FailMode mode);
 
     // Pin `index` among the pins of `direction`, or empty.
     CountedRef<IPin> GetPin(PIN_DIRECTION direction, uint32_t index) const;

@@ -8,8 +8,8 @@
 
 #include <cstdint>
 
-#include "audio/check_hresult.h"
-#include "common/counted_ref.h"
+#include "mediagraph/check_hresult.h"
+#include "vexel/counted_ref.h"
 #include "vexel/media_graph.h"
 
 namespace vexel {
@@ -37,8 +37,6 @@ public:
     explicit EGraphBuilder(IGraphBuilder* graph);
 
     IFilterGraph* GraphInterface() const override { return _builder.get(); }
-    IGraphBuilder* Builder() const { return _builder.get(); }
-    bool IsEmpty() const { return !_builder; }
 
     // Makes the filter graph manager (CLSID_FilterGraph). False, or a throw, on failure.
     bool CoCreateInstance(FailMode mode);
@@ -46,7 +44,8 @@ public:
     HRESULT AddFilterEx(const EFilter& filter, const WideString& name) const;
     // Connects an output pin to an input pin (empty pins are passed on as null). FailQuiet tests
     // the result only; FailReturn also keeps any exception of the graph inside.
-    bool Connect(const CountedRef<IPin>& output, const CountedRef<IPin>& input, FailMode mode) const;
+    bool Connect(const CountedRef<IPin>& output, const CountedRef<IPin>& input,
+                 FailMode mode) const;
     // Output pin `outIndex` of `upstream` to input pin `inIndex` of `downstream`.
     bool ConnectFilters(EFilter& upstream, EFilter& downstream, uint32_t outIndex, uint32_t inIndex,
                         FailMode mode) const;

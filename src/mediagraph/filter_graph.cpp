@@ -1,7 +1,6 @@
-#include "platform/filter_graph.h"
+#include "mediagraph/filter_graph.h"
 
-
-#include "platform/enumerator.h"
+#include "vexel/enumerator.h"
 
 namespace vexel {
 
@@ -33,13 +32,7 @@ void DisconnectPins(IBaseFilter* filter) {
 }
 
 HRESULT FilterGraph::Create(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    try {
-        return QueryNewObject(new FilterGraph, iid, out);
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
+    return CreateObject<FilterGraph>(iid, out);
 }
 
 FilterGraph::~FilterGraph() {
@@ -50,9 +43,7 @@ FilterGraph::~FilterGraph() {
 }
 
 HRESULT FilterGraph::QueryInterface(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    if (iid == nullptr) return E_POINTER;
+    if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
     if (*iid == IID_IUnknown || *iid == IID_IFilterGraph || *iid == IID_IGraphBuilder) {
         return ShareInterface<IGraphBuilder>(this, out);
     }
@@ -81,7 +72,8 @@ HRESULT FilterGraph::AddFilter(IBaseFilter* filter, const char16_t* name) {
             }
         }
         filters_.push_back({CountedRef<IBaseFilter>(filter), filterName});
-        const HRESULT hr = filter->JoinFilterGraph(static_cast<IGraphBuilder*>(this), filterName.c_str());
+        const HRESULT hr =
+            filter->JoinFilterGraph(static_cast<IGraphBuilder*>(this), filterName.c_str());
         if (hr < 0) filters_.pop_back();
         return hr < 0 ? hr : S_OK;
     } catch (...) {
@@ -127,7 +119,8 @@ HRESULT FilterGraph::CheckConnection(IPin* output, IPin* input) const {
     if (hr < 0) return hr;
     hr = DirectionOf(input, &inDirection);
     if (hr < 0) return hr;
-    if (outDirection != PINDIR_OUTPUT || inDirection != PINDIR_INPUT) return GRAPH_E_INVALID_DIRECTION;
+    if (outDirection != PINDIR_OUTPUT || inDirection != PINDIR_INPUT)
+        return GRAPH_E_INVALID_DIRECTION;
     if (!Holds(OwnerOf(output).get()) || !Holds(OwnerOf(input).get())) return GRAPH_E_NOT_IN_GRAPH;
     if (state_ != State_Stopped) return GRAPH_E_NOT_STOPPED;
     return S_OK;
@@ -140,7 +133,9 @@ HRESULT FilterGraph::ConnectDirect(IPin* output, IPin* input, const MediaType* t
     return output->Connect(input, type);
 }
 
-HRESULT FilterGraph::Connect(IPin* output, IPin* input) { return ConnectDirect(output, input, nullptr); }
+HRESULT FilterGraph::Connect(IPin* output, IPin* input) {
+    return ConnectDirect(output, input, nullptr);
+}
 
 HRESULT FilterGraph::Disconnect(IPin* pin) {
     if (pin == nullptr) return E_POINTER;

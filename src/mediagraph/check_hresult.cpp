@@ -1,6 +1,6 @@
-#include "audio/check_hresult.h"
+#include "mediagraph/check_hresult.h"
 
-#include "platform/com_runtime.h"
+#include "mediagraph/com_runtime.h"
 
 namespace vexel {
 

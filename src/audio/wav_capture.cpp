@@ -1,4 +1,4 @@
-#include "platform/wav_capture.h"
+#include "audio/wav_capture.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -39,7 +39,8 @@ std::unique_ptr<WavCapture> WavCapture::Open(const std::string& path, const WAVE
 }
 
 WavCapture::~WavCapture() {
-    if (!failed_ && std::fseek(file_, 0, SEEK_SET) == 0) WriteHeader(static_cast<uint32_t>(dataBytes_));
+    if (!failed_ && std::fseek(file_, 0, SEEK_SET) == 0)
+        WriteHeader(static_cast<uint32_t>(dataBytes_));
     std::fclose(file_);
 }
 

@@ -1,4 +1,4 @@
-#include "platform/audio_device.h"
+#include "audio/audio_device.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -34,7 +34,8 @@ namespace {
 // Takes the frames due since Start every few milliseconds, as a sound card would play them.
 class SilentAudioDevice final : public AudioDevice {
 public:
-    SilentAudioDevice(const WAVEFORMATEX& format, PullFn pull) : AudioDevice(format, std::move(pull), true) {}
+    SilentAudioDevice(const WAVEFORMATEX& format, PullFn pull)
+        : AudioDevice(format, std::move(pull)) {}
 
     ~SilentAudioDevice() override {
         {
@@ -69,14 +70,19 @@ private:
                 std::unique_lock<std::mutex> lock(lock_);
                 stopping = wake_.wait_for(lock, kPeriod, [this] { return stop_; });
             }
-            // Everything due up to now, also on the way out, so the capture covers the device's life.
-            const auto elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(PerfClock::now() - origin_);
-            const int64_t due = static_cast<int64_t>(static_cast<__int128>(elapsed.count()) * rate / 1'000'000'000);
+            // Everything due up to now, also on the way out, so the capture covers the device's
+            // life.
+            const auto elapsed =
+                std::chrono::duration_cast<std::chrono::nanoseconds>(PerfClock::now() - origin_);
+            const int64_t due =
+                static_cast<int64_t>(static_cast<__int128>(elapsed.count()) * rate / 1'000'000'000);
             while (produced < due) {
-                const auto frames = static_cast<uint32_t>(std::min<int64_t>(due - produced, kMaxChunk));
-                const auto at = origin_ + std::chrono::duration_cast<PerfClock::duration>(
-                                              std::chrono::nanoseconds(static_cast<int64_t>(
-                                                  static_cast<__int128>(produced) * 1'000'000'000 / rate)));
+                const auto frames =
+                    static_cast<uint32_t>(std::min<int64_t>(due - produced, kMaxChunk));
+                const auto at =
+                    origin_ + std::chrono::duration_cast<PerfClock::duration>(
+                                  std::chrono::nanoseconds(static_cast<int64_t>(
+                                      static_cast<__int128>(produced) * 1'000'000'000 / rate)));
                 Produce(buffer.data(), frames, at);
                 produced += frames;
             }
@@ -92,7 +98,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<AudioDevice> OpenSilentAudioDevice(const WAVEFORMATEX& format, AudioDevice::PullFn pull) {
+std::unique_ptr<AudioDevice> OpenSilentAudioDevice(const WAVEFORMATEX& format,
+                                                   AudioDevice::PullFn pull) {
     return std::make_unique<SilentAudioDevice>(format, std::move(pull));
 }
 

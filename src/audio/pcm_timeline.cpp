@@ -1,4 +1,4 @@
-#include "platform/pcm_timeline.h"
+#include "audio/pcm_timeline.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,7 +20,8 @@ PcmTimeline::PcmTimeline(const WAVEFORMATEX& format)
       snapFrames_(std::max<int64_t>(1, format.nSamplesPerSec / 500)) {}  // 2 ms
 
 int64_t PcmTimeline::FrameAt(int64_t time) const {
-    const long double frames = (static_cast<long double>(time) * rate_ + kTicksPerSecond / 2) / kTicksPerSecond;
+    const long double frames =
+        (static_cast<long double>(time) * rate_ + kTicksPerSecond / 2) / kTicksPerSecond;
     if (frames >= static_cast<long double>(std::numeric_limits<int64_t>::max() / 2)) {
         return std::numeric_limits<int64_t>::max() / 2;
     }
@@ -37,7 +38,8 @@ void PcmTimeline::Add(const uint8_t* data, uint32_t size, int64_t start) {
     // Rounding in the stamps is absorbed only while data is queued ahead. Once the queue ran dry,
     // a block is placed exactly: what came too late is cut, so the sound keeps its time.
     const int64_t reference = std::max(end_, position_);
-    if (end_ > position_ && frame > reference - snapFrames_ && frame < reference + snapFrames_) frame = reference;
+    if (end_ > position_ && frame > reference - snapFrames_ && frame < reference + snapFrames_)
+        frame = reference;
     int64_t skip = 0;
     if (frame < reference) {  // late, or under queued data: keep only what lies after
         skip = reference - frame;

@@ -2,14 +2,17 @@
 // taken when the enumerator is made.
 //
 // Threads: one thread at a time per enumerator; the count is atomic.
+//
+// Compiles as C++17 and later.
 #pragma once
 
 #include <cstddef>
 #include <type_traits>
 #include <vector>
 
-#include "common/counted_ref.h"
 #include "vexel/com_object.h"
+#include "vexel/counted_ref.h"
+#include "vexel/media_graph.h"
 
 namespace vexel {
 
@@ -18,22 +21,14 @@ class Enumerator final : public ComObject<IEnum> {
 public:
     // A new enumerator with one reference, answered through `out`.
     static HRESULT Create(std::vector<CountedRef<Item>> items, IEnum** out) {
-        if (out == nullptr) return E_POINTER;
-        *out = nullptr;
-        try {
-            auto* object = new Enumerator(std::move(items));
-            object->AddRef();
-            *out = object;
-            return S_OK;
-        } catch (...) {
-            return E_OUTOFMEMORY;
-        }
+        return CreateObject<Enumerator>(&EnumIid(), reinterpret_cast<void**>(out),
+                                        std::move(items));
     }
 
+    explicit Enumerator(std::vector<CountedRef<Item>> items) : items_(std::move(items)) {}
+
     HRESULT QueryInterface(const GUID* iid, void** out) override {
-        if (out == nullptr) return E_POINTER;
-        *out = nullptr;
-        if (iid == nullptr) return E_POINTER;
+        if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
         if (*iid == IID_IUnknown || *iid == EnumIid()) return ShareInterface<IEnum>(this, out);
         return E_NOINTERFACE;
     }
@@ -55,8 +50,6 @@ public:
     }
 
 private:
-    explicit Enumerator(std::vector<CountedRef<Item>> items) : items_(std::move(items)) {}
-
     static const GUID& EnumIid() {
         if constexpr (std::is_same_v<IEnum, IEnumPins>) {
             return IID_IEnumPins;

@@ -21,12 +21,13 @@ HRESULT CoCreateInstance(const GUID* clsid, IUnknown* outer, uint32_t context, c
                          void** out);
 
 // Registers `factory` (an IClassFactory, which gets a reference) for `clsid`; `cookie` names the
-// registration for CoRevokeClassObject.
-HRESULT CoRegisterClassObject(const GUID* clsid, IUnknown* factory, uint32_t* cookie);
-HRESULT CoRevokeClassObject(uint32_t cookie);
+// registration for RevokeClassObjectForTesting.
+HRESULT RegisterClassObjectForTesting(const GUID* clsid, IUnknown* factory, uint32_t* cookie);
+HRESULT RevokeClassObjectForTesting(uint32_t cookie);
 
 // Writes the text for `hr` into `buffer` (at most `length` characters, terminator included) and
-// returns the characters written without the terminator; 0, with an empty text, for an unknown code.
+// returns the characters written without the terminator; 0, with an empty text, for an unknown
+// code.
 uint32_t AMGetErrorTextW(HRESULT hr, char16_t* buffer, uint32_t length);
 
 }  // namespace vexel

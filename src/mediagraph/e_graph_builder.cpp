@@ -1,11 +1,11 @@
-#include "audio/e_graph_builder.h"
+#include "mediagraph/e_graph_builder.h"
 
 #include <chrono>
 #include <cstdint>
 #include <thread>
 
-#include "audio/e_filter.h"
-#include "platform/com_runtime.h"
+#include "mediagraph/com_runtime.h"
+#include "mediagraph/e_filter.h"
 
 namespace vexel {
 
@@ -22,8 +22,9 @@ EGraphBuilder::EGraphBuilder(IGraphBuilder* graph) : _builder(graph) {
 
 bool EGraphBuilder::CoCreateInstance(FailMode mode) {
     _builder.reset();
-    const HRESULT hr = vexel::CoCreateInstance(&CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER,
-                                               &IID_IGraphBuilder, reinterpret_cast<void**>(_builder.put()));
+    const HRESULT hr =
+        vexel::CoCreateInstance(&CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER,
+                                &IID_IGraphBuilder, reinterpret_cast<void**>(_builder.put()));
     if (CheckHResult(hr, u"EGraphBuilder::CoCreateInstance", mode)) return false;
     _filter_graph = CountedRef<IFilterGraph>(_builder.get());
     return true;
@@ -37,7 +38,8 @@ HRESULT EGraphBuilder::AddFilterEx(const EFilter& filter, const WideString& name
     return hr;
 }
 
-bool EGraphBuilder::Connect(const CountedRef<IPin>& output, const CountedRef<IPin>& input, FailMode mode) const {
+bool EGraphBuilder::Connect(const CountedRef<IPin>& output, const CountedRef<IPin>& input,
+                            FailMode mode) const {
     if (!_builder) return false;
     if (mode == FailQuiet) return _builder->Connect(output.get(), input.get()) >= 0;
     HRESULT hr;

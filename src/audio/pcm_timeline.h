@@ -44,7 +44,9 @@ private:
     struct Block {
         int64_t frame;  // first frame
         std::vector<uint8_t> bytes;
-        int64_t End(uint32_t frameBytes) const { return frame + static_cast<int64_t>(bytes.size() / frameBytes); }
+        int64_t End(uint32_t frameBytes) const {
+            return frame + static_cast<int64_t>(bytes.size() / frameBytes);
+        }
     };
 
     uint32_t rate_;

@@ -1,35 +1,20 @@
-#include "platform/audio_renderer.h"
+#include "mediagraph/audio_renderer.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "platform/enumerator.h"
-#include "platform/pcm_gain.h"
+#include "audio/pcm_gain.h"
 
 namespace vexel {
 
 namespace {
 
-constexpr char16_t kPinName[] = u"In";
 constexpr uint32_t kQueueSeconds = 2;
-
-template <size_t N>
-void CopyName(char16_t (&target)[N], const std::u16string& name) {
-    const size_t n = std::min(name.size(), N - 1);
-    std::copy_n(name.data(), n, target);
-    target[n] = u'\0';
-}
 
 }  // namespace
 
 HRESULT AudioRenderer::Create(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    try {
-        return QueryNewObject(new AudioRenderer, iid, out);
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
+    return CreateObject<AudioRenderer>(iid, out);
 }
 
 bool AudioRenderer::Accepts(const MediaType& type) {
@@ -47,9 +32,7 @@ AudioRenderer::~AudioRenderer() {
 }
 
 HRESULT AudioRenderer::QueryInterface(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    if (iid == nullptr) return E_POINTER;
+    if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
     if (*iid == IID_IUnknown || *iid == IID_IMediaFilter || *iid == IID_IBaseFilter) {
         return ShareInterface<IBaseFilter>(this, out);
     }
@@ -93,41 +76,6 @@ HRESULT AudioRenderer::Run() {
     return S_OK;
 }
 
-HRESULT AudioRenderer::GetState(uint32_t, FILTER_STATE* state) {
-    if (state == nullptr) return E_POINTER;
-    std::lock_guard<std::mutex> guard(lock_);
-    *state = state_;
-    return S_OK;
-}
-
-HRESULT AudioRenderer::EnumPins(IEnumPins** out) {
-    try {
-        return PinEnumerator::Create({CountedRef<IPin>(&pin_)}, out);
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
-}
-
-HRESULT AudioRenderer::QueryFilterInfo(FILTER_INFO* info) {
-    if (info == nullptr) return E_POINTER;
-    std::lock_guard<std::mutex> guard(lock_);
-    CopyName(info->achName, name_);
-    info->pGraph = graph_;
-    if (graph_ != nullptr) graph_->AddRef();
-    return S_OK;
-}
-
-HRESULT AudioRenderer::JoinFilterGraph(IFilterGraph* graph, const char16_t* name) {
-    std::lock_guard<std::mutex> guard(lock_);
-    try {
-        name_ = name != nullptr ? std::u16string(name) : std::u16string();
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
-    graph_ = graph;
-    return S_OK;
-}
-
 HRESULT AudioRenderer::put_Volume(int32_t volume) {
     if (volume < kVolumeSilent || volume > kVolumeFull) return E_INVALIDARG;
     volume_.store(volume);
@@ -158,10 +106,11 @@ HRESULT AudioRenderer::ReceiveConnection(IPin* connector, const MediaType* type)
     if (!Accepts(*type)) return GRAPH_E_TYPE_NOT_ACCEPTED;
     try {
         auto timeline = std::make_unique<PcmTimeline>(type->format);
-        device_ = AudioDevice::Open(type->format, [this, format = type->format](
-                                                      uint8_t* out, uint32_t frames, PerfClock::time_point at) {
-            Pull(out, frames, at, format);
-        });
+        device_ = AudioDevice::Open(
+            type->format,
+            [this, format = type->format](uint8_t* out, uint32_t frames, PerfClock::time_point at) {
+                Pull(out, frames, at, format);
+            });
         std::lock_guard<std::mutex> guard(lock_);
         peer_ = CountedRef<IPin>(connector);
         type_ = *type;
@@ -218,7 +167,9 @@ void AudioRenderer::Pull(uint8_t* out, uint32_t frames, PerfClock::time_point fi
                 // The stream begins at the instant of Run, which may fall inside this request.
                 runStartPending_ = false;
                 const double early = std::chrono::duration<double>(runAt_ - firstFrameAt).count();
-                if (early > 0) skip = static_cast<uint32_t>(std::min<double>(frames, early * format.nSamplesPerSec));
+                if (early > 0)
+                    skip = static_cast<uint32_t>(
+                        std::min<double>(frames, early * format.nSamplesPerSec));
             }
             timeline_->Read(out + size_t{skip} * frameBytes, frames - skip);
         }
@@ -232,15 +183,15 @@ void AudioRenderer::Pull(uint8_t* out, uint32_t frames, PerfClock::time_point fi
 // The input pin
 
 HRESULT AudioRenderer::InputPin::QueryInterface(const GUID* iid, void** out) {
-    if (out == nullptr) return E_POINTER;
-    *out = nullptr;
-    if (iid == nullptr) return E_POINTER;
+    if (const HRESULT hr = CheckQuery(iid, out); hr != S_OK) return hr;
     if (*iid == IID_IUnknown || *iid == IID_IPin) return ShareInterface<IPin>(this, out);
     if (*iid == IID_ISampleInput) return ShareInterface<ISampleInput>(this, out);
     return E_NOINTERFACE;
 }
 
-HRESULT AudioRenderer::InputPin::Connect(IPin*, const MediaType*) { return GRAPH_E_INVALID_DIRECTION; }
+HRESULT AudioRenderer::InputPin::Connect(IPin*, const MediaType*) {
+    return GRAPH_E_INVALID_DIRECTION;
+}
 
 HRESULT AudioRenderer::InputPin::ReceiveConnection(IPin* connector, const MediaType* type) {
     return owner_.ReceiveConnection(connector, type);
@@ -249,12 +200,8 @@ HRESULT AudioRenderer::InputPin::ReceiveConnection(IPin* connector, const MediaT
 HRESULT AudioRenderer::InputPin::Disconnect() { return owner_.DisconnectInput(); }
 
 HRESULT AudioRenderer::InputPin::ConnectedTo(IPin** pin) {
-    if (pin == nullptr) return E_POINTER;
     std::lock_guard<std::mutex> guard(owner_.lock_);
-    *pin = owner_.peer_.get();
-    if (*pin == nullptr) return GRAPH_E_NOT_CONNECTED;
-    (*pin)->AddRef();
-    return S_OK;
+    return AnswerPeer(owner_.peer_.get(), pin);
 }
 
 HRESULT AudioRenderer::InputPin::ConnectionMediaType(MediaType* type) {
@@ -262,21 +209,6 @@ HRESULT AudioRenderer::InputPin::ConnectionMediaType(MediaType* type) {
     std::lock_guard<std::mutex> guard(owner_.lock_);
     if (!owner_.timeline_) return GRAPH_E_NOT_CONNECTED;
     *type = owner_.type_;
-    return S_OK;
-}
-
-HRESULT AudioRenderer::InputPin::QueryPinInfo(PIN_INFO* info) {
-    if (info == nullptr) return E_POINTER;
-    owner_.AddRef();
-    info->pFilter = &owner_;
-    info->dir = PINDIR_INPUT;
-    std::copy(std::begin(kPinName), std::end(kPinName), info->achName);
-    return S_OK;
-}
-
-HRESULT AudioRenderer::InputPin::QueryDirection(PIN_DIRECTION* direction) {
-    if (direction == nullptr) return E_POINTER;
-    *direction = PINDIR_INPUT;
     return S_OK;
 }
 
@@ -295,7 +227,8 @@ HRESULT AudioRenderer::InputPin::EndOfStream() {
     return owner_.state_ == State_Stopped ? GRAPH_E_WRONG_STATE : S_OK;
 }
 
-HRESULT AudioRenderer::InputPin::Receive(const uint8_t* data, uint32_t size, int64_t start, int64_t) {
+HRESULT AudioRenderer::InputPin::Receive(const uint8_t* data, uint32_t size, int64_t start,
+                                         int64_t) {
     return owner_.Receive(data, size, start);
 }
 
