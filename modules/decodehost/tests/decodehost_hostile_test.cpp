@@ -16,7 +16,7 @@
 #include "reader_fixture.h"
 #include "vexelplayer.h"
 
-namespace decodehost_test {
+namespace vexel::decodehost_test {
 namespace {
 
 constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
@@ -222,4 +222,4 @@ INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, testing::Values("late.mkv", 
                          });
 
 }  // namespace
-}  // namespace decodehost_test
+}  // namespace vexel::decodehost_test

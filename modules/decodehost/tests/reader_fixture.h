@@ -12,7 +12,7 @@
 #include "vexel/codec_host.h"
 #include "vexel/counted_ref.h"
 
-namespace decodehost_test {
+namespace vexel::decodehost_test {
 
 using vexel::CountedRef;
 
@@ -108,4 +108,4 @@ inline std::vector<int64_t> Sequence(int64_t first, int64_t last) {
     return frames;
 }
 
-}  // namespace decodehost_test
+}  // namespace vexel::decodehost_test
