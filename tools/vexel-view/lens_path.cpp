@@ -18,9 +18,9 @@ bool LensPath::Bind() {
     return bound();
 }
 
-int32_t LensPath::Save(const std::string& file) const { return save_ ? save_(file.c_str()) : kVexelErrorPointer; }
+int32_t LensPath::Save(const std::string& file) const { return save_ ? save_(file.c_str()) : E_POINTER; }
 
-int32_t LensPath::Load(const std::string& file) const { return load_ ? load_(file.c_str()) : kVexelErrorPointer; }
+int32_t LensPath::Load(const std::string& file) const { return load_ ? load_(file.c_str()) : E_POINTER; }
 
 void LensPath::Clear() const {
     if (clear_) clear_();
@@ -32,11 +32,11 @@ bool LensPath::ViewAt(double seconds, double* pan, double* tilt, double* fov) co
 
 const char* DescribeResult(int32_t result) {
     switch (result) {
-        case kVexelOk: return "done";
-        case kVexelErrorFile: return "cannot read or write the file";
-        case kVexelErrorData: return "not a view path file";
-        case kVexelErrorMemory: return "out of memory";
-        case kVexelErrorPointer: return "no lens module";
+        case S_OK: return "done";
+        case E_FAIL: return "cannot read or write the file";
+        case E_INVALID_DATA: return "not a view path file";
+        case E_OUTOFMEMORY: return "out of memory";
+        case E_POINTER: return "no lens module";
         default: return "failed";
     }
 }

@@ -18,7 +18,7 @@ public:
     bool Bind();
     bool bound() const { return save_ != nullptr; }
 
-    // The lens module's result codes (kVexelOk, kVexelErrorFile, kVexelErrorData, ...).
+    // The lens module's result codes (S_OK, E_FAIL, E_INVALID_DATA, ...).
     int32_t Save(const std::string& file) const;
     int32_t Load(const std::string& file) const;
     void Clear() const;

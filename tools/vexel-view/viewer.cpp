@@ -487,15 +487,15 @@ void Viewer::SaveViewPath() {
     FinishGestures(true);  // a gesture reaches the path when it ends
     const std::string file = options_.file + ".view.json";
     const int32_t result = lensPath_.Save(file);
-    Say(result == kVexelOk ? "view path saved" : std::string("view path not saved: ") + DescribeResult(result));
-    std::printf("vexel-view: %s %s: %s\n", result == kVexelOk ? "saved" : "could not save", file.c_str(),
+    Say(result == S_OK ? "view path saved" : std::string("view path not saved: ") + DescribeResult(result));
+    std::printf("vexel-view: %s %s: %s\n", result == S_OK ? "saved" : "could not save", file.c_str(),
                 DescribeResult(result));
     std::fflush(stdout);
 }
 
 void Viewer::LoadViewPath(const std::string& file) {
     const int32_t result = lensPath_.Load(file);
-    if (result != kVexelOk) {
+    if (result != S_OK) {
         Say(std::string("view path not loaded: ") + DescribeResult(result));
         return;
     }
