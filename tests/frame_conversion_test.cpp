@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "engine/frame_conversion.h"
+#include "engine/flip_rows.h"
 #include "engine/render_engine.h"
 #include "sibling_module.h"
 
@@ -30,7 +30,7 @@ void Configure(RenderEngine& engine, uint32_t width, uint32_t height, uint32_t f
     payload.video.pixelFormat = format;
     engine.SetVideoFormat(payload);
     engine.SetFisheyeMode(lensMode);
-    engine.Start(0);
+    engine.Start(Ticks(0));
 }
 
 TEST(FlipRows32, ReversesRowsAndRefusesMissingPictures) {

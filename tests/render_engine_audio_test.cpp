@@ -80,7 +80,7 @@ TEST(RenderEngineAudio, BlocksWaitForTheClockAndAStopRefusesThem) {
     RenderEngine engine;
     engine.SetVideoFormat(VideoFormat());
     SetUpAudio(engine);
-    engine.Start(0);  // no picture yet: the clock, and with it the sound, has not started
+    engine.Start(Ticks(0));  // no picture yet: the clock, and with it the sound, has not started
     auto held = DeliverAudioAsync(engine, 0);
     EXPECT_TRUE(Waiting(held, milliseconds(150)));
 
@@ -97,7 +97,7 @@ TEST(RenderEngineAudio, TheFirstPresentedFrameReleasesTheSound) {
     RenderEngine engine;
     engine.SetVideoFormat(VideoFormat());
     SetUpAudio(engine);
-    engine.Start(0);
+    engine.Start(Ticks(0));
     auto held = DeliverAudioAsync(engine, 0);
     EXPECT_TRUE(Waiting(held, milliseconds(50)));
     ASSERT_EQ(DeliverVideo(engine, 0), kOk);
@@ -112,7 +112,7 @@ TEST(RenderEngineAudio, ASeekPreviewKeepsTheSoundWaitingUntilTheStop) {
     RenderEngine engine;
     engine.SetVideoFormat(VideoFormat());
     SetUpAudio(engine);
-    engine.StartSeek(400 * kTicksPerMs);
+    engine.StartSeek(Ticks(400 * kTicksPerMs));
     auto held = DeliverAudioAsync(engine, 400);
     ASSERT_EQ(DeliverVideo(engine, 400), kOk);
     // The seek frame is shown, yet the preview runs no sound.
@@ -152,7 +152,7 @@ TEST(RenderEngineAudio, WithoutAGraphManagerThereIsNoSoundAndNoWaiting) {
     SetUpAudio(engine);  // the failure stays inside
     CoRevokeClassObject(cookie);
 
-    engine.Start(0);
+    engine.Start(Ticks(0));
     auto dropped = DeliverAudioAsync(engine, 0);
     ASSERT_FALSE(Waiting(dropped, milliseconds(2000)));  // dropped at once, nothing holds it
     EXPECT_EQ(dropped.get(), kOk);

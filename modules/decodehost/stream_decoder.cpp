@@ -45,7 +45,7 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index,
     if (avcodec_open2(c, codec, nullptr) < 0) return nullptr;
     if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
         decoder->frameRate_ = StreamFrameRate(context, stream);
-        if (decoder->frameRate_ > 0.0) decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
+        if (decoder->frameRate_ > 0.0) decoder->frameInterval_ = static_cast<int64_t>(vexel::TicksF(std::chrono::seconds(1)).count() / decoder->frameRate_);
     }
 
     // Only this stream's packets are wanted from the demuxer.
@@ -68,7 +68,7 @@ void StreamDecoder::Seek(int64_t ticks) {
         SeekTo(at);
         if (DecodeFirst() && pendingTicks_ < ticks + reach) return;
         if (at <= 0) break;
-        back = back == 0 ? kTicksPerSecond : back * 2;
+        back = back == 0 ? vexel::Ticks(std::chrono::seconds(1)).count() : back * 2;
     }
     // Even the start was missed: read from the first byte where the container allows it.
     if (Rewind()) DecodeFirst();
@@ -166,7 +166,7 @@ int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {
     }
     int64_t length = 0;
     if (codec_->codec_type == AVMEDIA_TYPE_AUDIO && frame->sample_rate > 0) {
-        length = av_rescale(frame->nb_samples, kTicksPerSecond, frame->sample_rate);
+        length = av_rescale(frame->nb_samples, vexel::Ticks::period::den, frame->sample_rate);
     } else {
         length = frameInterval_;
     }

@@ -5,13 +5,9 @@
 #include <cstring>
 #include <limits>
 
+#include "vexel/ticks.h"
+
 namespace vexel {
-
-namespace {
-
-constexpr int64_t kTicksPerSecond = 10'000'000;
-
-}  // namespace
 
 PcmTimeline::PcmTimeline(const WAVEFORMATEX& format)
     : rate_(format.nSamplesPerSec),
@@ -20,7 +16,7 @@ PcmTimeline::PcmTimeline(const WAVEFORMATEX& format)
       snapFrames_(std::max<int64_t>(1, format.nSamplesPerSec / 500)) {}  // 2 ms
 
 int64_t PcmTimeline::FrameAt(int64_t time) const {
-    const long double frames = (static_cast<long double>(time) * rate_ + kTicksPerSecond / 2) / kTicksPerSecond;
+    const long double frames = (static_cast<long double>(time) * rate_ + Ticks::period::den / 2) / Ticks::period::den;
     if (frames >= static_cast<long double>(std::numeric_limits<int64_t>::max() / 2)) {
         return std::numeric_limits<int64_t>::max() / 2;
     }
