@@ -173,26 +173,20 @@ TEST_F(Playback, FullQueuesHoldTheHostBackAndStopReleasesItPromptly) {
     EXPECT_EQ(stats.faults, 0u);
 }
 
-TEST_F(Playback, DestroyEndsAPlayerWhoseHostIsBlocked) {
-    ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
-    Play(player, 0);
-    ASSERT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted >= 30; }));
-    const auto start = Clock::now();
-    DestroyPlayer();
-    EXPECT_LT(MsSince(start), 1000.0);
-    EXPECT_EQ(host.LiveObjects(), 0);
-}
-
-TEST_F(Playback, DestroyEndsAPausedPlayerWhoseHostIsBlocked) {
-    ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
-    Play(player, 0);
-    ASSERT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted >= 30; }));
-    Pause(player);
-    std::this_thread::sleep_for(milliseconds(50));
-    const auto start = Clock::now();
-    DestroyPlayer();
-    EXPECT_LT(MsSince(start), 1000.0);
-    EXPECT_EQ(host.LiveObjects(), 0);
+TEST_F(Playback, DestroyEndsAPlayingOrPausedPlayerWhoseHostIsBlocked) {
+    for (bool pause : {false, true}) {
+        SCOPED_TRACE(pause ? "paused" : "playing");
+        ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
+        Play(player, 0);
+        ASSERT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted >= 30; }));
+        if (pause) Pause(player);
+        const auto start = Clock::now();
+        DestroyPlayer();
+        EXPECT_LT(MsSince(start), 1000.0);
+        EXPECT_EQ(host.LiveObjects(), 0);
+        host.Reset();
+        player = Create();
+    }
 }
 
 TEST_F(Playback, SoundIsNotHeldBackWhenThereIsNoAudioOutput) {
