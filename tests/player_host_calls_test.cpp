@@ -11,21 +11,6 @@ namespace {
 
 class HostCalls : public PlayerTest {};
 
-TEST_F(HostCalls, PlayFromStoppedPositionsBothReadersThenRunsThem) {
-    ASSERT_EQ(OpenScript(Script(300, 30.0), 10'000'000, 50'000'000), 0);
-    const size_t mark = LogSize();
-    Play(player, 5'000'000);  // absolute media time, before rangeStart
-    for (const char* reader : {"video", "audio"}) {
-        const auto positions = Find(reader, "SetPositions", mark);
-        ASSERT_EQ(positions.size(), 1u) << reader;
-        EXPECT_EQ(positions[0].args[0], 5'000'000) << reader;
-        EXPECT_EQ(positions[0].args[2], 50'000'000) << reader << ": the stop is the range's end";
-        EXPECT_EQ(Count(reader, "Run", mark), 1u) << reader;
-    }
-    EXPECT_EQ(host.Reader(VideoReader()).references, 1) << "status interface not dropped";
-    EXPECT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted > 0; }));
-}
-
 TEST_F(HostCalls, EachStateStopsWhatRuns) {
     ASSERT_EQ(OpenScript(Script(300, 30.0)), 0);
     Play(player, 0);

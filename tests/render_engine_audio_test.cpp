@@ -91,21 +91,6 @@ TEST(RenderEngineAudio, BlocksWaitForTheClockAndAStopRefusesThem) {
     EXPECT_LT(std::chrono::duration<double>(Clock::now() - stopAt).count(), 2.0);
 }
 
-TEST(RenderEngineAudio, TheFirstPresentedFrameReleasesTheSound) {
-    UseCaptureFile("engine-start");
-    ASSERT_TRUE(LoadFeedModule());
-    RenderEngine engine;
-    engine.SetVideoFormat(VideoFormat());
-    SetUpAudio(engine);
-    engine.Start(Ticks(0));
-    auto held = DeliverAudioAsync(engine, 0);
-    EXPECT_TRUE(Waiting(held, milliseconds(50)));
-    ASSERT_EQ(DeliverVideo(engine, 0), kOk);
-    ASSERT_FALSE(Waiting(held, milliseconds(3000)));  // the clock started, the graph runs
-    EXPECT_EQ(held.get(), kOk);
-    engine.Stop();
-}
-
 TEST(RenderEngineAudio, ASeekPreviewKeepsTheSoundWaitingUntilTheStop) {
     UseCaptureFile("engine-seek");
     ASSERT_TRUE(LoadFeedModule());

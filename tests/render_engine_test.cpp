@@ -1,9 +1,8 @@
 // The render engine driven through its sample entry on a clock the test advances: each frame is
 // presented when the clock reaches its time and not before, pause and resume, the last picture kept
-// a second, time-freeze copies, seek mode, queue bounds and stopping, and the engine's states.
+// a second, time-freeze copies, seek mode and stopping, and the engine's states.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <optional>
 #include <thread>
@@ -204,27 +203,6 @@ TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
     engine.Start(Ticks(0));
     EXPECT_EQ(engine.GetState(), State::kPlaying) << "a stop ends seeking";
     EXPECT_EQ(Deliver(9, 0), kOk);
-}
-
-TEST_F(RenderEngineTest, DeliveryBlocksAtThirtyWaitingFramesAndStopReleasesIt) {
-    engine.Start(Ticks(0));
-    engine.Pause();  // nothing is rendered: the decoded queue fills up
-    std::atomic<int> delivered{0};
-    std::atomic<int32_t> lastStatus{kOk};
-    std::thread producer([&] {
-        for (uint32_t i = 0; i < 40; ++i) {
-            lastStatus = Deliver(i, i * 10);
-            if (lastStatus != kOk) return;
-            ++delivered;
-        }
-    });
-    for (int i = 0; i < 5000 && delivered.load() < 30; ++i) std::this_thread::sleep_for(milliseconds(1));
-    std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(delivered.load(), 30);  // the 31st waits for room
-
-    engine.Stop();
-    producer.join();  // a producer left waiting would hang here
-    EXPECT_EQ(lastStatus.load(), ERR_SAMPLE_REFUSED);
 }
 
 TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
