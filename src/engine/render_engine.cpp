@@ -378,23 +378,13 @@ void RenderEngine::PublishSamples(std::unique_ptr<FrameRecord> frame) {
     ReleaseInlayBuffer(view);
 }
 
-InlayBuffer* RenderEngine::TakeCurrentPreSample() {
+InlayBuffer* RenderEngine::TakeSample(InlayBuffer*& current) {
     InlayBuffer* sample;
     {
         std::lock_guard<std::mutex> guard(sampleLock_);
-        sample = std::exchange(currentPreSample_, nullptr);
+        sample = std::exchange(current, nullptr);
     }
-    samplesTaken_.notify_all();
-    return sample;
-}
-
-InlayBuffer* RenderEngine::TakeCurrentViewSample() {
-    InlayBuffer* sample;
-    {
-        std::lock_guard<std::mutex> guard(sampleLock_);
-        sample = std::exchange(currentViewSample_, nullptr);
-    }
-    samplesTaken_.notify_all();
+    samplesTaken_.notify_all();  // the present thread may wait for it before the end marker
     return sample;
 }
 

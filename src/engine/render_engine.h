@@ -124,8 +124,9 @@ public:
     Ticks MapPlayTime(Ticks time) const { return Ticks(freezes_.MapPlayTime(time.count())); }
 
     Ticks GetCurrentPlayTime() const { return Ticks(currentPlayTime_.load()); }
-    InlayBuffer* TakeCurrentPreSample();   // the caller owns the result
-    InlayBuffer* TakeCurrentViewSample();  // the caller owns the result
+    // The current samples, once each per presented frame; the caller owns the result.
+    InlayBuffer* TakeCurrentPreSample() { return TakeSample(currentPreSample_); }
+    InlayBuffer* TakeCurrentViewSample() { return TakeSample(currentViewSample_); }
     uint32_t ViewWidth() const { return static_cast<uint32_t>(viewDim_.load()); }
     uint32_t ViewHeight() const { return static_cast<uint32_t>(viewDim_.load() >> 32); }
 
@@ -166,6 +167,7 @@ private:
     bool WaitForPresentationTime(const FrameRecord& frame);
     float ClockElapsedMs();
     void PublishSamples(std::unique_ptr<FrameRecord> frame);
+    InlayBuffer* TakeSample(InlayBuffer*& current);  // current: one of the two slots below
     // Waits up to about a second for the client to take the current samples, or until stopping.
     void WaitSamplesTaken();
     void FlushQueues();
