@@ -132,6 +132,17 @@ protected:
         return Find(object, method, from).size();
     }
 
+    // Calls on either reader from index `from` on, reference counting left out.
+    size_t ReaderCalls(size_t from = 0) const {
+        const std::vector<ScriptedCall> log = host.Log();
+        size_t count = 0;
+        for (size_t i = from; i < log.size(); ++i) {
+            const std::string object = ObjectName(log[i].object), method = log[i].method;
+            if ((object == "video" || object == "audio") && method != "AddRef" && method != "Release") ++count;
+        }
+        return count;
+    }
+
     // Waits until `object.method` has been logged at least `count` times from index `from` on.
     bool WaitForCall(const std::string& object, const std::string& method, size_t from = 0,
                      size_t count = 1, milliseconds timeout = milliseconds(3000)) const {

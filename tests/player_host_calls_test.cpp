@@ -62,13 +62,13 @@ TEST_F(HostCalls, CallsWithoutEffectLeaveTheHostAlone) {
     ASSERT_EQ(OpenScript(Script(300, 30.0)), 0);
     size_t mark = LogSize();
     Pause(player);  // Stopped
-    EXPECT_EQ(LogSize(), mark);
+    EXPECT_EQ(ReaderCalls(mark), 0u);
 
     Play(player, 0);
     Pause(player);
     mark = LogSize();
     Pause(player);  // Paused
-    EXPECT_EQ(LogSize(), mark);
+    EXPECT_EQ(ReaderCalls(mark), 0u);
 
     Close(player);
     mark = LogSize();
@@ -78,7 +78,7 @@ TEST_F(HostCalls, CallsWithoutEffectLeaveTheHostAlone) {
     Stop(player);
     Seek(player, kSecond);
     std::this_thread::sleep_for(milliseconds(30));
-    EXPECT_EQ(LogSize(), mark);
+    EXPECT_EQ(ReaderCalls(mark), 0u);
 }
 
 TEST_F(HostCalls, PlayWaitsForABusyReaderPollingNotSpinning) {

@@ -40,11 +40,7 @@ protected:
     }
 };
 
-double Percentile(std::vector<double> values, double p) {
-    std::sort(values.begin(), values.end());
-    return values[static_cast<size_t>(p * static_cast<double>(values.size() - 1))];
-}
-
+// (When each frame shows is the engine's test, on a clock it drives; here the wall clock runs.)
 TEST_F(Playback, PresentsEveryFrameInOrderAtItsTime) {
     constexpr int64_t kInterval = 200'000;  // 50 fps
     ASSERT_EQ(OpenScript(Script(40, 50.0)), 0);
@@ -53,7 +49,6 @@ TEST_F(Playback, PresentsEveryFrameInOrderAtItsTime) {
 
     struct Seen {
         int64_t frame;
-        double atMs;
         double time;
     };
     std::vector<Seen> seen;
@@ -66,7 +61,7 @@ TEST_F(Playback, PresentsEveryFrameInOrderAtItsTime) {
             if (InlayBuffer_GetWidth(pre) == 0) {
                 ended = true;
             } else {
-                seen.push_back({FrameOf(pre), MsSince(start), InlayBuffer_GetTime(pre)});
+                seen.push_back({FrameOf(pre), InlayBuffer_GetTime(pre)});
                 EXPECT_EQ(InlayBuffer_GetHeight(pre), 32u);
             }
         }
@@ -81,26 +76,14 @@ TEST_F(Playback, PresentsEveryFrameInOrderAtItsTime) {
     EXPECT_TRUE(ended) << "no end-of-stream samples";
     ASSERT_GE(seen.size(), 20u) << "most frames should be seen when polled every millisecond";
 
-    std::vector<double> lateness;
     for (size_t i = 0; i < seen.size(); ++i) {
         ASSERT_GE(seen[i].frame, 0) << "picture " << i << " is not a whole frame, top row first";
         EXPECT_EQ(seen[i].time, static_cast<double>(seen[i].frame * kInterval));
         if (i > 0) {
             EXPECT_GT(seen[i].frame, seen[i - 1].frame) << "out of order";
         }
-        // The clock starts with the first presented frame.
-        const double dueMs = (seen[i].time - seen[0].time) / 10'000.0;
-        lateness.push_back(seen[i].atMs - seen[0].atMs - dueMs);
     }
-    // Polling only sees a frame after it is shown, and the first sighting may itself be late: the
-    // typical (median) offset is the reference, and no frame comes well before it.
-    std::vector<double> sorted = lateness;
-    std::sort(sorted.begin(), sorted.end());
-    const double typical = sorted[sorted.size() / 2];
-    for (double& late : lateness) late -= typical;
     EXPECT_EQ(seen.back().frame, 39);
-    EXPECT_GT(*std::min_element(lateness.begin(), lateness.end()), -5.0) << "shown early";
-    EXPECT_LT(Percentile(lateness, 0.95), 40.0);
     EXPECT_EQ(GetCurrentPlayTime(player), 39 * kInterval);
 }
 

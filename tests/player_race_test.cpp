@@ -51,15 +51,14 @@ TEST_F(Races, ReopeningWhileOtherThreadsCallTheEngine) {
 
     int opens = 0;
     const auto start = Clock::now();
-    while (MsSince(start) < 1500) {
+    while (MsSince(start) < 1500 || opens < 4) {  // sanitizers slow an Open down a lot
         ASSERT_EQ(Open(player, "/media/scripted/clip.mp4", 0, 0, 0), 0);
         Play(player, 0);  // frames arrive, so samples are taken from a running engine too
         if (++opens % 3 == 0) Close(player);
     }
     done.store(true);
     for (auto& t : threads) t.join();
-    EXPECT_GT(opens, 10);
-    EXPECT_GT(calls.load(), 100);
+    EXPECT_GT(calls.load(), 10 * opens) << "the other threads hardly ran";
 }
 
 }  // namespace
