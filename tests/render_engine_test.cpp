@@ -48,18 +48,17 @@ protected:
                                     static_cast<uint32_t>(picture.size() * 4), ticks, ticks + 100'000);
     }
 
-    // Takes the current samples, if a frame was presented since the last take.
+    // Takes the current samples, if a frame was presented since the last take (the view after
+    // the panorama, so both are of one frame: the next one needs the clock or both taken).
     std::optional<Presented> Take() {
         InlayBuffer* pre = engine.TakeCurrentPreSample();
+        if (pre == nullptr) return std::nullopt;
         InlayBuffer* view = engine.TakeCurrentViewSample();
-        std::optional<Presented> seen;
-        if (pre != nullptr) {
-            const uint32_t number = pre->pixels ? reinterpret_cast<const uint32_t*>(pre->pixels)[0] : 0;
-            seen = Presented{number, pre->time / 10'000, pre->seek, pre->width};
-            EXPECT_NE(view, nullptr);
-            if (view != nullptr) {
-                EXPECT_EQ(view->time, pre->time);
-            }
+        const uint32_t number = pre->pixels ? reinterpret_cast<const uint32_t*>(pre->pixels)[0] : 0;
+        const Presented seen{number, pre->time / 10'000, pre->seek, pre->width};
+        EXPECT_NE(view, nullptr);
+        if (view != nullptr) {
+            EXPECT_EQ(view->time, pre->time);
         }
         ReleaseInlayBuffer(pre);
         ReleaseInlayBuffer(view);
