@@ -86,7 +86,7 @@ protected:
                 if (frame->IsEnd()) return seen;
             }
             // The end marker is published without the clock once the last frame was taken.
-            clock.AwaitWaiters([this] { return engine.GetState() == State::kEnded; });
+            clock.AwaitWaiters([this] { return engine.GetStateForTesting() == State::kEnded; });
             clock.Advance(step == 0 ? microseconds(2'500) : microseconds(5'000));
         }
         ADD_FAILURE() << "no end marker";
@@ -131,9 +131,9 @@ TEST_F(RenderEngineTest, TheLastPictureStaysASecondForTheClientBeforeTheEnd) {
     clock.AwaitWaiters();  // nobody takes the picture: the present thread holds the end back
     clock.Advance(milliseconds(999));
     clock.AwaitWaiters();
-    EXPECT_NE(engine.GetState(), State::kEnded);
+    EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
     clock.Advance(milliseconds(2));
-    for (int i = 0; i < 5000 && engine.GetState() != State::kEnded; ++i) std::this_thread::sleep_for(milliseconds(1));
+    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kEnded; ++i) std::this_thread::sleep_for(milliseconds(1));
     const Presented end = Next();
     EXPECT_TRUE(end.IsEnd()) << "the last picture was not replaced";
 }
@@ -144,7 +144,7 @@ TEST_F(RenderEngineTest, PauseHoldsPresentationAndResumeRunsTheClockFromTheLastF
     EXPECT_EQ(Next().number, 1u);
     clock.AwaitWaiters();  // for the frame at 20 ms
     engine.Pause();
-    EXPECT_EQ(engine.GetState(), State::kPaused);
+    EXPECT_EQ(engine.GetStateForTesting(), State::kPaused);
     // A frame whose wait began before the pause is shown when its time comes; nothing after it.
     clock.Advance(milliseconds(500));
     EXPECT_EQ(Next().number, 2u);
@@ -183,11 +183,11 @@ TEST_F(RenderEngineTest, AFreezeShiftsLaterFramesAndRepeatsTheFirstFrameAfterIt)
 
 TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
     engine.StartSeek(Ticks(milliseconds(5'000)));  // far ahead of a clock that never moves
-    EXPECT_EQ(engine.GetState(), State::kSeeking);
+    EXPECT_EQ(engine.GetStateForTesting(), State::kSeeking);
     ASSERT_EQ(Deliver(7, 5'000), kOk);
     const Presented shown = Next();
     EXPECT_EQ(shown.number, 7u);
-    for (int i = 0; i < 5000 && engine.GetState() != State::kSeekFrameShown; ++i) {
+    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kSeekFrameShown; ++i) {
         std::this_thread::sleep_for(milliseconds(1));
     }
     EXPECT_EQ(Deliver(8, 5'040), ERR_SAMPLE_REFUSED);
@@ -197,10 +197,10 @@ TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
     EXPECT_TRUE(end.seek) << "the end marker of a seek carries the seek flag";
 
     engine.Stop();
-    EXPECT_EQ(engine.GetState(), State::kStopped);
+    EXPECT_EQ(engine.GetStateForTesting(), State::kStopped);
     EXPECT_EQ(Deliver(9, 0), ERR_SAMPLE_REFUSED);
     engine.Start(Ticks(0));
-    EXPECT_EQ(engine.GetState(), State::kPlaying) << "a stop ends seeking";
+    EXPECT_EQ(engine.GetStateForTesting(), State::kPlaying) << "a stop ends seeking";
     EXPECT_EQ(Deliver(9, 0), kOk);
 }
 

@@ -99,7 +99,7 @@ public:
     // reader told to stop can end its delivery; Stop then joins the threads and flushes.
     void BeginStop();
     int32_t Stop();
-    State GetState() const { return state_.load(); }
+    State GetStateForTesting() const { return state_.load(); }
 
     // View control. SetView works in any state and stores a keyframe at the current position;
     // non-finite values are refused. The gesture calls queue values that the render thread
