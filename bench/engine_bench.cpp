@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "engine/frame_conversion.h"
+#include "engine/flip_rows.h"
 #include "engine/render_engine.h"
 
 namespace vexel {
@@ -30,7 +30,7 @@ void Configure(RenderEngine& engine, uint32_t viewWidth, uint32_t viewHeight) {
 // Waits until the frame with time `last` has been presented; samples nobody takes are freed by
 // the engine when the next frame is published, as in a host that only looks at some frames.
 void WaitPresented(const RenderEngine& engine, int64_t last) {
-    while (engine.GetCurrentPlayTime() < last) std::this_thread::yield();
+    while (engine.GetCurrentPlayTime().count() < last) std::this_thread::yield();
 }
 
 // Frames all due at once flow through as fast as the engine moves them.
@@ -38,7 +38,7 @@ void BM_EngineFrameCost(benchmark::State& state) {
     std::vector<uint8_t> frame(kFrameBytes, 0x5A);
     RenderEngine engine;
     Configure(engine, 1, 1);
-    engine.Start(0);
+    engine.Start(Ticks(0));
     int64_t frames = 0;
     for (auto _ : state) {
         // Times one tick apart: every frame is due at once.
@@ -85,7 +85,7 @@ void BM_PresentThirtyFps(benchmark::State& state) {
         rusage before{};
         getrusage(RUSAGE_SELF, &before);
         const auto start = std::chrono::steady_clock::now();
-        engine.Start(0);
+        engine.Start(Ticks(0));
         const int64_t count = seconds * 30;
         int64_t time = 0;
         for (int64_t i = 0; i < count; ++i) {

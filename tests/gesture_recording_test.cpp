@@ -1,13 +1,12 @@
-// Pan and zoom gestures on a running engine, recorded frame by frame and committed as keyframes
-// into the real lens module's view path, which is read back through its JSON file.
+// Gesture recordings thinned to keyframes and committed into the real lens module's view path, read
+// back through its JSON file; and the keyframe SetView stores at the current position.
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "engine/render_engine.h"
@@ -17,7 +16,6 @@ namespace vexel {
 namespace {
 
 using testing::ModuleFunction;
-constexpr int64_t kTicksPerMs = 10000;
 
 struct Keyframe {
     double time;
@@ -27,45 +25,16 @@ struct Keyframe {
 class GestureRecording : public ::testing::Test {
 protected:
     void SetUp() override {
-        // Loaded by path first, the engine then finds the module by its name.
+        // Loaded by path first, the lens then finds the module by its name.
         clear_ = ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
         save_ = ModuleFunction<PanoramaPathFileFn>(kLensParamsModule, kSavePanoramaPathSymbol);
         ASSERT_TRUE(clear_ && save_);
         clear_();
-        engine_ = std::make_unique<RenderEngine>();
+        lens_ = std::make_unique<PanoramaLens>();
         ASSERT_TRUE(PanoramaLens::Available());
-        MediaFormatPayload format{};
-        format.video.width = 16;
-        format.video.height = 8;
-        format.video.pixelFormat = 11;
-        engine_->SetVideoFormat(format);
-        engine_->SetTimeRange(0, 100'000'000);
-        engine_->SetViewDim(8, 4);
     }
     void TearDown() override {
-        if (engine_) engine_->Stop();
-        clear_();
-    }
-
-    // Delivers `count` frames 100 ms apart and returns the pan and fov each was shown with.
-    std::vector<std::pair<double, double>> PlayFrames(int count) {
-        engine_->Start(0);
-        std::vector<uint32_t> picture(16 * 8, 0);
-        std::vector<std::pair<double, double>> shown;
-        for (int i = 0; i < count; ++i) {
-            EXPECT_EQ(engine_->OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()), 16 * 8 * 4,
-                                             i * 100 * kTicksPerMs, (i + 1) * 100 * kTicksPerMs),
-                      0);
-        }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (static_cast<int>(shown.size()) < count && std::chrono::steady_clock::now() < deadline) {
-            InlayBuffer* view = engine_->TakeCurrentViewSample();
-            ReleaseInlayBuffer(engine_->TakeCurrentPreSample());
-            if (view != nullptr) shown.emplace_back(view->pan, view->fov);
-            ReleaseInlayBuffer(view);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return shown;
+        if (clear_) clear_();
     }
 
     std::vector<Keyframe> SavedKeyframes(const char* field) {
@@ -83,18 +52,13 @@ protected:
 
     ClearPanoramaPathFn clear_ = nullptr;
     PanoramaPathFileFn save_ = nullptr;
-    std::unique_ptr<RenderEngine> engine_;
+    std::unique_ptr<PanoramaLens> lens_;
 };
 
-TEST_F(GestureRecording, PanGestureAppliesOneValuePerFrameAndKeepsTheTurningPoints) {
-    engine_->StartPan();
-    for (double pan : {10.0, 20.0, 30.0, 20.0, 10.0}) engine_->AddPan(pan, 5.0);
-    const auto shown = PlayFrames(5);
-    ASSERT_EQ(shown.size(), 5u);
-    EXPECT_EQ(shown[0].first, 10.0);
-    EXPECT_EQ(shown[2].first, 30.0);
-    EXPECT_EQ(shown[4].first, 10.0);
-    engine_->EndPan();
+TEST_F(GestureRecording, APanKeepsItsFirstAndLastSampleAndEveryTurningPoint) {
+    const double pans[] = {10.0, 20.0, 30.0, 20.0, 10.0};
+    for (int i = 0; i < 5; ++i) lens_->RecordPan(i * 0.1, pans[i], i);
+    lens_->Commit(PanoramaLens::Gesture::Pan);
     const auto keyframes = SavedKeyframes("pan");
     ASSERT_EQ(keyframes.size(), 3u);
     EXPECT_DOUBLE_EQ(keyframes[0].time, 0.0);
@@ -103,14 +67,14 @@ TEST_F(GestureRecording, PanGestureAppliesOneValuePerFrameAndKeepsTheTurningPoin
     EXPECT_EQ(keyframes[1].value, 30.0);
     EXPECT_DOUBLE_EQ(keyframes[2].time, 0.4);
     EXPECT_EQ(keyframes[2].value, 10.0);
+    lens_->Commit(PanoramaLens::Gesture::Pan);  // nothing recorded since: nothing more
+    EXPECT_EQ(SavedKeyframes("pan").size(), 3u);
 }
 
 TEST_F(GestureRecording, APauseOfEightRepeatsEndsWithAKeyframe) {
-    engine_->StartPan();
-    for (int i = 0; i < 9; ++i) engine_->AddPan(5.0, 0.0);
-    engine_->AddPan(6.0, 0.0);
-    ASSERT_EQ(PlayFrames(10).size(), 10u);
-    engine_->EndPan();
+    for (int i = 0; i < 9; ++i) lens_->RecordPan(i * 0.1, 5.0, 0.0);
+    lens_->RecordPan(0.9, 6.0, 0.0);
+    lens_->Commit(PanoramaLens::Gesture::Pan);
     const auto keyframes = SavedKeyframes("pan");
     ASSERT_EQ(keyframes.size(), 3u);
     EXPECT_DOUBLE_EQ(keyframes[0].time, 0.0);  // the first 5
@@ -118,13 +82,10 @@ TEST_F(GestureRecording, APauseOfEightRepeatsEndsWithAKeyframe) {
     EXPECT_EQ(keyframes[2].value, 6.0);
 }
 
-TEST_F(GestureRecording, ZoomGestureKeepsTheNarrowestFieldBeforeItWidensAgain) {
-    engine_->StartZoom();
-    for (double fov : {90.0, 80.0, 70.0, 80.0}) engine_->AddZoom(fov);
-    const auto shown = PlayFrames(4);
-    ASSERT_EQ(shown.size(), 4u);
-    EXPECT_EQ(shown[2].second, 70.0);
-    engine_->EndZoom();
+TEST_F(GestureRecording, AZoomKeepsTheNarrowestFieldBeforeItWidensAgain) {
+    const double fovs[] = {90.0, 80.0, 70.0, 80.0};
+    for (int i = 0; i < 4; ++i) lens_->RecordZoom(i * 0.1, 0.0, 0.0, fovs[i]);
+    lens_->Commit(PanoramaLens::Gesture::Zoom);
     const auto keyframes = SavedKeyframes("fov");
     ASSERT_EQ(keyframes.size(), 3u);
     EXPECT_EQ(keyframes[0].value, 90.0);
@@ -132,18 +93,15 @@ TEST_F(GestureRecording, ZoomGestureKeepsTheNarrowestFieldBeforeItWidensAgain) {
     EXPECT_EQ(keyframes[2].value, 80.0);
 }
 
-TEST_F(GestureRecording, OutsideAGestureFramesFollowThePathAndSetViewStoresAKeyframe) {
-    engine_->SetView(40.0, 10.0, 100.0);  // stored at the current position, time 0
-    const auto shown = PlayFrames(2);
-    ASSERT_EQ(shown.size(), 2u);
-    EXPECT_EQ(shown[1].first, 40.0);
-    EXPECT_EQ(shown[1].second, 100.0);
+TEST_F(GestureRecording, SetViewStoresAKeyframeAtTheCurrentPositionAndRefusesNonNumbers) {
+    RenderEngine engine;
+    engine.SetTimeRange(0, 100'000'000);
+    engine.SetView(40.0, 10.0, 100.0);
+    engine.SetView(std::nan(""), 0.0, 90.0);
     const auto keyframes = SavedKeyframes("pan");
     ASSERT_EQ(keyframes.size(), 1u);
     EXPECT_EQ(keyframes[0].time, 0.0);
-    // Values that are not numbers are refused and change nothing.
-    engine_->SetView(std::nan(""), 0.0, 90.0);
-    EXPECT_EQ(SavedKeyframes("pan").size(), 1u);
+    EXPECT_EQ(keyframes[0].value, 40.0);
 }
 
 }  // namespace

@@ -187,26 +187,6 @@ double Ms(int64_t frames) { return static_cast<double>(frames) * 1000.0 / kRate;
 // queued yet, so a slow first delivery can cost a few milliseconds): small, never a stretch.
 void ExpectLittleLost(const Analysis& a) { EXPECT_LT(Ms(a.lost), 30.0) << "ms of stream cut"; }
 
-TEST_F(PlayerAudio, SoundStartsWithTheFirstPresentedFrame) {
-    ASSERT_EQ(OpenScript(AudioScript(2.0)), 0);
-    const auto played = Clock::now();
-    Play(player, 0);
-    const std::vector<Seen> seen = Watch(played, 1000);
-    const WavCaptureFile wav = Finish();
-    const Analysis a = Analyse(wav, 2 * kRate);
-    ASSERT_GE(a.firstStream, 0) << "no stream sound in the capture";
-    EXPECT_EQ(a.mismatches, 0);
-    EXPECT_TRUE(a.gaps.empty());
-    ExpectLittleLost(a);
-    EXPECT_GT(Ms(a.matched), 700.0);
-    // Within the capture, stream frame n sounds n frames after the graph ran.
-    EXPECT_NEAR(Ms(a.firstFrame - a.firstStream), 0.0, 20.0);
-    // And the graph ran when the pictures' clock started: sound of time 0 against picture of time 0.
-    const double offsetMs = CaptureStartMs(wav, played) + Ms(a.firstFrame - a.firstStream) - ClockStartMs(seen);
-    std::printf("A/V start offset (play from 0): %+.2f ms, +-%.2f\n", offsetMs, CaptureStartUncertaintyMs());
-    EXPECT_LT(std::fabs(offsetMs), 20.0 + CaptureStartUncertaintyMs());
-}
-
 TEST_F(PlayerAudio, SoundFromAPositionStartsWithThePictureThere) {
     ASSERT_EQ(OpenScript(AudioScript(3.0)), 0);
     Play(player, 12'000'000);  // 1.2 s in: picture 30, sound block 60

@@ -29,45 +29,29 @@ protected:
     }
 };
 
-TEST_F(Opening, FailsWhenTheHostCannotBeCreated) {
-    ScriptedScript script;
-    script.failCreateHost = true;
-    testing::internal::CaptureStdout();
-    ExpectCleanFailure(script);
-    // The module is there, so nothing is printed.
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_EQ(Calls(), std::vector<std::string>{"module.CreateCodecHost"});
-}
-
-TEST_F(Opening, FailsWhenTheReaderCannotOpenTheFile) {
-    ScriptedScript script;
-    script.failOpen = true;
-    ExpectCleanFailure(script);
-}
-
-TEST_F(Opening, FailsWithoutAVideoStream) {
-    ScriptedScript audioOnly;
-    audioOnly.streamCount = 1;
-    audioOnly.streams[0] = {0, 2, 8000, 0.0, 1.0, 10'000'000};
-    ExpectCleanFailure(audioOnly);
-    EXPECT_TRUE(Find("video", "SelectStream").empty());
-
-    ScriptedScript empty;
-    empty.streamCount = 0;
-    ExpectCleanFailure(empty);
-
-    ScriptedScript otherKinds;
-    otherKinds.streamCount = 2;
-    otherKinds.streams[0].kind = 2;
-    otherKinds.streams[1].kind = 5;
-    ExpectCleanFailure(otherKinds);
-}
-
-TEST_F(Opening, FailsWhenTheReaderOffersNoPlaybackControl) {
-    ScriptedScript script;
-    script.noPlaybackControl = true;
-    ExpectCleanFailure(script, true);
-    EXPECT_EQ(Find("video", "QueryInterface").size(), 1u);
+TEST_F(Opening, FailsCleanlyWithoutAHostAFileAVideoStreamOrAControl) {
+    std::vector<std::pair<const char*, ScriptedScript>> cases(6);
+    cases[0].first = "no host";
+    cases[0].second.failCreateHost = true;
+    cases[1].first = "unreadable file";
+    cases[1].second.failOpen = true;
+    cases[2].first = "sound only";
+    cases[2].second.streamCount = 1;
+    cases[2].second.streams[0] = {0, 2, 8000, 0.0, 1.0, 10'000'000};
+    cases[3].first = "no streams";
+    cases[3].second.streamCount = 0;
+    cases[4].first = "other kinds";
+    cases[4].second.streams[0].kind = 2;
+    cases[4].second.streams[1].kind = 5;
+    cases[5].first = "no control";
+    cases[5].second.noPlaybackControl = true;
+    for (const auto& [name, script] : cases) {
+        SCOPED_TRACE(name);
+        host.Reset();
+        testing::internal::CaptureStdout();
+        ExpectCleanFailure(script, script.noPlaybackControl);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "the module is there: nothing to say";
+    }
 }
 
 TEST_F(Opening, ClampsThePlayRangeToTheDuration) {
@@ -103,22 +87,7 @@ TEST_F(Opening, ClampsThePlayRangeToTheDuration) {
     }
 }
 
-TEST_F(Opening, TakesTheDurationFromTheStreamTicksWhenNoSecondsAreGiven) {
-    ScriptedScript script = Script(25, 25.0);
-    script.streams[0].duration = 0.0;
-    script.streams[0].streamDuration = 450'000'000;
-    ASSERT_EQ(OpenScript(script), 0);
-    uint64_t start = 1, end = 1;
-    GetRange(player, &start, &end);
-    EXPECT_EQ(start, 0u);
-    EXPECT_EQ(end, 450'000'000u);
-}
-
-TEST_F(Opening, ReportsHalfTheStreamSizeAndTheDecodedFrameRate) {
-    uint64_t start = 5, end = 5;
-    GetRange(player, &start, &end);
-    EXPECT_EQ(start, 0u);
-    EXPECT_EQ(end, 0u);
+TEST_F(Opening, ReportsHalfTheStreamSizeTheDecodedFrameRateAndTheTickDuration) {
     EXPECT_EQ(GetFrameRate(player), 0.0);
     EXPECT_EQ(GetWidth(player), 0u);
 
@@ -135,9 +104,15 @@ TEST_F(Opening, ReportsHalfTheStreamSizeAndTheDecodedFrameRate) {
     Close(player);
     script.streams[0].width = 2881;
     script.streams[0].height = 1441;
+    script.streams[0].duration = 0.0;  // no seconds given: the stream's ticks count
+    script.streams[0].streamDuration = 450'000'000;
     ASSERT_EQ(OpenScript(script), 0);
     EXPECT_EQ(GetWidth(player), 1440u);
     EXPECT_EQ(GetHeight(player), 720u);
+    uint64_t start = 1, end = 1;
+    GetRange(player, &start, &end);
+    EXPECT_EQ(start, 0u);
+    EXPECT_EQ(end, 450'000'000u);
 }
 
 TEST_F(Opening, PlaysTheFirstOfTwoVideoStreams) {
@@ -159,18 +134,11 @@ TEST_F(Opening, AFileWithoutSoundPlaysOnTheVideoReaderAlone) {
     EXPECT_EQ(AudioReader(), 0u);
     EXPECT_EQ(host.LiveObjects(), 1) << "the reader without sound was not dropped";
 
-    size_t mark = LogSize();
     Play(player, 0);
-    EXPECT_EQ(Calls(mark), (std::vector<std::string>{"video.QueryInterface(PlaybackStatus)",
-                                                      "video.GetState",
-                                                      "video.SetPositions(0,0,100000000,0)",
-                                                      "video.Run"}));
-    mark = LogSize();
     Pause(player);
-    EXPECT_EQ(Calls(mark), std::vector<std::string>{"video.Pause"});
-    mark = LogSize();
     Stop(player);
-    EXPECT_EQ(Calls(mark), std::vector<std::string>{"video.Stop"});
+    EXPECT_EQ(Count("video", "Run"), 1u);
+    EXPECT_EQ(Count("video", "Stop"), 1u);
 }
 
 TEST_F(Opening, OpenOnAnOpenPlayerReplacesTheFile) {

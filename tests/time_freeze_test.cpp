@@ -1,14 +1,13 @@
 // Time freeze: the stored rounding, reading with a small buffer, inserting on the presentation
-// timeline with its merge, the inverse mapping, and the frames the engine repeats at a freeze.
+// timeline with its merge, the inverse mapping, and the copies of a frame that fill a freeze.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cmath>
 #include <limits>
-#include <thread>
 #include <vector>
 
-#include "engine/render_engine.h"
+#include "engine/freeze_copy_plan.h"
 #include "engine/time_freeze.h"
 
 namespace vexel {
@@ -87,52 +86,38 @@ TEST(TimeFreezeList, InsertMapsThePresentationTimeAndMergesFreezesAtOneMediaTime
     EXPECT_EQ(Read(list).size(), 2u);
 }
 
-// The engine shifts frames behind a freeze and repeats the first frame after the freeze starts.
-TEST(TimeFreezeEngine, FramesAreShiftedAndTheFreezeIsFilledWithCopies) {
-    RenderEngine engine;
-    MediaFormatPayload format{};
-    format.video.width = 8;
-    format.video.height = 4;
-    format.video.pixelFormat = 11;
-    engine.SetVideoFormat(format);
-    StreamInfo info{};
-    info.frameRate = 10.0;  // 100 ms frames
-    engine.SetVideoStreamInfo(info);
-    const double times[] = {250}, durations[] = {300};
-    engine.SetTimeFreeze(times, durations, 1);
-    engine.Start(0);
-    engine.Pause();  // keep everything queued; Stop would flush it, so read back by presenting
+TEST(FreezeCopyPlan, TheFirstFrameAfterAFreezeStartsIsRepeatedAcrossIt) {
+    TimeFreezeList list;
+    const double times[] = {250, 1000}, durations[] = {300, 50};
+    list.Set(times, durations, 2);
+    auto at = [](int64_t ms) { return Ticks(std::chrono::milliseconds(ms)); };
 
-    std::vector<uint32_t> picture(8 * 4);
-    for (int64_t ms : {0, 100, 200, 300, 400}) {
-        for (auto& p : picture) p = static_cast<uint32_t>(ms);
-        ASSERT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()), 8 * 4 * 4,
-                                       ms * kTicksPerMs, (ms + 100) * kTicksPerMs),
-                  0);
-    }
-    engine.OnVideoEndOfStream();
-    engine.Start(-1);
-    std::vector<std::pair<int64_t, uint32_t>> shown;  // presentation ms, source frame ms
-    bool sawEnd = false;  // the end that arrived before the resume is kept
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!sawEnd && std::chrono::steady_clock::now() < deadline) {
-        InlayBuffer* pre = engine.TakeCurrentPreSample();
-        ReleaseInlayBuffer(engine.TakeCurrentViewSample());
-        if (pre == nullptr) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            continue;
-        }
-        sawEnd = pre->width == 0;
-        if (!sawEnd) shown.emplace_back(pre->time / kTicksPerMs, reinterpret_cast<const uint32_t*>(pre->pixels)[0]);
-        ReleaseInlayBuffer(pre);
-    }
-    engine.Stop();
-    EXPECT_TRUE(sawEnd);
-    // 300 ms at 10 fps: three copies of the 300 ms frame at 250, 350, 450; then it and the
-    // next one 300 ms late.
-    const std::vector<std::pair<int64_t, uint32_t>> expected = {
-        {0, 0}, {100, 100}, {200, 200}, {250, 300}, {350, 300}, {450, 300}, {600, 300}, {700, 400}};
-    EXPECT_EQ(shown, expected);
+    const FreezeCopyPlan before(at(200), list, 10.0, false);
+    EXPECT_EQ(before.Time(), at(200));
+    EXPECT_EQ(before.CopyCount(), 0);
+
+    // 300 ms at 10 fps: three copies from 250 ms, one per frame interval; the frame 300 ms late.
+    const FreezeCopyPlan first(at(300), list, 10.0, false);
+    EXPECT_EQ(first.Time(), at(600));
+    ASSERT_EQ(first.CopyCount(), 3);
+    EXPECT_EQ(first.CopyTime(0), at(250));
+    EXPECT_EQ(first.CopyTime(2), at(450));
+
+    const FreezeCopyPlan next(at(400), list, 10.0, false);  // a whole frame after: shifted only
+    EXPECT_EQ(next.Time(), at(700));
+    EXPECT_EQ(next.CopyCount(), 0);
+
+    // Shorter than a frame interval: no copy; earlier freezes shift the copies' times too.
+    EXPECT_EQ(FreezeCopyPlan(at(1000), list, 10.0, false).CopyCount(), 0);
+    const FreezeCopyPlan later(at(1000), list, 40.0, false);
+    EXPECT_EQ(later.Time(), at(1350));
+    ASSERT_EQ(later.CopyCount(), 2);
+    EXPECT_EQ(later.CopyTime(0), at(1300));
+    EXPECT_EQ(later.CopyTime(1), at(1325));
+
+    EXPECT_EQ(FreezeCopyPlan(at(300), list, 10.0, true).CopyCount(), 0) << "a seek makes no copies";
+    EXPECT_EQ(FreezeCopyPlan(at(300), list, 0.0, false).CopyCount(), 0) << "no frame rate";
+    EXPECT_EQ(FreezeCopyPlan(at(300), TimeFreezeList(), 10.0, false).Time(), at(300));
 }
 
 }  // namespace

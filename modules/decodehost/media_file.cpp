@@ -116,7 +116,7 @@ void MediaFile::Describe() {
             entry.info.width = static_cast<uint32_t>(std::max(params->width, 0));
             entry.info.height = static_cast<uint32_t>(std::max(params->height, 0));
             entry.info.frameRate = StreamFrameRate(context, stream);
-            entry.info.duration = static_cast<double>(entry.durationTicks) / kTicksPerSecond;
+            entry.info.duration = vexel::ToSeconds(vexel::TicksF(static_cast<double>(entry.durationTicks)));
         } else if (entry.info.kind == kStreamKindAudio) {
             entry.info.channels = static_cast<uint32_t>(std::max(params->ch_layout.nb_channels, 0));
             entry.info.samplesPerSecond = static_cast<uint32_t>(std::max(params->sample_rate, 0));

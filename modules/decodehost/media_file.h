@@ -16,11 +16,11 @@
 
 #include "av_ptr.h"
 #include "vexel/codec_host.h"
+#include "vexel/ticks.h"
 
 namespace vexel::decodehost {
 
-inline constexpr int64_t kTicksPerSecond = 10'000'000;
-inline constexpr AVRational kTickBase = {1, 10'000'000};
+inline constexpr AVRational kTickBase = {1, vexel::Ticks::period::den};
 // StreamInfo::kind for streams the player does not play (subtitles, data, cover pictures).
 inline constexpr uint32_t kStreamKindOther = 2;
 // Times converted to ticks may differ by rounding from a time a caller computed itself.

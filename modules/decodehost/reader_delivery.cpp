@@ -13,9 +13,11 @@ namespace vexel::decodehost {
 namespace {
 
 int64_t SamplesToTicks(int64_t samples, int rate) {
-    return av_rescale(samples, kTicksPerSecond, rate);
+    return av_rescale(samples, vexel::Ticks::period::den, rate);
 }
-int64_t TicksToSamples(int64_t ticks, int rate) { return av_rescale(ticks, rate, kTicksPerSecond); }
+int64_t TicksToSamples(int64_t ticks, int rate) {
+    return av_rescale(ticks, rate, vexel::Ticks::period::den);
+}
 
 }  // namespace
 

@@ -47,7 +47,8 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
     if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
         decoder->frameRate_ = StreamFrameRate(context, stream);
         if (decoder->frameRate_ > 0.0)
-            decoder->frameInterval_ = static_cast<int64_t>(kTicksPerSecond / decoder->frameRate_);
+            decoder->frameInterval_ =
+                static_cast<int64_t>(vexel::Ticks::period::den / decoder->frameRate_);
     }
 
     // Only this stream's packets are wanted from the demuxer.
@@ -71,7 +72,7 @@ void StreamDecoder::Seek(int64_t ticks) {
         SeekTo(at);
         if (DecodeFirst() && pendingTicks_ < AddTicks(ticks, reach)) return;
         if (at <= 0) break;
-        back = back == 0 ? kTicksPerSecond : back * 2;
+        back = back == 0 ? vexel::Ticks(std::chrono::seconds(1)).count() : back * 2;
     }
     // Even the start was missed: read from the first byte where the container allows it.
     if (Rewind()) DecodeFirst();
@@ -169,7 +170,7 @@ int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {
     }
     int64_t length = 0;
     if (codec_->codec_type == AVMEDIA_TYPE_AUDIO && frame->sample_rate > 0) {
-        length = av_rescale(frame->nb_samples, kTicksPerSecond, frame->sample_rate);
+        length = av_rescale(frame->nb_samples, vexel::Ticks::period::den, frame->sample_rate);
     } else {
         length = frameInterval_;
     }

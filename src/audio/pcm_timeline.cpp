@@ -5,13 +5,9 @@
 #include <cstring>
 #include <limits>
 
+#include "vexel/ticks.h"
+
 namespace vexel {
-
-namespace {
-
-constexpr int64_t kTicksPerSecond = 10'000'000;
-
-}  // namespace
 
 PcmTimeline::PcmTimeline(const WAVEFORMATEX& format)
     : rate_(format.nSamplesPerSec),
@@ -20,8 +16,9 @@ PcmTimeline::PcmTimeline(const WAVEFORMATEX& format)
       snapFrames_(std::max<int64_t>(1, format.nSamplesPerSec / 500)) {}  // 2 ms
 
 int64_t PcmTimeline::FrameAt(int64_t time) const {
+    constexpr int64_t kPerSecond = Ticks::period::den;
     const long double frames =
-        (static_cast<long double>(time) * rate_ + kTicksPerSecond / 2) / kTicksPerSecond;
+        (static_cast<long double>(time) * rate_ + kPerSecond / 2) / kPerSecond;
     if (frames >= static_cast<long double>(std::numeric_limits<int64_t>::max() / 2)) {
         return std::numeric_limits<int64_t>::max() / 2;
     }

@@ -1,12 +1,10 @@
 // FrameQueue: a first-in first-out queue of frame records with its own lock. Producers wait for
-// room below a bound; consumers may wait a short while for a frame to arrive.
+// room below a bound, consumers for a frame or the marked end of the stream.
 //
-// Threads: any number of producers and consumers. Every wait ends on its own within the time it is
-// given, or when the stop flag it watches is set and WakeAll is called.
+// Threads: any number of producers and consumers. Each wait also ends when the condition it is given
+// holds; whoever makes that condition true calls WakeAll afterwards.
 #pragma once
 
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -18,24 +16,50 @@ namespace vexel {
 
 class FrameQueue {
 public:
+    struct Taken {
+        std::unique_ptr<FrameRecord> frame;  // null when none was taken
+        bool ended = false;                  // no frame waits and the end is marked
+    };
+
     explicit FrameQueue(size_t bound) : bound_(bound) {}
 
-    // Waits while `bound` or more frames wait and `stop` is clear.
-    void WaitForRoom(const std::atomic<bool>& stop);
-    // Waits up to `timeout` for a frame to be queued; returns at once when one waits.
-    void WaitForFrame(std::chrono::milliseconds timeout);
+    // Waits while `bound` or more frames wait; false, at once, when cancel() holds.
+    template <class Cancel>
+    bool WaitForRoom(Cancel cancel) {
+        std::unique_lock<std::mutex> guard(lock_);
+        changed_.wait(guard, [&] { return cancel() || frames_.size() < bound_; });
+        return !cancel();
+    }
+
+    // Takes the first frame, waiting for one until the end is marked; nothing once cancel() holds.
+    template <class Cancel>
+    Taken Take(Cancel cancel) {
+        std::unique_lock<std::mutex> guard(lock_);
+        changed_.wait(guard, [&] { return !frames_.empty() || ended_ || cancel(); });
+        Taken taken;
+        if (cancel()) return taken;
+        if (frames_.empty()) {
+            taken.ended = ended_;
+            return taken;
+        }
+        taken.frame = std::move(frames_.front());
+        frames_.pop_front();
+        guard.unlock();
+        changed_.notify_all();  // room for a producer
+        return taken;
+    }
 
     void Push(std::unique_ptr<FrameRecord> frame);  // no bound applied
-    std::unique_ptr<FrameRecord> Pop();              // null when empty
-    void Clear();
-    size_t Count() const;
-    void WakeAll();  // ends the waits so they look at their stop flag again
+    void Clear();                                    // frees every waiting frame
+    void MarkEnd(bool ended);                        // the producer's last frame is queued
+    void WakeAll();                                  // after a cancel condition became true
 
 private:
     const size_t bound_;
-    mutable std::mutex lock_;
+    std::mutex lock_;
     std::condition_variable changed_;
     std::deque<std::unique_ptr<FrameRecord>> frames_;
+    bool ended_ = false;
 };
 
 }  // namespace vexel

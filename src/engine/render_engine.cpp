@@ -8,20 +8,41 @@
 
 #include "common/log.h"
 #include "vexel/status.h"
-#include "platform/perf_counter.h"
-#include "platform/sleep.h"
+#include "engine/freeze_copy_plan.h"
 #include "projection/view_projector.h"
 
 namespace vexel {
 
 namespace {
 
-constexpr std::chrono::milliseconds kIdleStep{10};
-constexpr double kTicksPerSecond = 10'000'000.0;
-constexpr size_t kMaxQueuedViews = 1 << 16;  // gesture inputs beyond this are dropped
+using std::chrono::duration;
+using State = RenderEngine::State;
+
+// The engine's clock counts milliseconds in 32-bit floats from the clock's native ticks.
+constexpr float kMsPerClockTick =
+    1000.0f / static_cast<float>(TickClock::Duration::period::den / TickClock::Duration::period::num);
+// How long the present thread keeps the last picture of a stream for the client before the
+// empty end samples replace it.
+constexpr std::chrono::milliseconds kLastPictureHold{1000};
+
 constexpr uint64_t PackViewDim(uint32_t width, uint32_t height) {
     return uint64_t{width} | (uint64_t{height} << 32);
 }
+
+// Ticks (held as a float) in milliseconds, computed in 32-bit floats.
+float TicksToMsF32(float ticks) {
+    return duration<float, std::milli>(duration<float, Ticks::period>(ticks)).count();
+}
+
+// The lens module's view path, as the view control reads it.
+class LensPath final : public ViewPath {
+public:
+    void GetAngle(double time, double* pan, double* tilt, double* fov) override {
+        PanoramaLens::GetAngle(time, pan, tilt, fov);
+    }
+    void GetPan(double time, double* pan, double* tilt) override { PanoramaLens::GetPan(time, pan, tilt); }
+    void GetZoom(double time, double* fov) override { PanoramaLens::GetZoom(time, fov); }
+};
 
 // Runs a thread body; a failure there (out of memory) ends the thread with a line, not the process.
 template <class Body>
@@ -82,55 +103,82 @@ void RenderEngine::SetViewDim(uint32_t width, uint32_t height) {
     viewDim_.store(PackViewDim(width, height));
 }
 
-int32_t RenderEngine::Start(int64_t time) {
-    clockRestart_.store(true);
+// ---------------------------------------------------------------------------------------------
+// State
+
+bool RenderEngine::Transition(std::initializer_list<State> from, State to) {
+    {
+        std::lock_guard<std::mutex> guard(stateLock_);
+        if (std::find(from.begin(), from.end(), state_.load()) == from.end()) return false;
+        state_.store(to);
+    }
+    WakeWaits();
+    return true;
+}
+
+void RenderEngine::WakeWaits() {
+    { std::lock_guard<std::mutex> guard(stateLock_); }  // see FrameQueue::WakeAll
+    stateChanged_.notify_all();
+    decodedQueue_.WakeAll();
+    renderedQueue_.WakeAll();
+    { std::lock_guard<std::mutex> guard(sampleLock_); }
+    samplesTaken_.notify_all();
+}
+
+int32_t RenderEngine::Start(Ticks time) { return StartAt(time, false); }
+
+int32_t RenderEngine::StartSeek(Ticks time) { return StartAt(time, true); }
+
+int32_t RenderEngine::StartAt(Ticks time, bool seek) {
+    const bool resume = time < Ticks::zero();
     // A resume keeps an end of stream that arrived before the pause: the frames still queued are
     // the last ones, and the end marker must follow them.
-    if (time >= 0) endOfStream_.store(false);
-    running_.store(true);
-    seekFrameShown_.store(false);
-    audioStartPending_.store(true);
-    if (time >= 0) {
-        startPosition_.store(static_cast<double>(time));
+    if (!resume) {
+        decodedQueue_.MarkEnd(false);
+        startPosition_.store(static_cast<double>(time.count()));
         std::lock_guard<std::mutex> guard(sampleLock_);
-        currentPlayTime_.store(time);
+        currentPlayTime_.store(time.count());
     } else {  // resume from the last presented frame
         startPosition_.store(static_cast<double>(currentPlayTime_.load()));
-        if (audioOutput_ && !seekMode_.load()) audioOutput_->Run(time);  // the sound runs on at once
-        audioStartPending_.store(false);
-        OpenAudioGate();
     }
+    State to;
+    {
+        std::lock_guard<std::mutex> guard(stateLock_);
+        const State from = state_.load();
+        // Seeking lasts until a stop; an ended engine has no threads to play with.
+        to = from == State::kEnded ? State::kEnded : (seek || Seeks(from)) ? State::kSeeking : State::kPlaying;
+        state_.store(to);
+        clockRestartPending_ = true;
+        audioStartPending_ = true;
+    }
+    if (resume) {
+        if (audioOutput_ && !Seeks(to)) audioOutput_->Run(-1);  // the sound runs on at once
+        std::lock_guard<std::mutex> guard(stateLock_);
+        audioStartPending_ = false;
+    }
+    WakeWaits();
     if (!renderThread_.IsStarted() && !presentThread_.IsStarted()) {
-        stopRequested_.store(false);
         if (!renderThread_.Start([this] { RunGuarded("render", [this] { RenderThreadProc(); }); }, "vexel-render") ||
             !presentThread_.Start([this] { RunGuarded("present", [this] { PresentThreadProc(); }); }, "vexel-present")) {
             LogPrintf("vexel: could not start the render threads\n");
         }
     }
-    const int64_t frequency = PerfCounterFrequency();
-    msPerTick_.store(frequency > 0 ? 1000.0f / static_cast<float>(frequency) : 0.0f);
     return kOk;
 }
 
-int32_t RenderEngine::StartSeek(int64_t time) {
-    seekMode_.store(true);
-    return Start(time);
-}
-
 int32_t RenderEngine::Pause() {
-    running_.store(false);
+    Transition({State::kPlaying}, State::kPaused);
     if (audioOutput_) audioOutput_->Pause();
     return kOk;
 }
 
 void RenderEngine::BeginStop() {
     if (audioOutput_) audioOutput_->Stop();  // also releases a delivery blocked in the graph
-    running_.store(false);
-    seekMode_.store(false);
-    stopRequested_.store(true);
-    OpenAudioGate();
-    decodedQueue_.WakeAll();
-    renderedQueue_.WakeAll();
+    {
+        std::lock_guard<std::mutex> guard(stateLock_);
+        state_.store(State::kStopped);
+    }
+    WakeWaits();
 }
 
 int32_t RenderEngine::Stop() {
@@ -143,179 +191,95 @@ int32_t RenderEngine::Stop() {
     return kOk;
 }
 
-InlayBuffer* RenderEngine::TakeCurrentPreSample() {
-    std::lock_guard<std::mutex> guard(sampleLock_);
-    return std::exchange(currentPreSample_, nullptr);
-}
-
-InlayBuffer* RenderEngine::TakeCurrentViewSample() {
-    std::lock_guard<std::mutex> guard(sampleLock_);
-    return std::exchange(currentViewSample_, nullptr);
-}
+// ---------------------------------------------------------------------------------------------
+// Frames on their way
 
 bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
     // Each push waits for room, the freeze copies too (so a long freeze cannot fill memory with
     // copies), and a frame is refused once stopping: queued after Stop flushed the queues, it would
     // be shown by the next Start.
     auto push = [this](std::unique_ptr<FrameRecord> record) {
-        decodedQueue_.WaitForRoom(stopRequested_);
-        if (stopRequested_.load()) return false;
+        if (!decodedQueue_.WaitForRoom([this] { return Stopping(); })) return false;
         decodedQueue_.Push(std::move(record));
         return true;
     };
-
-    // Shown later by all the frozen time before it.
-    const FreezeShift found = freezes_.ShiftAt(static_cast<float>(static_cast<double>(frame->time) / 10000.0));
+    const FreezeCopyPlan plan(Ticks(frame->time), freezes_, videoStreamInfo_.frameRate, Seeks(state_.load()));
     frame->streamTime = frame->time;
-    frame->time = static_cast<int64_t>(static_cast<double>(frame->time) + static_cast<double>(found.shift) * 10000.0);
-
-    // The first frame less than one frame interval after a freeze starts is repeated, one copy per
-    // frame interval, from the presentation time at which the freeze begins.
-    const double frameRate = videoStreamInfo_.frameRate;
-    if (!seekMode_.load() && found.lastDuration > 0.0 && frameRate > 0.0 && std::isfinite(frameRate)) {
-        const double frameMs = 1000.0 / frameRate;
-        const double nowMs = static_cast<double>(frame->time) / 10000.0;
-        const double freezeEnd = static_cast<double>(found.shift) + found.lastTime;
-        if (frameMs - (nowMs - freezeEnd) > 0.1) {
-            const auto copies = static_cast<int64_t>(found.lastDuration / 1000.0 * frameRate);
-            const double freezeStart = freezeEnd - found.lastDuration;
-            for (int64_t i = 0; i < copies; ++i) {
-                auto copy = frame->Clone();
-                copy->time = static_cast<int64_t>((static_cast<double>(i) * 1000.0 / frameRate + freezeStart) * 10000.0);
-                if (!push(std::move(copy))) return false;
-            }
-        }
+    frame->time = plan.Time().count();
+    for (int64_t i = 0; i < plan.CopyCount(); ++i) {
+        auto copy = frame->Clone();
+        copy->time = plan.CopyTime(i).count();
+        if (!push(std::move(copy))) return false;
     }
     return push(std::move(frame));
 }
 
 void RenderEngine::SetView(double pan, double tilt, double fov) {
     if (!std::isfinite(pan) || !std::isfinite(tilt) || !std::isfinite(fov)) return;
-    viewPan_.store(pan);
-    viewTilt_.store(tilt);
-    viewFov_.store(fov);
-    const double seconds =
-        static_cast<double>(currentPlayTime_.load() - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond;
+    view_.Set({pan, tilt, fov});
+    const double seconds = ToSeconds(Ticks(currentPlayTime_.load() - static_cast<int64_t>(rangeStart_)));
     PanoramaLens::SetAngle(seconds, pan, tilt, fov);
 }
 
-void RenderEngine::StartPan() {
-    panning_.store(true);
-    panStepX_.store(0.0);
-    panStepY_.store(0.0);
-}
-
-void RenderEngine::SetPanStep(double x, double y) {
-    panStepX_.store(x);
-    panStepY_.store(y);
-}
-
-void RenderEngine::AddPan(double pan, double tilt) {
-    std::lock_guard<std::mutex> guard(viewLock_);
-    if (panQueue_.size() >= kMaxQueuedViews) return;
-    panQueue_.push_back(pan);
-    tiltQueue_.push_back(tilt);
-}
-
+// A gesture's recording is committed while its flag is still set, then the flag and queue go.
 void RenderEngine::EndPan() {
     lens_.Commit(PanoramaLens::Gesture::Pan);
-    panning_.store(false);
-    std::lock_guard<std::mutex> guard(viewLock_);
-    panQueue_.clear();
-    tiltQueue_.clear();
-}
-
-void RenderEngine::StartZoom() {
-    zooming_.store(true);
-    zoomFactor_.store(1.0);
-}
-
-void RenderEngine::AddZoom(double fov) {
-    std::lock_guard<std::mutex> guard(viewLock_);
-    if (zoomQueue_.size() >= kMaxQueuedViews) return;
-    zoomQueue_.push_back(fov);
+    view_.EndPan();
 }
 
 void RenderEngine::EndZoom() {
     lens_.Commit(PanoramaLens::Gesture::Zoom);
-    zooming_.store(false);
-    std::lock_guard<std::mutex> guard(viewLock_);
-    zoomQueue_.clear();
+    view_.EndZoom();
 }
 
 void RenderEngine::StepView(double seconds) {
-    const double lensTime = seconds < 0.0 ? 0.0 : std::min(seconds, static_cast<double>(rangeLength_) / kTicksPerSecond);
-    const bool panning = panning_.load(), zooming = zooming_.load();
-    double pan = viewPan_.load(), tilt = viewTilt_.load(), fov = viewFov_.load();
-    // Takes the front of a queue into value; false when it is empty. Needs viewLock_.
-    auto takeFront = [](std::deque<double>& queue, double& value) {
-        if (queue.empty()) return false;
-        value = queue.front();
-        queue.pop_front();
-        return true;
-    };
-
-    if (!panning && !zooming) {  // the view follows the path
-        PanoramaLens::GetAngle(lensTime, &pan, &tilt, &fov);
-    } else if (!panning) {
-        bool took;
-        {
-            std::lock_guard<std::mutex> guard(viewLock_);
-            took = takeFront(zoomQueue_, fov);
-        }
-        PanoramaLens::GetPan(lensTime, &pan, &tilt);
-        if (took) lens_.RecordZoom(lensTime, pan, tilt, fov);
-    } else {
-        bool tookZoom = false;
-        {
-            std::lock_guard<std::mutex> guard(viewLock_);
-            takeFront(panQueue_, pan);
-            takeFront(tiltQueue_, tilt);
-            if (zooming) tookZoom = takeFront(zoomQueue_, fov);
-        }
-        if (!zooming) PanoramaLens::GetZoom(lensTime, &fov);
-        if (tookZoom) {
-            lens_.RecordPanZoom(lensTime, pan, tilt, fov);
-        } else {
-            lens_.RecordPan(lensTime, pan, tilt);
-        }
+    LensPath path;
+    const ViewStep step =
+        view_.Step(seconds, ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
+    const ViewAngles& v = step.view;
+    switch (step.record) {
+        case ViewStep::Record::None:
+            break;
+        case ViewStep::Record::Pan:
+            lens_.RecordPan(step.lensTime, v.pan, v.tilt);
+            break;
+        case ViewStep::Record::Zoom:
+            lens_.RecordZoom(step.lensTime, v.pan, v.tilt, v.fov);
+            break;
+        case ViewStep::Record::PanZoom:
+            lens_.RecordPanZoom(step.lensTime, v.pan, v.tilt, v.fov);
+            break;
     }
-    viewPan_.store(pan);
-    viewTilt_.store(tilt);
-    viewFov_.store(fov);
+}
+
+bool RenderEngine::WaitUntilTaking() {
+    std::unique_lock<std::mutex> guard(stateLock_);
+    stateChanged_.wait(guard, [this] { return Takes(state_.load()) || Stopping(); });
+    return !Stopping();
 }
 
 void RenderEngine::RenderThreadProc() {
-    if (stopRequested_.load()) return;
-    for (;;) {
-        if (!running_.load()) {
-            Sleep(10);
-        } else {
-            // Read before the pop: the end is signalled after the last frame was queued.
-            const bool ended = endOfStream_.load();
-            if (auto frame = decodedQueue_.Pop()) {
-                StepView(static_cast<double>(frame->time - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond);
-                RenderFrameView(*frame);
-                renderedQueue_.WaitForRoom(stopRequested_);
-                renderedQueue_.Push(std::move(frame));
-            } else if (ended) {
-                auto marker = std::make_unique<FrameRecord>();
-                marker->seek = seekMode_.load();
-                renderedQueue_.WaitForRoom(stopRequested_);
-                renderedQueue_.Push(std::move(marker));
-                return;
-            } else {
-                decodedQueue_.WaitForFrame(kIdleStep);
-            }
+    while (WaitUntilTaking()) {
+        FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
+        if (taken.frame) {
+            StepView(ToSeconds(Ticks(taken.frame->time - static_cast<int64_t>(rangeStart_))));
+            RenderFrameView(*taken.frame);
+            if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
+            renderedQueue_.Push(std::move(taken.frame));
+        } else if (taken.ended) {
+            auto marker = std::make_unique<FrameRecord>();
+            marker->seek = Seeks(state_.load());
+            if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
+            renderedQueue_.Push(std::move(marker));
+            return;
         }
-        if (stopRequested_.load()) return;
     }
 }
 
 void RenderEngine::RenderFrameView(FrameRecord& frame) {
     const uint64_t dim = viewDim_.load();
     const uint32_t viewWidth = static_cast<uint32_t>(dim), viewHeight = static_cast<uint32_t>(dim >> 32);
-    const double pan = viewPan_.load(), tilt = viewTilt_.load(), fov = viewFov_.load();
+    const ViewAngles view = view_.Current();
 
     if (!frame.viewPixels) {
         frame.viewSize = viewWidth * viewHeight * 4;
@@ -329,54 +293,48 @@ void RenderEngine::RenderFrameView(FrameRecord& frame) {
     ViewProjector projector(static_cast<int32_t>(frame.width), static_cast<int32_t>(frame.height));
     projector.SetViewBuffer(reinterpret_cast<uint32_t*>(frame.viewPixels.get()),
                             static_cast<int32_t>(viewWidth), static_cast<int32_t>(viewHeight));
-    RenderDirection(projector, rowTable_.data(), pan, tilt, fov);
+    RenderDirection(projector, rowTable_.data(), view.pan, view.tilt, view.fov);
 
     // The samples carry the view as it was asked for, not as the projector adjusted it.
     frame.viewWidth = viewWidth;
     frame.viewHeight = viewHeight;
-    frame.pan = pan;
-    frame.tilt = tilt;
-    frame.fov = fov;
+    frame.pan = view.pan;
+    frame.tilt = view.tilt;
+    frame.fov = view.fov;
 }
 
 void RenderEngine::PresentThreadProc() {
-    if (stopRequested_.load()) return;
-    for (;;) {
-        std::unique_ptr<FrameRecord> frame;
-        if (running_.load()) frame = renderedQueue_.Pop();
-        if (!frame) {
-            if (running_.load()) {
-                renderedQueue_.WaitForFrame(kIdleStep);
-            } else {
-                Sleep(10);
-            }
-        } else if (frame->IsEndMarker()) {
+    while (WaitUntilTaking()) {
+        std::unique_ptr<FrameRecord> frame = renderedQueue_.Take([this] { return !Takes(state_.load()); }).frame;
+        if (!frame) continue;
+        if (frame->IsEndMarker()) {
             WaitSamplesTaken();
             PublishSamples(std::move(frame));
+            Transition({State::kPlaying, State::kPaused, State::kSeeking, State::kSeekFrameShown}, State::kEnded);
             return;
-        } else {
-            if (!WaitForPresentationTime(*frame)) return;
-            PublishSamples(std::move(frame));
-            if (seekMode_.load()) seekFrameShown_.store(true);
         }
-        if (stopRequested_.load()) return;
+        if (!WaitForPresentationTime(*frame)) return;
+        PublishSamples(std::move(frame));
+        Transition({State::kSeeking}, State::kSeekFrameShown);
     }
 }
 
 bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame) {
-    using std::chrono::microseconds;
-    const float target = static_cast<float>(static_cast<double>(frame.time) / 10000.0);
+    const float target = static_cast<float>(ToMs(Ticks(frame.time)));
     for (;;) {
         const float elapsed = ClockElapsedMs();
-        const float now = static_cast<float>(static_cast<float>(startPosition_.load()) / 10000.0f + elapsed);
-        if (now >= target || seekMode_.load()) return true;
-        if (stopRequested_.load()) return false;
-        // Sleep while the time is far, poll the clock only for the last stretch.
+        const float now = static_cast<float>(TicksToMsF32(static_cast<float>(startPosition_.load())) + elapsed);
+        if (now >= target || Seeks(state_.load())) return true;
+        if (Stopping()) return false;
+        // Wait while the time is far; poll the clock only for the last stretch.
         const float remaining = target - now;
         if (remaining > 2.0f) {
-            std::this_thread::sleep_for(microseconds(static_cast<int64_t>(std::min(remaining - 1.5f, 10.0f) * 1000.0f)));
+            const auto wake = clock_->Now() + std::chrono::duration_cast<TickClock::Duration>(
+                                                  duration<float, std::milli>(remaining - 1.5f));
+            std::unique_lock<std::mutex> guard(stateLock_);
+            if (!Stopping() && !clockRestartPending_) clock_->WaitUntil(guard, stateChanged_, wake);
         } else if (remaining > 0.6f) {
-            std::this_thread::sleep_for(microseconds(200));
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
         } else {
             std::this_thread::yield();
         }
@@ -384,15 +342,23 @@ bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame) {
 }
 
 float RenderEngine::ClockElapsedMs() {
-    if (!clockRestart_.exchange(false)) {
-        return static_cast<float>(ReadPerfCounter() - clockOrigin_) * msPerTick_.load();
+    bool startSound = false;
+    {
+        std::lock_guard<std::mutex> guard(stateLock_);
+        if (!std::exchange(clockRestartPending_, false)) {
+            return static_cast<float>((clock_->Now() - clockOrigin_).count()) * kMsPerClockTick;
+        }
+        startSound = audioStartPending_ && audioOutput_ && !Seeks(state_.load());
     }
-    clockOrigin_ = ReadPerfCounter();
+    clockOrigin_ = clock_->Now();
     // The sound starts at the clock's origin, from the position the clock starts at.
-    if (audioStartPending_.load() && audioOutput_ && !seekMode_.load()) {
+    if (startSound) {
         audioOutput_->Run(static_cast<int64_t>(startPosition_.load()));
-        audioStartPending_.store(false);
-        OpenAudioGate();
+        {
+            std::lock_guard<std::mutex> guard(stateLock_);
+            audioStartPending_ = false;
+        }
+        stateChanged_.notify_all();
     }
     return 0.0f;
 }
@@ -412,13 +378,22 @@ void RenderEngine::PublishSamples(std::unique_ptr<FrameRecord> frame) {
     ReleaseInlayBuffer(view);
 }
 
+InlayBuffer* RenderEngine::TakeSample(InlayBuffer*& current) {
+    InlayBuffer* sample;
+    {
+        std::lock_guard<std::mutex> guard(sampleLock_);
+        sample = std::exchange(current, nullptr);
+    }
+    samplesTaken_.notify_all();  // the present thread may wait for it before the end marker
+    return sample;
+}
+
 void RenderEngine::WaitSamplesTaken() {
-    for (int i = 0; i < 100 && !stopRequested_.load(); ++i) {
-        {
-            std::lock_guard<std::mutex> guard(sampleLock_);
-            if (currentPreSample_ == nullptr && currentViewSample_ == nullptr) return;
-        }
-        Sleep(10);
+    const TickClock::TimePoint deadline = clock_->Now() + kLastPictureHold;
+    std::unique_lock<std::mutex> guard(sampleLock_);
+    while ((currentPreSample_ != nullptr || currentViewSample_ != nullptr) && !Stopping() &&
+           clock_->Now() < deadline) {
+        clock_->WaitUntil(guard, samplesTaken_, deadline);
     }
 }
 

@@ -3,21 +3,44 @@
 // view on a render thread (at most 2 rendered frames waiting) and, on a present thread, publishes
 // the panorama and the view as samples when its millisecond clock reaches the frame's time.
 //
+// State (state_), changed under stateLock_ by the Player's thread and the present thread:
+//
+//                                       BeginStop / Stop, from every state
+//                                      +-------------------------------------> kStopped
+//                                      |
+//     kIdle, kStopped ---Start(t)---> kPlaying ---Pause---> kPaused
+//           |                            ^  ^                  |
+//           |                            |  +--Start(t | -1)---+
+//           |                            |
+//           +-------StartSeek(t)----> kSeeking ---first frame presented---> kSeekFrameShown
+//                                        ^                                         |
+//                                        +-----------Start, StartSeek--------------+
+//
+//     kPlaying, kPaused, kSeeking, kSeekFrameShown ---end marker presented---> kEnded
+//
+// Start from kPlaying restarts the clock; Start keeps a seek state (only a stop ends seeking);
+// Pause acts in kPlaying only. In kEnded both threads have ended: Stop must come before the next
+// Start plays. The threads take frames in kPlaying, kSeeking and kSeekFrameShown; video samples
+// are refused in kSeekFrameShown, kEnded and kStopped, audio blocks in kStopped only.
+//
 // Threads:
 // - the Player's threads (host threads and the seek command thread): construction, the setters,
 //   Start, StartSeek, Pause, Stop, destruction; one at a time;
 // - the codec host's delivery threads, through the sinks: OnVideoSample (may block while 30 frames
-//   wait), OnAudioSample, the end-of-stream calls;
+//   wait), OnAudioSample (blocks until the clock starts the sound), the end-of-stream calls;
 // - the render thread and the present thread, started by the first Start after construction or a
 //   Stop, joined by Stop;
-// - host threads through the exports: TakeCurrentPreSample, TakeCurrentViewSample,
-//   GetCurrentPlayTime, ViewWidth/ViewHeight.
-// Flags shared between them are atomic; the three locks are never held together or while sleeping.
+// - host threads through the Player: the view and time-freeze calls, TakeCurrentPreSample,
+//   TakeCurrentViewSample, GetCurrentPlayTime, ViewWidth/ViewHeight.
+// Locks: stateLock_ (state and the clock and sound start requests), the two queues' own locks,
+// sampleLock_ (current samples), the view queues' lock (ViewControl): never two at once. Every
+// blocking wait waits on a condition variable whose condition includes stopping.
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -30,13 +53,18 @@
 #include "engine/frame_record.h"
 #include "engine/panorama_lens.h"
 #include "engine/time_freeze.h"
+#include "engine/view_control.h"
 #include "platform/thread.h"
+#include "platform/tick_clock.h"
 #include "vexel/codec_host.h"
+#include "vexel/ticks.h"
 
 namespace vexel {
 
 class RenderEngine final : public SampleTarget {
 public:
+    enum class State { kIdle, kPlaying, kPaused, kSeeking, kSeekFrameShown, kEnded, kStopped };
+
     static constexpr size_t kDecodedBound = 30;
     static constexpr size_t kRenderedBound = 2;
 
@@ -44,6 +72,9 @@ public:
     ~RenderEngine();  // stops first if the threads still run
     RenderEngine(const RenderEngine&) = delete;
     RenderEngine& operator=(const RenderEngine&) = delete;
+
+    // The clock frames are presented by; before the first Start. The clock must outlive the engine.
+    void SetTickClockForTesting(TickClock* clock) { clock_ = clock; }
 
     // The sinks the readers deliver into; the engine holds one reference on each.
     Vexel::IPushStream* VideoSink() const { return videoSink_.get(); }
@@ -61,24 +92,25 @@ public:
     void SetVolume(int32_t volume);
 
     // Playback control (Player's thread). Start(t >= 0) plays from t; Start(-1) resumes.
-    int32_t Start(int64_t time);
-    int32_t StartSeek(int64_t time);  // presents the first frame that arrives at once
+    int32_t Start(Ticks time);
+    int32_t StartSeek(Ticks time);  // presents the first frame that arrives at once
     int32_t Pause();
     // Refuses samples from now on and releases every delivery thread waiting in the engine, so a
     // reader told to stop can end its delivery; Stop then joins the threads and flushes.
     void BeginStop();
     int32_t Stop();
+    State GetStateForTesting() const { return state_.load(); }
 
     // View control. SetView works in any state and stores a keyframe at the current position;
     // non-finite values are refused. The gesture calls queue values that the render thread
     // applies one per frame and record what is shown; ending a gesture commits keyframes.
     void SetView(double pan, double tilt, double fov);
-    void StartPan();
-    void SetPanStep(double x, double y);
-    void AddPan(double pan, double tilt);
+    void StartPan() { view_.StartPan(); }
+    void SetPanStep(double x, double y) { view_.SetPanStep(x, y); }
+    void AddPan(double pan, double tilt) { view_.AddPan(pan, tilt); }
     void EndPan();
-    void StartZoom();
-    void AddZoom(double fov);
+    void StartZoom() { view_.StartZoom(); }
+    void AddZoom(double fov) { view_.AddZoom(fov); }
     void EndZoom();
 
     // Time freeze (milliseconds). Player time to media position: unchanged with no segments.
@@ -89,44 +121,59 @@ public:
         return freezes_.Get(times, durations, capacity);
     }
     double TimeFreeze(double time, double duration) { return freezes_.Insert(time, duration); }
-    int64_t MapPlayTime(int64_t time) const { return freezes_.MapPlayTime(time); }
+    Ticks MapPlayTime(Ticks time) const { return Ticks(freezes_.MapPlayTime(time.count())); }
 
-    int64_t GetCurrentPlayTime() const { return currentPlayTime_.load(); }
-    InlayBuffer* TakeCurrentPreSample();   // the caller owns the result
-    InlayBuffer* TakeCurrentViewSample();  // the caller owns the result
+    Ticks GetCurrentPlayTime() const { return Ticks(currentPlayTime_.load()); }
+    // The current samples, once each per presented frame; the caller owns the result.
+    InlayBuffer* TakeCurrentPreSample() { return TakeSample(currentPreSample_); }
+    InlayBuffer* TakeCurrentViewSample() { return TakeSample(currentViewSample_); }
     uint32_t ViewWidth() const { return static_cast<uint32_t>(viewDim_.load()); }
     uint32_t ViewHeight() const { return static_cast<uint32_t>(viewDim_.load() >> 32); }
 
     // SampleTarget, on the delivery threads.
     int32_t OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
     int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
-    void OnVideoEndOfStream() override { endOfStream_.store(true); }
+    void OnVideoEndOfStream() override { decodedQueue_.MarkEnd(true); }
     void OnAudioEndOfStream() override;
 
-    // Queues a decoded frame at its presentation time, preceded by copies that fill a freeze
-    // starting just before it; waits while 30 frames wait. False (frame dropped) once stopping.
-    bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);
-
 private:
+    static bool Takes(State state) {
+        return state == State::kPlaying || state == State::kSeeking || state == State::kSeekFrameShown;
+    }
+    static bool Seeks(State state) { return state == State::kSeeking || state == State::kSeekFrameShown; }
+    bool Stopping() const { return state_.load() == State::kStopped; }
+
+    int32_t StartAt(Ticks time, bool seek);
+    // Moves to `to` when the state is one of `from`; then wakes every wait. True when it moved.
+    bool Transition(std::initializer_list<State> from, State to);
+    // Wakes every wait of the engine after a change of state, so each looks at its condition again.
+    void WakeWaits();
+
     // Makes the 32-bit top-row-first picture of a delivered sample (rows reversed, or converted
     // from YUY2), and unwraps a fisheye picture into a panorama. False: the frame is dropped.
     bool ConvertToRgb32(const uint8_t* data, uint32_t size, FrameRecord& frame);
     bool Unwrap(FrameRecord& frame);
+    // Queues a decoded frame at its presentation time, preceded by copies that fill a freeze
+    // starting just before it; waits while 30 frames wait. False (frame dropped) once stopping.
+    bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);
     // The per-frame view update of the render thread, `seconds` after the start of the range.
     void StepView(double seconds);
     void RenderThreadProc();
     void PresentThreadProc();
+    // Waits while the threads take no frames; false when stopping.
+    bool WaitUntilTaking();
     void RenderFrameView(FrameRecord& frame);
     // Waits until the clock reaches the frame's time (at once in seek mode); false when stopping.
     bool WaitForPresentationTime(const FrameRecord& frame);
     float ClockElapsedMs();
     void PublishSamples(std::unique_ptr<FrameRecord> frame);
+    InlayBuffer* TakeSample(InlayBuffer*& current);  // current: one of the two slots below
+    // Waits up to about a second for the client to take the current samples, or until stopping.
     void WaitSamplesTaken();
     void FlushQueues();
-    // Audio blocks wait here while the clock has not started the sound, until it has or the engine
-    // stops; OpenAudioGate wakes them after either flag changed.
+    // Audio blocks wait here while the clock has not started the sound, until it has or the
+    // engine stops.
     void WaitForAudioStart();
-    void OpenAudioGate();
     StreamInfo AudioStreamInfo() const;  // the kept leading bytes of the audio StreamInfo
 
     CountedRef<RenderSink> videoSink_;
@@ -134,20 +181,17 @@ private:
     // Made by SetAudioFormat before playback, null for a file without sound; read by the delivery
     // thread and the Player's and present threads afterwards.
     std::unique_ptr<AudioOutput> audioOutput_;
+    TickClock* clock_ = &SteadyTickClock::Instance();
 
     uint64_t rangeStart_ = 0;
     uint64_t rangeEnd_ = 0;
     uint64_t rangeLength_ = 0;
 
-    std::atomic<bool> running_{false};
-    std::atomic<bool> seekMode_{false};
-    std::atomic<bool> endOfStream_{false};
-    std::atomic<bool> stopRequested_{false};
-    std::atomic<bool> seekFrameShown_{false};
-    std::atomic<bool> audioStartPending_{false};
-    std::atomic<bool> clockRestart_{false};
-    std::atomic<uint32_t> audioGate_{0};  // bumped when audioStartPending_ clears or stopping starts
-
+    std::mutex stateLock_;
+    std::condition_variable stateChanged_;
+    std::atomic<State> state_{State::kIdle};  // written under stateLock_, read anywhere
+    bool clockRestartPending_ = false;  // the next clock reading sets a new origin
+    bool audioStartPending_ = false;    // ... and starts the sound; audio blocks wait meanwhile
     std::atomic<double> startPosition_{0.0};  // ticks at which the clock starts
 
     uint32_t sourceWidth_ = 0;
@@ -156,19 +200,7 @@ private:
     uint32_t fisheyeMode_ = 0;
     // View width in the low and height in the high 32 bits, so both are read together.
     std::atomic<uint64_t> viewDim_{0};
-
-    std::atomic<double> viewPan_{0.0};
-    std::atomic<double> viewTilt_{0.0};
-    std::atomic<double> viewFov_{120.0};
-    std::atomic<double> panStepX_{0.0};  // stored only
-    std::atomic<double> panStepY_{0.0};
-    std::atomic<double> zoomFactor_{1.0};  // stored only
-    std::atomic<bool> panning_{false};
-    std::atomic<bool> zooming_{false};
-    std::mutex viewLock_;  // the three queues below
-    std::deque<double> panQueue_;
-    std::deque<double> tiltQueue_;
-    std::deque<double> zoomQueue_;
+    ViewControl view_;
     PanoramaLens lens_;
     PixelConvertModule pixelConvert_;
     TimeFreezeList freezes_;
@@ -179,12 +211,12 @@ private:
     FrameQueue renderedQueue_{kRenderedBound};
 
     std::mutex sampleLock_;  // current samples and the writing of currentPlayTime_
+    std::condition_variable samplesTaken_;
     InlayBuffer* currentPreSample_ = nullptr;
     InlayBuffer* currentViewSample_ = nullptr;
     std::atomic<int64_t> currentPlayTime_{0};
 
-    std::atomic<float> msPerTick_{0.0f};
-    int64_t clockOrigin_ = 0;                 // present thread only
+    TickClock::TimePoint clockOrigin_;       // present thread only
     std::vector<const uint32_t*> rowTable_;  // render thread only
 
     StreamInfo videoStreamInfo_{};

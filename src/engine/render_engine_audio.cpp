@@ -12,7 +12,7 @@ namespace vexel {
 
 namespace {
 
-float TicksToMs(int64_t ticks) { return static_cast<float>(static_cast<double>(ticks) / 10000.0); }
+float TicksToMs(int64_t ticks) { return static_cast<float>(ToMs(Ticks(ticks))); }
 
 }  // namespace
 
@@ -43,17 +43,9 @@ void RenderEngine::OnAudioEndOfStream() {
     if (audioOutput_) audioOutput_->EndOfStream();
 }
 
-void RenderEngine::OpenAudioGate() {
-    audioGate_.fetch_add(1);
-    audioGate_.notify_all();
-}
-
 void RenderEngine::WaitForAudioStart() {
-    for (;;) {
-        const uint32_t seen = audioGate_.load();
-        if (!audioStartPending_.load() || stopRequested_.load()) return;
-        audioGate_.wait(seen);  // until the clock starts the sound or the engine stops
-    }
+    std::unique_lock<std::mutex> guard(stateLock_);
+    stateChanged_.wait(guard, [this] { return !audioStartPending_ || Stopping(); });
 }
 
 StreamInfo RenderEngine::AudioStreamInfo() const {
@@ -66,10 +58,10 @@ int32_t RenderEngine::OnAudioSample(const uint8_t* data, uint32_t size, int64_t 
     AudioOutput* output = audioOutput_.get();
     // Without an audio output nothing would ever take the block: drop it at once instead of
     // holding the delivery thread for the whole playback.
-    if (output == nullptr) return stopRequested_.load() ? ERR_SAMPLE_REFUSED : kOk;
+    if (output == nullptr) return Stopping() ? ERR_SAMPLE_REFUSED : kOk;
 
     WaitForAudioStart();
-    if (stopRequested_.load()) return ERR_SAMPLE_REFUSED;
+    if (Stopping()) return ERR_SAMPLE_REFUSED;
     if (data == nullptr || size == 0) return kOk;
 
     const FreezeShift atStart = freezes_.ShiftAt(TicksToMs(startTime));
@@ -98,7 +90,7 @@ int32_t RenderEngine::OnAudioSample(const uint8_t* data, uint32_t size, int64_t 
     const uint8_t silence = info.bitsPerSample == 8 ? 0x80 : 0x00;
     std::vector<uint8_t> piece(size);
     for (uint32_t i = 0; i < plan.PieceCount(); ++i) {
-        if (stopRequested_.load()) return ERR_SAMPLE_REFUSED;
+        if (Stopping()) return ERR_SAMPLE_REFUSED;
         const AudioPiece p = plan.Piece(i);
         plan.Fill(data, p, piece.data(), silence);
         output->Deliver(piece.data(), p.size, relative(p.start), relative(p.stop));

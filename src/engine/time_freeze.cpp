@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "vexel/ticks.h"
+
 namespace vexel {
 
 namespace {
@@ -71,7 +73,7 @@ int64_t TimeFreezeList::MapPlayTime(int64_t position) const {
     std::lock_guard<std::mutex> guard(lock_);
     if (segments_.empty()) return position;
 
-    const float t = static_cast<float>(static_cast<double>(position) / 10000.0);
+    const float t = static_cast<float>(ToMs(Ticks(position)));
     float shift = 0.0f, limit = t;
     double lastTime = 0.0, lastDuration = 0.0;
     for (const FreezeSegment& segment : segments_) {
@@ -90,7 +92,7 @@ int64_t TimeFreezeList::MapPlayTime(int64_t position) const {
     } else {  // inside it: its media time
         media = static_cast<float>(t - (s - lastDuration) - (t - lastTime - s + lastDuration));
     }
-    const double ticks = static_cast<double>(media) * 10000.0;
+    const double ticks = MsToTicksF(static_cast<double>(media)).count();
     if (!(std::fabs(ticks) < 9.2e18)) return position;
     return static_cast<int64_t>(ticks);
 }

@@ -9,7 +9,7 @@
 #include "vexelplayer.h"
 
 using vexel::Player;
-using vexel::RenderEngine;
+using vexel::Ticks;
 
 namespace {
 
@@ -81,7 +81,7 @@ void Close(PlayerHandle handle) {
 }
 
 void Play(PlayerHandle handle, int64_t time) {
-    WithPlayer(handle, [&](Player& player) { player.Play(time); });
+    WithPlayer(handle, [&](Player& player) { player.Play(Ticks(time)); });
 }
 
 void Pause(PlayerHandle handle) {
@@ -93,7 +93,7 @@ void Stop(PlayerHandle handle) {
 }
 
 void Seek(PlayerHandle handle, int64_t time) {
-    WithPlayer(handle, [&](Player& player) { player.Seek(time); });
+    WithPlayer(handle, [&](Player& player) { player.Seek(Ticks(time)); });
 }
 
 // ---- Player queries ----
@@ -115,7 +115,7 @@ uint32_t GetHeight(PlayerHandle handle) {
 }
 
 int64_t GetCurrentPlayTime(PlayerHandle handle) {
-    return WithPlayer(handle, int64_t{0}, [](Player& player) { return player.GetCurrentPlayTime(); });
+    return WithPlayer(handle, int64_t{0}, [](Player& player) { return player.GetCurrentPlayTime().count(); });
 }
 
 InlayBuffer* GetCurrentPreSample(PlayerHandle handle) {
@@ -145,74 +145,50 @@ void SetViewDim(PlayerHandle handle, uint32_t width, uint32_t height) {
 }
 
 void SetView(PlayerHandle handle, double pan, double tilt, double fov) {
-    WithPlayer(handle, [&](Player& player) {
-        if (RenderEngine* engine = player.engine()) engine->SetView(pan, tilt, fov);
-    });
+    WithPlayer(handle, [&](Player& player) { player.SetView(pan, tilt, fov); });
 }
 
-// The gesture calls reach the engine only while playing.
 void StartPan(PlayerHandle handle) {
-    WithPlayer(handle, [](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->StartPan();
-    });
+    WithPlayer(handle, [](Player& player) { player.StartPan(); });
 }
 
 void SetPanStep(PlayerHandle handle, double x, double y) {
-    WithPlayer(handle, [&](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->SetPanStep(x, y);
-    });
+    WithPlayer(handle, [&](Player& player) { player.SetPanStep(x, y); });
 }
 
 void AddPan(PlayerHandle handle, double pan, double tilt) {
-    WithPlayer(handle, [&](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->AddPan(pan, tilt);
-    });
+    WithPlayer(handle, [&](Player& player) { player.AddPan(pan, tilt); });
 }
 
 void EndPan(PlayerHandle handle) {
-    WithPlayer(handle, [](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->EndPan();
-    });
+    WithPlayer(handle, [](Player& player) { player.EndPan(); });
 }
 
 void StartZoom(PlayerHandle handle) {
-    WithPlayer(handle, [](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->StartZoom();
-    });
+    WithPlayer(handle, [](Player& player) { player.StartZoom(); });
 }
 
 void AddZoom(PlayerHandle handle, double fov) {
-    WithPlayer(handle, [&](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->AddZoom(fov);
-    });
+    WithPlayer(handle, [&](Player& player) { player.AddZoom(fov); });
 }
 
 void EndZoom(PlayerHandle handle) {
-    WithPlayer(handle, [](Player& player) {
-        if (RenderEngine* engine = player.EngineWhilePlaying()) engine->EndZoom();
-    });
+    WithPlayer(handle, [](Player& player) { player.EndZoom(); });
 }
 
 // ---- Time freeze ----
 
 void SetTimeFreeze(PlayerHandle handle, const double* times, const double* durations, int32_t count) {
-    WithPlayer(handle, [&](Player& player) {
-        if (RenderEngine* engine = player.engine()) engine->SetTimeFreeze(times, durations, count);
-    });
+    WithPlayer(handle, [&](Player& player) { player.SetTimeFreeze(times, durations, count); });
 }
 
 int32_t GetTimeFreeze(PlayerHandle handle, double* times, double* durations, int32_t capacity) {
-    return WithPlayer(handle, int32_t{0}, [&](Player& player) {
-        RenderEngine* engine = player.engine();
-        return engine ? engine->GetTimeFreeze(times, durations, capacity) : int32_t{0};
-    });
+    return WithPlayer(handle, int32_t{0},
+                      [&](Player& player) { return player.GetTimeFreeze(times, durations, capacity); });
 }
 
 double TimeFreeze(PlayerHandle handle, double time, double duration) {
-    return WithPlayer(handle, time, [&](Player& player) {
-        RenderEngine* engine = player.engine();
-        return engine ? engine->TimeFreeze(time, duration) : time;
-    });
+    return WithPlayer(handle, time, [&](Player& player) { return player.TimeFreeze(time, duration); });
 }
 
 // ---- Samples ----

@@ -12,12 +12,11 @@ namespace vexel {
 
 namespace {
 
-constexpr double kTicksPerSecond = 10'000'000.0;
 constexpr int32_t kOpenFailed = -1;
 
 // Seconds to ticks; durations that are negative, not a number or beyond 64 bits count as unknown.
 uint64_t SecondsToTicks(double seconds) {
-    const double ticks = seconds * kTicksPerSecond;
+    const double ticks = SecondsToTicksF(seconds).count();
     if (!(ticks >= 0.0) || ticks >= 18446744073709551615.0) return 0;
     return static_cast<uint64_t>(ticks);
 }
@@ -29,33 +28,65 @@ Player::Player() {
 }
 
 Player::~Player() {
-    {
-        std::lock_guard<std::mutex> guard(wakeLock_);
-        stopThread_.store(true);
-    }
-    wake_.notify_all();
+    stopThread_.store(true);  // first, so a seek waiting for the reader gives up
+    WakeCommandThread();
     commandThread_.Join();
     {
         std::lock_guard<std::mutex> controlGuard(controlLock_);
         CloseLocked();
-        engine_.reset();
+        DropEngineLocked();
     }
-    seekRequests_.clear();
+    seekRequest_.reset();
     audioControl_.reset();
     videoControl_.reset();
 }
+
+// ---------------------------------------------------------------------------------------------
+// The engine
+
+std::shared_ptr<RenderEngine> Player::Engine() const {
+    std::lock_guard<std::mutex> guard(engineLock_);
+    return engine_;
+}
+
+std::shared_ptr<RenderEngine> Player::EngineWhilePlaying() const {
+    return state_.load() == PlayerState::Playing ? Engine() : nullptr;
+}
+
+void Player::DropEngineLocked() {
+    std::shared_ptr<RenderEngine> old;
+    {
+        std::lock_guard<std::mutex> guard(engineLock_);
+        old.swap(engine_);
+    }
+}  // destroyed here unless a forwarded call still holds it, and never under engineLock_
 
 // ---------------------------------------------------------------------------------------------
 // Opening a file
 
 int32_t Player::Open(const char* path, uint64_t start, uint64_t end, uint32_t fisheyeMode) {
     ClearSeekRequests();
-    std::lock_guard<std::mutex> controlGuard(controlLock_);
-    // Replacing an engine whose threads run is not allowed: close what is open first.
-    if (state_.load() != PlayerState::Closed) CloseLocked();
+    int32_t result;
+    {
+        std::lock_guard<std::mutex> controlGuard(controlLock_);
+        // Replacing an engine whose threads run is not allowed: close what is open first.
+        if (state_.load() != PlayerState::Closed) CloseLocked();
+        std::shared_ptr<RenderEngine> engine;
+        result = OpenLocked(path, start, end, fisheyeMode, engine);
+        // Published set up, also when a later step failed: the old engine is gone already.
+        if (engine) {
+            std::lock_guard<std::mutex> engineGuard(engineLock_);
+            engine_ = std::move(engine);
+        }
+    }
+    WakeCommandThread();
+    return result;
+}
 
+int32_t Player::OpenLocked(const char* path, uint64_t start, uint64_t end, uint32_t fisheyeMode,
+                           std::shared_ptr<RenderEngine>& engine) {
     CountedRef<MediaReader> reader;
-    if (OpenVideoStream(path, reader) != kOk) return kOpenFailed;
+    if (OpenVideoStream(path, reader, engine) != kOk) return kOpenFailed;
 
     CountedRef<PlaybackControl> control;
     control.QueryFrom(reader.get(), IID_PlaybackControl);
@@ -67,11 +98,11 @@ int32_t Player::Open(const char* path, uint64_t start, uint64_t end, uint32_t fi
     rangeStart_ = (start <= duration_ && start <= rangeEnd_) ? start : 0;
     int64_t current = static_cast<int64_t>(rangeStart_), stop = static_cast<int64_t>(rangeEnd_);
     videoControl_->SetPositions(&current, 0, &stop, 0);
-    engine_->SetTimeRange(rangeStart_, rangeEnd_);
-    engine_->SetFisheyeMode(fisheyeMode);
+    engine->SetTimeRange(rangeStart_, rangeEnd_);
+    engine->SetFisheyeMode(fisheyeMode);
     reader.reset();  // the control keeps the reader alive
 
-    if (CountedRef<MediaReader> audioReader = OpenAudioStream(path)) {
+    if (CountedRef<MediaReader> audioReader = OpenAudioStream(path, *engine)) {
         CountedRef<PlaybackControl> audio;
         audio.QueryFrom(audioReader.get(), IID_PlaybackControl);
         if (audio) {
@@ -85,7 +116,8 @@ int32_t Player::Open(const char* path, uint64_t start, uint64_t end, uint32_t fi
     return kOk;
 }
 
-int32_t Player::OpenVideoStream(const char* path, CountedRef<MediaReader>& readerOut) {
+int32_t Player::OpenVideoStream(const char* path, CountedRef<MediaReader>& readerOut,
+                                std::shared_ptr<RenderEngine>& engine) {
     CountedRef<CodecHost> host = LoadCodecHost();
     if (!host) return kOpenFailed;
     CountedRef<MediaReader> reader;
@@ -107,7 +139,7 @@ int32_t Player::OpenVideoStream(const char* path, CountedRef<MediaReader>& reade
         description->GetStreamInfo(static_cast<uint16_t>(index), &first, &info, &second, &streamDuration, nullptr);
         if (info.kind == kStreamKindVideo) {
             videoInfo_ = info;
-            if (videoInfo_.duration == 0.0) videoInfo_.duration = static_cast<double>(streamDuration) / kTicksPerSecond;
+            if (videoInfo_.duration == 0.0) videoInfo_.duration = ToSeconds(TicksF(static_cast<double>(streamDuration)));
             chosen = true;
             break;
         }
@@ -123,19 +155,19 @@ int32_t Player::OpenVideoStream(const char* path, CountedRef<MediaReader>& reade
         stream->SetProperty(&setup.header);
     }
 
-    engine_.reset();
-    engine_ = std::make_unique<RenderEngine>();
-    engine_->SetVideoStreamInfo(videoInfo_);
+    DropEngineLocked();
+    engine = std::make_shared<RenderEngine>();
+    engine->SetVideoStreamInfo(videoInfo_);
     MediaFormat format = MakeMediaFormatRequest();
     reader->GetProperty(&format.header);
     frameRate_ = format.payload.video.frameRate;
-    engine_->SetVideoFormat(format.payload);
-    reader->SetSink(engine_->VideoSink());
+    engine->SetVideoFormat(format.payload);
+    reader->SetSink(engine->VideoSink());
     readerOut = std::move(reader);
     return kOk;
 }
 
-CountedRef<MediaReader> Player::OpenAudioStream(const char* path) {
+CountedRef<MediaReader> Player::OpenAudioStream(const char* path, RenderEngine& engine) {
     CountedRef<CodecHost> host = LoadCodecHost();
     if (!host) return nullptr;
     CountedRef<MediaReader> reader;
@@ -154,14 +186,14 @@ CountedRef<MediaReader> Player::OpenAudioStream(const char* path) {
         if (info.kind != kStreamKindAudio) continue;
 
         std::memcpy(audioInfo_, &info, kAudioStreamInfoBytes);
-        engine_->SetAudioStreamInfo(audioInfo_);
+        engine.SetAudioStreamInfo(audioInfo_);
         CountedRef<MediaStream> stream;
         reader->SelectStream(index, stream.put());
         if (!stream) return nullptr;
         MediaFormat format = MakeMediaFormatRequest();
         reader->GetProperty(&format.header);
-        engine_->SetAudioFormat(format.payload);
-        reader->SetSink(engine_->AudioSink());
+        engine.SetAudioFormat(format.payload);
+        reader->SetSink(engine.AudioSink());
         return reader;
     }
     return nullptr;
@@ -170,29 +202,34 @@ CountedRef<MediaReader> Player::OpenAudioStream(const char* path) {
 // ---------------------------------------------------------------------------------------------
 // Playback control
 
-int32_t Player::Play(int64_t time) {
-    if (seekRequestCount_.load() > 0) ClearSeekRequests();  // pending seeks are dropped, not served
-    std::lock_guard<std::mutex> controlGuard(controlLock_);
-    return PlayLocked(time);
+int32_t Player::Play(Ticks time) {
+    if (seekPending_.load()) ClearSeekRequests();  // pending seeks are dropped, not served
+    int32_t status;
+    {
+        std::lock_guard<std::mutex> controlGuard(controlLock_);
+        status = PlayLocked(time);
+    }
+    WakeCommandThread();
+    return status;
 }
 
-int32_t Player::PlayLocked(int64_t time) {
+int32_t Player::PlayLocked(Ticks time) {
     if (state_.load() == PlayerState::Closed || !engine_ || !videoControl_) return ERR_WRONG_STATE;
     if (state_.load() == PlayerState::Seeking) StopLocked();
 
-    const int64_t mapped = engine_->MapPlayTime(time);
+    const Ticks mapped = engine_->MapPlayTime(time);
     if (state_.load() == PlayerState::Stopped) {
         if (!WaitForVideoReader()) return ERR_WRONG_STATE;
-        int64_t current = mapped, stop = static_cast<int64_t>(rangeEnd_);
+        int64_t current = mapped.count(), stop = static_cast<int64_t>(rangeEnd_);
         videoControl_->SetPositions(&current, 0, &stop, 0);
         if (audioControl_) {
-            current = mapped;
+            current = mapped.count();
             stop = static_cast<int64_t>(rangeEnd_);
             audioControl_->SetPositions(&current, 0, &stop, 0);
         }
         engine_->Start(time);
     } else if (state_.load() == PlayerState::Paused) {
-        engine_->Start(-1);  // resume where the pause left off
+        engine_->Start(Ticks(-1));  // resume where the pause left off
     }
     const int32_t status = videoControl_->Run();
     if (audioControl_) audioControl_->Run();
@@ -201,18 +238,27 @@ int32_t Player::PlayLocked(int64_t time) {
 }
 
 int32_t Player::Pause() {
-    std::lock_guard<std::mutex> controlGuard(controlLock_);
-    if (state_.load() != PlayerState::Playing) return ERR_WRONG_STATE;
-    const int32_t status = engine_->Pause();
-    videoControl_->Pause();
-    if (audioControl_) audioControl_->Pause();
-    if (Succeeded(status)) state_.store(PlayerState::Paused);
+    int32_t status;
+    {
+        std::lock_guard<std::mutex> controlGuard(controlLock_);
+        if (state_.load() != PlayerState::Playing) return ERR_WRONG_STATE;
+        status = engine_->Pause();
+        videoControl_->Pause();
+        if (audioControl_) audioControl_->Pause();
+        if (Succeeded(status)) state_.store(PlayerState::Paused);
+    }
+    WakeCommandThread();
     return status;
 }
 
 int32_t Player::Stop() {
-    std::lock_guard<std::mutex> controlGuard(controlLock_);
-    return StopLocked();
+    int32_t status;
+    {
+        std::lock_guard<std::mutex> controlGuard(controlLock_);
+        status = StopLocked();
+    }
+    WakeCommandThread();  // a request waiting behind a shown seek is served now
+    return status;
 }
 
 int32_t Player::StopLocked() {
@@ -231,15 +277,20 @@ int32_t Player::StopLocked() {
 
 int32_t Player::ClearSeekRequests() {
     std::lock_guard<std::mutex> guard(lock_);
-    seekRequests_.clear();
-    seekRequestCount_.store(0);
+    seekRequest_.reset();
+    seekPending_.store(false);
     return kOk;
 }
 
 int32_t Player::Close() {
     ClearSeekRequests();
-    std::lock_guard<std::mutex> controlGuard(controlLock_);
-    return CloseLocked();
+    int32_t result;
+    {
+        std::lock_guard<std::mutex> controlGuard(controlLock_);
+        result = CloseLocked();
+    }
+    WakeCommandThread();
+    return result;
 }
 
 int32_t Player::CloseLocked() {
@@ -255,40 +306,47 @@ int32_t Player::CloseLocked() {
     return result;
 }
 
-int32_t Player::Seek(int64_t time) {
-    std::lock_guard<std::mutex> guard(lock_);
-    seekRequests_.push_back(time);
-    seekRequestCount_.store(seekRequests_.size());
+int32_t Player::Seek(Ticks time) {
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        seekRequest_ = time;  // replaces an older request, which is dropped unseen
+        seekPending_.store(true);
+    }
+    commandWake_.notify_all();
     return kOk;
 }
 
+void Player::WakeCommandThread() {
+    { std::lock_guard<std::mutex> guard(lock_); }  // a waiter between its test and its wait sees the change
+    commandWake_.notify_all();
+}
+
 void Player::CommandThreadProc() {
-    while (!stopThread_.load()) {
-        if (state_.load() != PlayerState::Seeking && seekRequestCount_.load() > 0) {
-            std::lock_guard<std::mutex> guard(lock_);
-            if (!seekRequests_.empty()) {
-                const int64_t newest = seekRequests_.back();  // older requests are dropped unseen
-                seekRequests_.clear();
-                seekRequestCount_.store(0);
-                SeekNow(newest);
-            }
-        }
-        std::unique_lock<std::mutex> wait(wakeLock_);
-        wake_.wait_for(wait, std::chrono::milliseconds(5), [this] { return stopThread_.load(); });
+    std::unique_lock<std::mutex> guard(lock_);
+    for (;;) {
+        // While a seek is shown, a request waits for the Stop that ends it.
+        commandWake_.wait(guard, [this] {
+            return stopThread_.load() || (seekRequest_ && state_.load() != PlayerState::Seeking);
+        });
+        if (stopThread_.load()) return;
+        const Ticks newest = *seekRequest_;
+        seekRequest_.reset();
+        seekPending_.store(false);
+        SeekNow(newest);  // holding lock_ for the whole seek
     }
 }
 
-int32_t Player::SeekNow(int64_t time) {
+int32_t Player::SeekNow(Ticks time) {
     std::lock_guard<std::mutex> controlGuard(controlLock_);
     if (state_.load() == PlayerState::Closed || !engine_ || !videoControl_) return ERR_WRONG_STATE;
     StopLocked();
     if (!WaitForVideoReader()) return ERR_WRONG_STATE;
 
     // Decode only the span of one frame around the target.
-    const int64_t mapped = engine_->MapPlayTime(time);
+    const Ticks mapped = engine_->MapPlayTime(time);
     const double frameRate = frameRate_ > 0.0 && std::isfinite(frameRate_) ? frameRate_ : 30.0;
-    const uint64_t half = static_cast<uint64_t>(kTicksPerSecond / frameRate * 0.5);
-    const uint64_t target = mapped > 0 ? static_cast<uint64_t>(mapped) : 0;
+    const uint64_t half = static_cast<uint64_t>(SecondsToTicksF(1.0).count() / frameRate * 0.5);
+    const uint64_t target = mapped.count() > 0 ? static_cast<uint64_t>(mapped.count()) : 0;
     int64_t start = static_cast<int64_t>(target > half ? target - half : 0);
     int64_t stop = static_cast<int64_t>(target + half);
     videoControl_->SetPositions(&start, 0, &stop, 0);
@@ -329,37 +387,92 @@ void Player::GetRange(uint64_t* start, uint64_t* end) const {
     if (end != nullptr) *end = rangeEnd_;
 }
 
-int64_t Player::GetCurrentPlayTime() const { return engine_ ? engine_->GetCurrentPlayTime() : 0; }
+Ticks Player::GetCurrentPlayTime() const {
+    const auto engine = Engine();
+    return engine ? engine->GetCurrentPlayTime() : Ticks::zero();
+}
 
 InlayBuffer* Player::GetCurrentPreSample() {
     std::lock_guard<std::mutex> guard(lock_);
-    return engine_ ? engine_->TakeCurrentPreSample() : nullptr;
+    const auto engine = Engine();
+    return engine ? engine->TakeCurrentPreSample() : nullptr;
 }
 
 InlayBuffer* Player::GetCurrentViewSample() {
     std::lock_guard<std::mutex> guard(lock_);
-    return engine_ ? engine_->TakeCurrentViewSample() : nullptr;
+    const auto engine = Engine();
+    return engine ? engine->TakeCurrentViewSample() : nullptr;
 }
 
 void Player::SetViewDim(uint32_t width, uint32_t height) {
-    if (engine_) engine_->SetViewDim(width, height);
+    if (const auto engine = Engine()) engine->SetViewDim(width, height);
 }
 
 int32_t Player::SetVolume(int32_t volume) {
     volume_ = volume;
-    if (engine_) engine_->SetVolume(volume);
+    if (const auto engine = Engine()) engine->SetVolume(volume);
     return kOk;
 }
 
 int32_t Player::Mute(bool mute) {
     muted_ = mute ? 1 : 0;
-    if (engine_) engine_->SetVolume(mute ? -10000 : volume_);
+    if (const auto engine = Engine()) engine->SetVolume(mute ? -10000 : volume_);
     return kOk;
 }
 
 void Player::GetView(const InlayBuffer* sample, uint8_t* destination) {
-    if (!engine_ || state_.load() == PlayerState::Playing) return;
-    RenderSampleView(sample, destination, engine_->ViewWidth(), engine_->ViewHeight());
+    const auto engine = Engine();
+    if (!engine || state_.load() == PlayerState::Playing) return;
+    RenderSampleView(sample, destination, engine->ViewWidth(), engine->ViewHeight());
+}
+
+// ---------------------------------------------------------------------------------------------
+// View control and time freeze
+
+void Player::SetView(double pan, double tilt, double fov) {
+    if (const auto engine = Engine()) engine->SetView(pan, tilt, fov);
+}
+
+void Player::StartPan() {
+    if (const auto engine = EngineWhilePlaying()) engine->StartPan();
+}
+
+void Player::SetPanStep(double x, double y) {
+    if (const auto engine = EngineWhilePlaying()) engine->SetPanStep(x, y);
+}
+
+void Player::AddPan(double pan, double tilt) {
+    if (const auto engine = EngineWhilePlaying()) engine->AddPan(pan, tilt);
+}
+
+void Player::EndPan() {
+    if (const auto engine = EngineWhilePlaying()) engine->EndPan();
+}
+
+void Player::StartZoom() {
+    if (const auto engine = EngineWhilePlaying()) engine->StartZoom();
+}
+
+void Player::AddZoom(double fov) {
+    if (const auto engine = EngineWhilePlaying()) engine->AddZoom(fov);
+}
+
+void Player::EndZoom() {
+    if (const auto engine = EngineWhilePlaying()) engine->EndZoom();
+}
+
+void Player::SetTimeFreeze(const double* times, const double* durations, int32_t count) {
+    if (const auto engine = Engine()) engine->SetTimeFreeze(times, durations, count);
+}
+
+int32_t Player::GetTimeFreeze(double* times, double* durations, int32_t capacity) {
+    const auto engine = Engine();
+    return engine ? engine->GetTimeFreeze(times, durations, capacity) : 0;
+}
+
+double Player::TimeFreeze(double time, double duration) {
+    const auto engine = Engine();
+    return engine ? engine->TimeFreeze(time, duration) : time;
 }
 
 }  // namespace vexel

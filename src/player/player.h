@@ -1,25 +1,33 @@
 // Player: one opened panorama video behind a PlayerHandle. It turns Play, Pause, Stop, Seek and
-// Close into calls on the codec host's two reader controls and on its RenderEngine, and keeps the
-// five-valued state that decides which calls have an effect.
+// Close into calls on the codec host's two reader controls and on its RenderEngine, keeps the
+// five-valued state that decides which calls have an effect, and forwards the view, time-freeze
+// and sample calls of the exports to the engine.
 //
-// Threads: the host's threads call the public operations, one at a time for the control calls;
-// the Player's command thread serves seek requests. `lock_` guards the seek request list and the
-// hand-over of the current samples; `controlLock_` keeps a served seek and the host's control calls
-// (Open, Play, Pause, Stop, Close) from running at once. Lock order: lock_, then controlLock_.
+// Threads: the host's threads call the public operations, one at a time for the control calls
+// (Open, Play, Pause, Stop, Close, the volume calls); any thread, at any time, for the forwarded
+// calls. The command thread serves seek requests. Locks, taken in this order and no other:
+// - lock_ guards the seek request and the hand-over of the current samples; the command thread
+//   holds it for a whole seek;
+// - controlLock_ keeps a served seek and the host's control calls from running at once;
+// - engineLock_ guards engine_: Open replaces it holding controlLock_ and engineLock_, the control
+//   calls read it under controlLock_, every forwarded call copies it under engineLock_ alone and
+//   calls the engine outside that lock. An engine replaced meanwhile lives until the last call
+//   on it returns, and no forwarded call waits for a control call (a Play waiting for a busy reader).
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "vexel/counted_ref.h"
 #include "engine/render_engine.h"
 #include "platform/thread.h"
 #include "samples/inlay_buffer.h"
 #include "vexel/codec_host.h"
+#include "vexel/ticks.h"
 
 namespace vexel {
 
@@ -42,18 +50,18 @@ public:
     // that is not Closed is closed first.
     int32_t Open(const char* path, uint64_t start, uint64_t end, uint32_t fisheyeMode);
     // Status of the video reader's Run; ERR_WRONG_STATE when no file is open.
-    int32_t Play(int64_t time);
+    int32_t Play(Ticks time);
     int32_t Pause();  // ERR_WRONG_STATE unless Playing
     int32_t Stop();   // ERR_WRONG_STATE when Closed
     int32_t ClearSeekRequests();
     int32_t Close();           // ERR_WRONG_STATE when Closed already
-    int32_t Seek(int64_t time);  // queued; only the newest pending request is served
+    int32_t Seek(Ticks time);  // queued; only the newest pending request is served
 
     void GetRange(uint64_t* start, uint64_t* end) const;
     double GetFrameRate() const { return frameRate_; }
     uint32_t GetWidth() const { return videoInfo_.width >> 1; }
     uint32_t GetHeight() const { return videoInfo_.height >> 1; }
-    int64_t GetCurrentPlayTime() const;
+    Ticks GetCurrentPlayTime() const;
     InlayBuffer* GetCurrentPreSample();
     InlayBuffer* GetCurrentViewSample();
     void SetViewDim(uint32_t width, uint32_t height);
@@ -62,25 +70,43 @@ public:
     // Renders a sample at the engine's view size; nothing while Playing or before the first Open.
     void GetView(const InlayBuffer* sample, uint8_t* destination);
 
-    PlayerState state() const { return state_.load(); }
-    // The engine of the last opened file (view control and time freeze work in any state), and the
-    // same only while Playing (the pan and zoom gestures).
-    RenderEngine* engine() const { return engine_.get(); }
-    RenderEngine* EngineWhilePlaying() const {
-        return state_.load() == PlayerState::Playing ? engine_.get() : nullptr;
-    }
+    // View control and time freeze reach the engine of the last opened file in every state; the
+    // pan and zoom gestures only while Playing. Without an engine they do nothing, GetTimeFreeze
+    // gives 0 and TimeFreeze its time unchanged.
+    void SetView(double pan, double tilt, double fov);
+    void StartPan();
+    void SetPanStep(double x, double y);
+    void AddPan(double pan, double tilt);
+    void EndPan();
+    void StartZoom();
+    void AddZoom(double fov);
+    void EndZoom();
+    void SetTimeFreeze(const double* times, const double* durations, int32_t count);
+    int32_t GetTimeFreeze(double* times, double* durations, int32_t capacity);
+    double TimeFreeze(double time, double duration);
 
 private:
-    int32_t OpenVideoStream(const char* path, CountedRef<MediaReader>& readerOut);
-    CountedRef<MediaReader> OpenAudioStream(const char* path);
-    int32_t PlayLocked(int64_t time);
+    std::shared_ptr<RenderEngine> Engine() const;  // copied under engineLock_
+    std::shared_ptr<RenderEngine> EngineWhilePlaying() const;
+    // Makes the new engine at the point the old one goes, so one engine (and one sound output)
+    // exists at a time; the new engine is published by Open once set up.
+    void DropEngineLocked();
+    int32_t OpenLocked(const char* path, uint64_t start, uint64_t end, uint32_t fisheyeMode,
+                       std::shared_ptr<RenderEngine>& engine);
+    int32_t OpenVideoStream(const char* path, CountedRef<MediaReader>& readerOut,
+                            std::shared_ptr<RenderEngine>& engine);
+    CountedRef<MediaReader> OpenAudioStream(const char* path, RenderEngine& engine);
+    int32_t PlayLocked(Ticks time);
     int32_t StopLocked();
     int32_t CloseLocked();
-    int32_t SeekNow(int64_t time);
-    // Polls the video reader every 10 ms until it can be repositioned; false if the player is
-    // being destroyed meanwhile. A control without a status interface counts as ready.
+    int32_t SeekNow(Ticks time);
+    // Polls the video reader every 10 ms until it can be repositioned (the host offers no
+    // notification); false if the player is being destroyed meanwhile. A control without a status
+    // interface counts as ready.
     bool WaitForVideoReader();
     void DropCurrentSamples();
+    // Lets the command thread look at the state again after a control call changed it.
+    void WakeCommandThread();
     void CommandThreadProc();
 
     StreamInfo videoInfo_{};
@@ -94,16 +120,16 @@ private:
     uint64_t rangeEnd_ = 0;
     uint64_t duration_ = 0;
     double frameRate_ = 0.0;
-    std::unique_ptr<RenderEngine> engine_;
     const uint32_t decodeMode_ = 1;
 
     std::mutex lock_;
-    std::list<int64_t> seekRequests_;
-    std::atomic<size_t> seekRequestCount_{0};  // read by the command thread without lock_
+    std::condition_variable commandWake_;  // with lock_: a request, a state change, or the end
+    std::optional<Ticks> seekRequest_;      // the newest pending request; older ones are dropped
+    std::atomic<bool> seekPending_{false};  // seekRequest_ is set; read by Play without lock_
     std::mutex controlLock_;
+    mutable std::mutex engineLock_;
+    std::shared_ptr<RenderEngine> engine_;
     std::atomic<bool> stopThread_{false};
-    std::mutex wakeLock_;
-    std::condition_variable wake_;  // ends the command thread's 5 ms pause early on destruction
     Thread commandThread_;
 };
 

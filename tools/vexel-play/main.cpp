@@ -16,6 +16,7 @@
 #include "playback.h"
 #include "recorder.h"
 #include "timing_stats.h"
+#include "vexel/ticks.h"
 #include "vexelplayer.h"
 
 extern "C" {
@@ -24,7 +25,6 @@ extern "C" {
 
 namespace {
 
-constexpr double kTicksPerSecond = 10'000'000.0;
 std::atomic<bool> interrupted{false};
 
 void OnInterrupt(int) { interrupted.store(true); }
@@ -67,8 +67,8 @@ int main(int argc, char** argv) {
     }
 
     PlayerHandle player = Create();
-    const auto start = static_cast<uint64_t>(options.rangeStart * kTicksPerSecond);
-    const auto end = static_cast<uint64_t>(options.rangeEnd * kTicksPerSecond);
+    const auto start = static_cast<uint64_t>(vexel::SecondsToTicksF(options.rangeStart).count());
+    const auto end = static_cast<uint64_t>(vexel::SecondsToTicksF(options.rangeEnd).count());
     if (Open(player, options.file.c_str(), start, end, options.fisheyeMode) != 0) {
         std::fprintf(stderr, "vexel-play: cannot play %s (missing, not a video, or no decoder module)\n",
                      options.file.c_str());
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
     GetRange(player, &rangeStart, &rangeEnd);
     const double fps = GetFrameRate(player) > 0.0 ? GetFrameRate(player) : 30.0;
     SetViewDim(player, options.viewWidth, options.viewHeight);
-    const play::View first = play::ViewAt(options, static_cast<double>(rangeStart) / kTicksPerSecond);
+    const play::View first = play::ViewAt(options, vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeStart))));
     SetView(player, first.pan, first.tilt, first.fov);
 
     play::Recorder recorder;
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
 
     std::string sheetError;
     const std::string caption = std::filesystem::path(options.file).filename().string() + "  T " +
-                                std::to_string(InlayBuffer_GetTime(result.panorama) / kTicksPerSecond).substr(0, 5) + " S";
+                                std::to_string(vexel::ToSeconds(vexel::TicksF(InlayBuffer_GetTime(result.panorama)))).substr(0, 5) + " S";
     const bool sheet = result.panorama != nullptr && play::WriteContactSheet(sheetPath, result.panorama, caption, &sheetError);
     InlayBuffer_Release(result.panorama);
     const uint32_t sourceWidth = GetWidth(player) * 2, sourceHeight = GetHeight(player) * 2;

@@ -8,12 +8,13 @@
 #include <cstdlib>
 #include <thread>
 
+#include "vexel/ticks.h"
+
 namespace play {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr double kTicksPerSecond = 10'000'000.0;
 constexpr std::chrono::milliseconds kPoll{1};
 constexpr std::chrono::milliseconds kSteerEvery{10};
 constexpr std::chrono::milliseconds kProgressEvery{100};
@@ -40,9 +41,9 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
                            const std::atomic<bool>& interrupted) {
     PlaybackResult result;
     const bool progress = !options.quiet && isatty(STDERR_FILENO);
-    const double startSeconds = static_cast<double>(rangeStart) / kTicksPerSecond;
-    const double totalSeconds = rangeEnd > rangeStart ? static_cast<double>(rangeEnd - rangeStart) / kTicksPerSecond : 0.0;
-    const double middle = static_cast<double>(rangeStart) + totalSeconds * kTicksPerSecond / 2;
+    const double startSeconds = vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeStart)));
+    const double totalSeconds = rangeEnd > rangeStart ? vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeEnd - rangeStart))) : 0.0;
+    const double middle = static_cast<double>(rangeStart) + vexel::SecondsToTicksF(totalSeconds).count() / 2;
     double keptDistance = 0.0;
     int64_t lastTicks = -1, firstTicks = 0;
 
@@ -59,7 +60,7 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
         }
         if (!options.path.empty() && now - lastSteer >= kSteerEvery) {
             // Steer by the media time on screen, so that a late picture still gets its own view.
-            const double shown = lastTicks < 0 ? startSeconds : static_cast<double>(lastTicks) / kTicksPerSecond;
+            const double shown = lastTicks < 0 ? startSeconds : vexel::ToSeconds(vexel::Ticks(lastTicks));
             const View view = ViewAt(options, shown + stats.frameMs() / 1000.0);
             SetView(player, view.pan, view.tilt, view.fov);
             lastSteer = now;
@@ -75,7 +76,7 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
                     result.firstFrameMs = elapsed * 1000.0;
                     firstTicks = ticks;
                 }
-                const double due = result.firstFrameMs + static_cast<double>(ticks - firstTicks) / 10'000.0;
+                const double due = result.firstFrameMs + vexel::ToMs(vexel::Ticks(ticks - firstTicks));
                 stats.Add(elapsed * 1000.0 - due, ticks);
                 recorder.Add(InlayBuffer_GetBuffer(view), ticks - static_cast<int64_t>(rangeStart));
                 lastTicks = ticks;
@@ -105,7 +106,7 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
             break;
         }
         if (progress && now - lastProgress >= kProgressEvery) {
-            ShowProgress(lastTicks < 0 ? 0.0 : static_cast<double>(lastTicks - static_cast<int64_t>(rangeStart)) / kTicksPerSecond,
+            ShowProgress(lastTicks < 0 ? 0.0 : vexel::ToSeconds(vexel::Ticks(lastTicks - static_cast<int64_t>(rangeStart))),
                          totalSeconds, stats);
             lastProgress = now;
         }
@@ -114,7 +115,7 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
 
     result.wallSeconds = Seconds(Clock::now() - start);
     if (lastTicks >= 0) {
-        result.contentSeconds = static_cast<double>(lastTicks - static_cast<int64_t>(rangeStart)) / kTicksPerSecond +
+        result.contentSeconds = vexel::ToSeconds(vexel::Ticks(lastTicks - static_cast<int64_t>(rangeStart))) +
                                 stats.frameMs() / 1000.0;
     }
     if (progress) {

@@ -4,11 +4,13 @@
 #include <cmath>
 #include <numeric>
 
+#include "vexel/ticks.h"
+
 namespace play {
 
 void TimingStats::Add(double latenessMs, int64_t ticks) {
     if (lastTicks_ >= 0 && frameMs_ > 0.0) {
-        const double gap = static_cast<double>(ticks - lastTicks_) / 10'000.0 / frameMs_;
+        const double gap = vexel::ToMs(vexel::Ticks(ticks - lastTicks_)) / frameMs_;
         if (gap > 1.5) skipped_ += static_cast<size_t>(std::lround(gap)) - 1;
     }
     lastTicks_ = ticks;

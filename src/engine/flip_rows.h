@@ -1,4 +1,4 @@
-// Turning a delivered picture into the engine's 32-bit, top-row-first form.
+// Row reversal of a 32-bit picture: delivered pictures come bottom row first.
 #pragma once
 
 #include <cstdint>

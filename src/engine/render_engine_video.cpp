@@ -1,5 +1,5 @@
-#include "engine/frame_conversion.h"
-
+// The render engine's picture path: a delivered sample made into a 32-bit top-row-first panorama
+// (rows reversed, or converted from YUY2), fisheye pictures unwrapped, then queued.
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -7,6 +7,7 @@
 
 #include "common/log.h"
 #include "vexel/status.h"
+#include "engine/flip_rows.h"
 #include "engine/render_engine.h"
 
 namespace vexel {
@@ -29,31 +30,22 @@ bool Scaled(uint32_t scale, double fraction, int32_t& out) {
 
 }  // namespace
 
-bool FlipRows32(const uint8_t* source, uint8_t* destination, uint32_t width, uint32_t height) {
-    if (source == nullptr || destination == nullptr) return false;
-    const size_t rowBytes = size_t{width} * 4;
-    // Reading the source forwards (and writing the rows backwards) keeps the hardware prefetcher
-    // streaming: the copy then costs about one memcpy, against ~1.4 the other way round.
-    for (uint32_t i = 0; i < height; ++i) {
-        std::memcpy(destination + (height - 1 - i) * rowBytes, source + i * rowBytes, rowBytes);
-    }
-    return true;
-}
-
 int32_t RenderEngine::OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) {
-    if (stopRequested_.load() || seekFrameShown_.load()) return ERR_SAMPLE_REFUSED;
-
+    const State state = state_.load();
+    if (state == State::kStopped || state == State::kSeekFrameShown || state == State::kEnded) {
+        return ERR_SAMPLE_REFUSED;
+    }
     // Wait for room before a new picture is made, so no picture is held while waiting.
-    decodedQueue_.WaitForRoom(stopRequested_);
-    if (stopRequested_.load()) return ERR_SAMPLE_REFUSED;
+    if (!decodedQueue_.WaitForRoom([this] { return Stopping(); })) return ERR_SAMPLE_REFUSED;
 
     // A picture that cannot be made is dropped with a line the first time; delivery goes on.
     auto frame = std::make_unique<FrameRecord>();
     if (!ConvertToRgb32(data, size, *frame)) return kOk;
     if ((fisheyeMode_ == 2 || fisheyeMode_ == 3) && !Unwrap(*frame)) return kOk;
-    frame->pan = viewPan_.load();
-    frame->tilt = viewTilt_.load();
-    frame->fov = viewFov_.load();
+    const ViewAngles view = view_.Current();
+    frame->pan = view.pan;
+    frame->tilt = view.tilt;
+    frame->fov = view.fov;
     frame->time = startTime;
     frame->stopTime = stopTime;
     return PushDecodedFrame(std::move(frame)) ? kOk : ERR_SAMPLE_REFUSED;

@@ -1,0 +1,102 @@
+// View stepping without threads: one queued gesture value per frame, the view path between
+// gestures, what each frame asks to record, and the lens time clamped into the play range.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "engine/view_control.h"
+
+namespace vexel {
+namespace {
+
+using Record = ViewStep::Record;
+
+// A path whose view at time t is (t, -t, 90 + t), with the times it was asked for.
+class LinearPath final : public ViewPath {
+public:
+    void GetAngle(double time, double* pan, double* tilt, double* fov) override {
+        asked.push_back(time);
+        *pan = time;
+        *tilt = -time;
+        *fov = 90 + time;
+    }
+    void GetPan(double time, double* pan, double* tilt) override {
+        asked.push_back(time);
+        *pan = time;
+        *tilt = -time;
+    }
+    void GetZoom(double time, double* fov) override {
+        asked.push_back(time);
+        *fov = 90 + time;
+    }
+    std::vector<double> asked;
+};
+
+TEST(ViewControl, BetweenGesturesEachFrameTakesThePathAtItsClampedTime) {
+    ViewControl control;
+    LinearPath path;
+    EXPECT_EQ(control.Step(-1.0, 10.0, path).lensTime, 0.0);
+    EXPECT_EQ(control.Step(12.0, 10.0, path).lensTime, 10.0);
+    const ViewStep step = control.Step(4.0, 10.0, path);
+    EXPECT_EQ(step.record, Record::None);
+    EXPECT_EQ(step.view.pan, 4.0);
+    EXPECT_EQ(step.view.fov, 94.0);
+    EXPECT_EQ(control.Current().tilt, -4.0);
+    EXPECT_EQ(path.asked, (std::vector<double>{0.0, 10.0, 4.0}));
+
+    // Queued values wait for a gesture; ending one drops what it did not use.
+    control.AddPan(50.0, 5.0);
+    EXPECT_EQ(control.Step(1.0, 10.0, path).view.pan, 1.0);
+    control.StartPan();
+    EXPECT_EQ(control.Step(2.0, 10.0, path).view.pan, 50.0);
+    control.AddPan(60.0, 5.0);
+    control.EndPan();
+    EXPECT_EQ(control.Step(3.0, 10.0, path).view.pan, 3.0);
+}
+
+TEST(ViewControl, APanAppliesOneValuePerFrameAndRecordsEveryFrame) {
+    ViewControl control;
+    LinearPath path;
+    control.StartPan();
+    control.SetPanStep(7.0, 7.0);  // stored only: changes nothing shown
+    for (double pan : {10.0, 20.0, 30.0}) control.AddPan(pan, 1.0);
+    std::vector<double> pans;
+    for (int frame = 0; frame < 4; ++frame) {
+        const ViewStep step = control.Step(frame, 10.0, path);
+        EXPECT_EQ(step.record, Record::Pan);
+        EXPECT_EQ(step.view.tilt, 1.0);
+        EXPECT_EQ(step.view.fov, 90.0 + frame) << "the field of view follows the path";
+        pans.push_back(step.view.pan);
+    }
+    EXPECT_EQ(pans, (std::vector<double>{10.0, 20.0, 30.0, 30.0}));
+}
+
+TEST(ViewControl, AZoomRecordsOnlyFramesThatTookAValueAndCombinesWithAPan) {
+    ViewControl control;
+    LinearPath path;
+    control.StartZoom();
+    control.AddZoom(70.0);
+    ViewStep step = control.Step(2.0, 10.0, path);
+    EXPECT_EQ(step.record, Record::Zoom);
+    EXPECT_EQ(step.view.fov, 70.0);
+    EXPECT_EQ(step.view.pan, 2.0) << "pan and tilt follow the path while zooming";
+    step = control.Step(3.0, 10.0, path);
+    EXPECT_EQ(step.record, Record::None);
+    EXPECT_EQ(step.view.fov, 70.0);
+
+    control.StartPan();
+    control.AddPan(40.0, 4.0);
+    control.AddZoom(60.0);
+    step = control.Step(4.0, 10.0, path);
+    EXPECT_EQ(step.record, Record::PanZoom);
+    EXPECT_EQ(step.view.pan, 40.0);
+    EXPECT_EQ(step.view.fov, 60.0);
+    path.asked.clear();
+    step = control.Step(5.0, 10.0, path);
+    EXPECT_EQ(step.record, Record::Pan);
+    EXPECT_EQ(step.view.fov, 60.0);
+    EXPECT_TRUE(path.asked.empty()) << "both gestures: the path is not read";
+}
+
+}  // namespace
+}  // namespace vexel
