@@ -5,11 +5,13 @@
 #include <cstring>
 #include <limits>
 
+#include "vexel/ticks.h"
+
 namespace vexel {
 
 namespace {
 
-constexpr double kTicksPerMs = 10000.0;
+constexpr double kTicksPerMs = Ticks::period::den / 1000.0;
 // The largest split block: what a signed 32-bit byte count holds.
 constexpr int64_t kMaxBytes = std::numeric_limits<int32_t>::max();
 
@@ -64,7 +66,7 @@ AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in)
 
 AudioPiece AudioBlockPlan::Piece(uint32_t index) const {
     AudioPiece piece;
-    const uint32_t whole = total_ / size_;
+    const uint32_t whole = size_ == 0 ? 0 : total_ / size_;  // an empty block is one empty piece
     const __int128 start =
         static_cast<__int128>(mappedStart_) + static_cast<__int128>(index) * duration_;
     piece.start = static_cast<int64_t>(std::clamp<__int128>(
@@ -79,7 +81,7 @@ AudioPiece AudioBlockPlan::Piece(uint32_t index) const {
         piece.size = total_ - piece.offset;
         piece.stop = TruncateTicks(static_cast<float>(piece.start) +
                                    (static_cast<float>(total_) - static_cast<float>(piece.offset)) /
-                                       static_cast<float>(bytesPerMs_) * 10000.0f);
+                                       static_cast<float>(bytesPerMs_) * static_cast<float>(kTicksPerMs));
     }
     return piece;
 }
