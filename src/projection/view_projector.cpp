@@ -247,7 +247,6 @@ void ViewProjector::Remap(PixelSink& sink) {
     // turn through the centre column, or longitude bending round the pole).
     const int32_t tolerance = fullTurn / 90;  // 4 degrees
     auto findExactCells = [&](int32_t s, int32_t blockRows, int32_t y) {
-        exactCells_.clear();
         const double reach = std::max(s, blockRows);
         const bool poleRows = poleY >= y - reach && poleY <= y + blockRows + reach;
         const int32_t r = blockRows / 2, j = s / 2;
@@ -340,7 +339,8 @@ void ViewProjector::Remap(PixelSink& sink) {
             runU[k] = prevU[k];
             runV[k] = prevV[k];
         }
-        findExactCells(s, blockRows, y);
+        exactCells_.clear();
+        if (exactNearPoles_) findExactCells(s, blockRows, y);
         for (int32_t r = 0; r < blockRows; ++r) {
             kernel_->stepRow(runU, runV, s, w, fullTurn, rowU, rowV);
             overwriteExactCells(s, y);

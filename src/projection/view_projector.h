@@ -47,6 +47,9 @@ public:
 
     // The row kernel Render uses; ChosenRowKernel() unless a test picks another.
     void UseKernel(const RowKernel& kernel) { kernel_ = &kernel; }
+    // Tests only: interpolate every cell, also those next to a pole that are otherwise computed
+    // exactly, to compare with what the grid alone draws.
+    void InterpolateEveryCellForTesting() { exactNearPoles_ = false; }
 
     double pan() const { return pan_; }
     double tilt() const { return tilt_; }
@@ -84,6 +87,7 @@ private:
     double panMin_ = -180.0;
     std::shared_ptr<const ProjectionTables> tables_;
     const RowKernel* kernel_ = &ChosenRowKernel();
+    bool exactNearPoles_ = true;
     // Grid working storage, kept between renders of the same projector.
     std::vector<int32_t> scratch_;
     std::vector<int32_t> exactCells_;
