@@ -227,16 +227,6 @@ TEST(FixedPointTest, BlendBilinearEqualsTheModel) {
     }
 }
 
-TEST(ViewValidationTest, VerticalFovEqualsTheModel) {
-    std::mt19937 random(15);
-    std::uniform_real_distribution<double> fov(1, 179);
-    for (int i = 0; i < 1000; ++i) {
-        const double f = fov(random);
-        const int32_t w = 1 + random() % 2000, h = 1 + random() % 2000;
-        ASSERT_EQ(ViewProjector::VerticalFov(f, w, h), reference::Projector::VerticalFov(f, w, h));
-    }
-}
-
 // ---------------------------------------------------------------------------------------------
 // Whole views
 
