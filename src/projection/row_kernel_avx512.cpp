@@ -3,6 +3,7 @@
 // GCC 12 warns about the deliberately undefined registers inside its own AVX-512 intrinsics.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
 #endif
 #include <immintrin.h>
 
@@ -42,10 +43,10 @@ VEXEL_AVX512 inline __m512i WrapColumn(__m512i x, __m512i lastColumn) {
     return _mm512_mask_mov_epi32(column, _mm512_cmplt_epi32_mask(x, _mm512_setzero_si512()), lastColumn);
 }
 
-VEXEL_AVX512 inline int32_t FirstLane(__m512i x) { return _mm_cvtsi128_si32(_mm512_castsi512_si128(x)); }
-VEXEL_AVX512 inline int32_t LastLane(__m512i x) { return _mm_extract_epi32(_mm512_extracti32x4_epi32(x, 3), 3); }
+// Rows the blend picks pixels from without gathering (more cost more than the gathers).
+constexpr int32_t kWindowRows = 8;
 
-// Pixels row[columns] for columns 0..31.
+// Pixels row[columns % 32] for sixteen columns.
 VEXEL_AVX512 inline __m512i Pick(const uint32_t* row, __m512i columns) {
     return _mm512_permutex2var_epi32(_mm512_loadu_si512(row), columns, _mm512_loadu_si512(row + 16));
 }
@@ -66,25 +67,33 @@ VEXEL_AVX512 inline __m512i BlendSixteen(const PanoramaRows& source, const int* 
         _mm512_mullo_epi32(_mm512_min_epi32(_mm512_max_epi32(_mm512_add_epi32(yi, one), zero), lastRow), stride);
 
     __m512i tl, tr, bl, br;
-    // Mostly the sixteen pixels lie within 32 columns and three rows: two loads per row and a
-    // permute per row and corner. Otherwise gathers.
-    const int32_t x0 = std::min(FirstLane(xi), LastLane(xi)), y0 = std::min(FirstLane(yi), LastLane(yi));
+    // Mostly the sixteen pixels lie within 64 columns and a few rows: loads of each row and
+    // permutes pick them out. Otherwise gathers (slow on some processors).
+    const int32_t x0 = _mm512_reduce_min_epi32(xi);
+    const int32_t y0 = _mm512_reduce_min_epi32(yi), y1 = _mm512_reduce_max_epi32(yi);
     const __m512i relative = _mm512_sub_epi32(xi, _mm512_set1_epi32(x0));
-    const __m512i rowOffset = _mm512_sub_epi32(yi, _mm512_set1_epi32(y0));
     const __mmask16 inside = _mm512_cmpge_epi32_mask(xi, zero) & _mm512_cmplt_epi32_mask(xi, lastColumn);
-    if (x0 >= 0 && x0 <= source.width - 32 && y0 >= 0 && y0 < source.height - 2 &&
-        (_mm512_cmple_epu32_mask(relative, _mm512_set1_epi32(30)) &
-         _mm512_cmple_epu32_mask(rowOffset, one)) == 0xFFFF) {
+    const int32_t span = _mm512_reduce_max_epi32(relative) + 2;  // columns used
+    if (x0 >= 0 && span <= 64 && x0 <= source.width - (span <= 32 ? 32 : 64) && y0 >= 0 &&
+        y1 < source.height - 1 && y1 - y0 < kWindowRows) {
         const __m512i right = _mm512_add_epi32(relative, one);
-        const __mmask16 lower = _mm512_cmpeq_epi32_mask(rowOffset, one);
-        const uint32_t* r0 = source.rows[y0] + x0;
-        const uint32_t* r1 = source.rows[y0 + 1] + x0;
-        const uint32_t* r2 = source.rows[y0 + 2] + x0;
-        const __m512i middleLeft = Pick(r1, relative), middleRight = Pick(r1, right);
-        tl = _mm512_mask_mov_epi32(Pick(r0, relative), lower, middleLeft);
-        tr = _mm512_mask_mov_epi32(Pick(r0, right), lower, middleRight);
-        bl = _mm512_mask_mov_epi32(middleLeft, lower, Pick(r2, relative));
-        br = _mm512_mask_mov_epi32(middleRight, lower, Pick(r2, right));
+        tl = tr = bl = br = zero;
+        for (int32_t r = y0; r <= y1 + 1; ++r) {
+            const uint32_t* row = source.rows[r] + x0;
+            __m512i left = Pick(row, relative), rightPixels = Pick(row, right);
+            if (span > 32) {
+                left = _mm512_mask_mov_epi32(left, _mm512_cmpge_epi32_mask(relative, _mm512_set1_epi32(32)),
+                                             Pick(row + 32, relative));
+                rightPixels = _mm512_mask_mov_epi32(rightPixels, _mm512_cmpge_epi32_mask(right, _mm512_set1_epi32(32)),
+                                                    Pick(row + 32, right));
+            }
+            const __mmask16 upper = _mm512_cmpeq_epi32_mask(yi, _mm512_set1_epi32(r));
+            const __mmask16 lower = _mm512_cmpeq_epi32_mask(yi, _mm512_set1_epi32(r - 1));
+            tl = _mm512_mask_mov_epi32(tl, upper, left);
+            tr = _mm512_mask_mov_epi32(tr, upper, rightPixels);
+            bl = _mm512_mask_mov_epi32(bl, lower, left);
+            br = _mm512_mask_mov_epi32(br, lower, rightPixels);
+        }
     } else if (inside == 0xFFFF) {
         // One 64-bit gather per pixel and row; pixels 4i, 4i+1 to the first gather and 4i+2, 4i+3
         // to the second, so that even and odd halves come out in pixel order.
