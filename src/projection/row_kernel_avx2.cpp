@@ -40,6 +40,23 @@ VEXEL_AVX2 inline __m256i Vertical(__m256i top, __m256i bottom, __m256i weightsY
     return _mm256_srli_epi32(sum, 16);
 }
 
+// The minimum or maximum of eight lanes.
+template <class Op>
+VEXEL_AVX2 inline int32_t Reduce(__m256i x, Op op) {
+    x = op(x, _mm256_permute2x128_si256(x, x, 1));
+    x = op(x, _mm256_shuffle_epi32(x, 0x4E));
+    x = op(x, _mm256_shuffle_epi32(x, 0xB1));
+    return _mm256_cvtsi256_si32(x);
+}
+
+// Pixels row[columns] for columns 0..15.
+VEXEL_AVX2 inline __m256i Pick(const uint32_t* row, __m256i columns) {
+    const __m256i low = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row));
+    const __m256i high = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + 8));
+    return _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(low, columns), _mm256_permutevar8x32_epi32(high, columns),
+                              _mm256_cmpgt_epi32(columns, _mm256_set1_epi32(7)));
+}
+
 // Column x of the panorama, wrapped once: the last one left of 0, the first one right of the last.
 VEXEL_AVX2 inline __m256i WrapColumn(__m256i x, __m256i lastColumn) {
     const __m256i column = _mm256_andnot_si256(_mm256_cmpgt_epi32(x, lastColumn), x);
@@ -63,9 +80,28 @@ VEXEL_AVX2 inline __m256i BlendEight(const PanoramaRows& source, const int* base
         _mm256_mullo_epi32(_mm256_min_epi32(_mm256_max_epi32(_mm256_add_epi32(yi, one), zero), lastRow), stride);
 
     __m256i tl, tr, bl, br;
+    // Mostly the eight pixels lie within 16 columns and a few rows: two loads per row and
+    // permutes pick them out. Otherwise gathers.
+    const int32_t x0 = Reduce(xi, _mm256_min_epi32);
+    const int32_t y0 = Reduce(yi, _mm256_min_epi32), y1 = Reduce(yi, _mm256_max_epi32);
+    const __m256i relative = _mm256_sub_epi32(xi, _mm256_set1_epi32(x0));
     const __m256i inside = _mm256_and_si256(_mm256_cmpgt_epi32(xi, _mm256_set1_epi32(-1)),
                                             _mm256_cmpgt_epi32(lastColumn, xi));
-    if (_mm256_movemask_epi8(inside) == -1) {
+    if (x0 >= 0 && x0 <= source.width - 16 && y0 >= 0 && y1 < source.height - 1 && y1 - y0 < 8 &&
+        _mm256_movemask_epi8(_mm256_cmpgt_epi32(relative, _mm256_set1_epi32(14))) == 0) {
+        const __m256i right = _mm256_add_epi32(relative, one);
+        tl = tr = bl = br = zero;
+        for (int32_t r = y0; r <= y1 + 1; ++r) {
+            const uint32_t* row = source.rows[r] + x0;
+            const __m256i left = Pick(row, relative), rightPixels = Pick(row, right);
+            const __m256i upper = _mm256_cmpeq_epi32(yi, _mm256_set1_epi32(r));
+            const __m256i lower = _mm256_cmpeq_epi32(yi, _mm256_set1_epi32(r - 1));
+            tl = _mm256_blendv_epi8(tl, left, upper);
+            tr = _mm256_blendv_epi8(tr, rightPixels, upper);
+            bl = _mm256_blendv_epi8(bl, left, lower);
+            br = _mm256_blendv_epi8(br, rightPixels, lower);
+        }
+    } else if (_mm256_movemask_epi8(inside) == -1) {
         // Left and right neighbours are adjacent: one 64-bit gather per pixel and row. Pixels
         // 0,1,4,5 go to the first gather and 2,3,6,7 to the second, so that even and odd halves
         // come out in pixel order.
