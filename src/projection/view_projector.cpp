@@ -234,6 +234,11 @@ void ViewProjector::Remap(PixelSink& sink) {
         }
     };
 
+    // Exact (u, v) of the ray through view offset (x, y).
+    auto exactAt = [&](int64_t x, int64_t y) {
+        return ExactPoint(x * m[0] + y * m[3] + m[6], y * m[4] + m[7], x * m[2] + y * m[5] + m[8]);
+    };
+
     // Where the pole in view lies, in grid coordinates: the ray along the Y axis has X = Z = 0.
     // Near it longitude turns too fast for the grid (tilt 0 puts it at infinity).
     const double det = static_cast<double>(m[0]) * m[5] - static_cast<double>(m[3]) * m[2];
@@ -265,11 +270,10 @@ void ViewProjector::Remap(PixelSink& sink) {
             const int32_t leftV = prevV[k] + r * dvY[k], rightV = prevV[k + 1] + r * dvY[k + 1];
             const int32_t u = leftU + j * (WrapDiff(rightU, leftU, fullTurn, third) / s);
             const int32_t v = leftV + (j + 1) * ((rightV - leftV) / s);
-            const int64_t x = xMin + k * s + j, row = y + r;
-            const GridPoint exact =
-                ExactPoint(x * m[0] + row * m[3] + m[6], row * m[4] + m[7], x * m[2] + row * m[5] + m[8]);
-            const int32_t offU = std::abs(WrapOnce(WrapOnce(u - exact.u, fullTurn), fullTurn));
-            if (offU > tolerance || std::abs(v - exact.v) > tolerance) exactCells_.push_back(k);
+            const GridPoint exact = exactAt(xMin + static_cast<int64_t>(k) * s + j, y + r);
+            int64_t offU = (static_cast<int64_t>(u) - exact.u) % fullTurn;  // the short way round
+            offU = std::min(std::abs(offU), fullTurn - std::abs(offU));
+            if (offU > tolerance || std::abs(static_cast<int64_t>(v) - exact.v) > tolerance) exactCells_.push_back(k);
         }
     };
 
@@ -279,8 +283,7 @@ void ViewProjector::Remap(PixelSink& sink) {
         for (const int32_t k : exactCells_) {
             const int32_t end = std::min(w, (k + 1) * s);
             for (int32_t i = k * s; i < end; ++i) {
-                const int64_t x = xMin + i;
-                const GridPoint point = ExactPoint(x * m[0] + y * m[3] + m[6], y * m[4] + m[7], x * m[2] + y * m[5] + m[8]);
+                const GridPoint point = exactAt(xMin + i, y);
                 rowU[i] = WrapOnce(point.u, fullTurn);
                 rowV[i] = point.v;
             }
