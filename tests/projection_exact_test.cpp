@@ -172,17 +172,6 @@ TEST(ProjectionTablesTest, EqualTheModelForSeveralWidths) {
     }
 }
 
-TEST(ProjectionTablesTest, OneSetPerWidthIsShared) {
-    const auto a = GetProjectionTables(2048);
-    const auto b = GetProjectionTables(2048);
-    const auto c = GetProjectionTables(2050);
-    EXPECT_EQ(a.get(), b.get());
-    EXPECT_NE(a.get(), c.get());
-    EXPECT_EQ(c->sourceWidth, 2050);
-    ViewProjector projector(2048, 1024);
-    EXPECT_EQ(&projector.tables(), a.get());
-}
-
 // ---------------------------------------------------------------------------------------------
 // Fixed-point helpers
 
