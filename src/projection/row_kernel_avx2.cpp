@@ -40,13 +40,16 @@ VEXEL_AVX2 inline __m256i Vertical(__m256i top, __m256i bottom, __m256i weightsY
     return _mm256_srli_epi32(sum, 16);
 }
 
-// The minimum or maximum of eight lanes.
-template <class Op>
-VEXEL_AVX2 inline int32_t Reduce(__m256i x, Op op) {
-    x = op(x, _mm256_permute2x128_si256(x, x, 1));
-    x = op(x, _mm256_shuffle_epi32(x, 0x4E));
-    x = op(x, _mm256_shuffle_epi32(x, 0xB1));
-    return _mm256_cvtsi256_si32(x);
+// The smallest and the largest of eight lanes.
+VEXEL_AVX2 inline int32_t ReduceMin(__m256i x) {
+    x = _mm256_min_epi32(x, _mm256_permute2x128_si256(x, x, 1));
+    x = _mm256_min_epi32(x, _mm256_shuffle_epi32(x, 0x4E));
+    return _mm256_cvtsi256_si32(_mm256_min_epi32(x, _mm256_shuffle_epi32(x, 0xB1)));
+}
+VEXEL_AVX2 inline int32_t ReduceMax(__m256i x) {
+    x = _mm256_max_epi32(x, _mm256_permute2x128_si256(x, x, 1));
+    x = _mm256_max_epi32(x, _mm256_shuffle_epi32(x, 0x4E));
+    return _mm256_cvtsi256_si32(_mm256_max_epi32(x, _mm256_shuffle_epi32(x, 0xB1)));
 }
 
 // Pixels row[columns] for columns 0..15.
@@ -82,8 +85,7 @@ VEXEL_AVX2 inline __m256i BlendEight(const PanoramaRows& source, const int* base
     __m256i tl, tr, bl, br;
     // Mostly the eight pixels lie within 16 columns and a few rows: two loads per row and
     // permutes pick them out. Otherwise gathers.
-    const int32_t x0 = Reduce(xi, _mm256_min_epi32);
-    const int32_t y0 = Reduce(yi, _mm256_min_epi32), y1 = Reduce(yi, _mm256_max_epi32);
+    const int32_t x0 = ReduceMin(xi), y0 = ReduceMin(yi), y1 = ReduceMax(yi);
     const __m256i relative = _mm256_sub_epi32(xi, _mm256_set1_epi32(x0));
     const __m256i inside = _mm256_and_si256(_mm256_cmpgt_epi32(xi, _mm256_set1_epi32(-1)),
                                             _mm256_cmpgt_epi32(lastColumn, xi));
