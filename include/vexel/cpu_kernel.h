@@ -22,13 +22,10 @@ inline const char* CpuKernelName(CpuKernel level) {
     }
 }
 
-// The best level this processor runs. The AVX-512 kernels use the F, BW and VL subsets.
+// The best level this processor runs. The AVX-512 kernels use the F and BW subsets.
 inline CpuKernel SupportedCpuKernel() {
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512vl")) {
-        return CpuKernel::kAvx512;
-    }
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw")) return CpuKernel::kAvx512;
     if (__builtin_cpu_supports("avx2")) return CpuKernel::kAvx2;
     if (__builtin_cpu_supports("sse4.1")) return CpuKernel::kSse41;
     return CpuKernel::kPlain;

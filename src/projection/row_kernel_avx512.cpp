@@ -1,5 +1,6 @@
 // AVX-512 (F, BW) versions of StepRowPlain and BlendRowPlain, sixteen pixels per step. The
 // arithmetic is that of the AVX2 kernels (row_kernel_avx2.cpp), which explains it.
+//
 // GCC 12 warns about the deliberately undefined registers inside its own AVX-512 intrinsics.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
@@ -43,7 +44,7 @@ VEXEL_AVX512 inline __m512i WrapColumn(__m512i x, __m512i lastColumn) {
     return _mm512_mask_mov_epi32(column, _mm512_cmplt_epi32_mask(x, _mm512_setzero_si512()), lastColumn);
 }
 
-// Rows the blend picks pixels from without gathering (more cost more than the gathers).
+// Most rows the blend picks pixels from by loads and permutes; more would cost more than gathers.
 constexpr int32_t kWindowRows = 8;
 
 // Pixels row[columns % 32] for sixteen columns.
