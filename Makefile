@@ -43,7 +43,7 @@ test: deps
 	$(CTEST) build
 	cmake -S . -B build-asan $(GENERATOR) $(SANITIZER_FLAGS) $(WERROR) -DVEXEL_SANITIZE=address
 	cmake --build build-asan
-	$(CTEST) build-asan
+	VEXEL_CPU=plain $(CTEST) build-asan
 	cmake -S . -B build-tsan $(GENERATOR) $(SANITIZER_FLAGS) $(WERROR) -DVEXEL_SANITIZE=thread
 	cmake --build build-tsan
 	$(NO_ASLR) $(CTEST) build-tsan

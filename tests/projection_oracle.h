@@ -29,19 +29,29 @@ inline double ViewDistance(int32_t viewWidth, double fov) {
     return viewWidth / (2.0 * std::tan(Radians(fov) / 2.0));
 }
 
-// Direction of view pixel (column, row), in panorama axes.
+// The camera of a view: the direction of view pixel (column, row), in panorama axes.
+struct Camera {
+    Camera(int32_t viewWidth, int32_t viewHeight, double pan, double tilt, double fov, bool turned)
+        : centreX(turned ? viewWidth >> 1 : (viewWidth - 1) >> 1),
+          centreY(turned ? (viewHeight - 1) >> 1 : viewHeight >> 1), d(ViewDistance(viewWidth, fov)),
+          ct(std::cos(Radians(tilt))), st(std::sin(Radians(tilt))), cp(std::cos(Radians(pan))),
+          sp(std::sin(Radians(pan))) {}
+
+    Vector Ray(int32_t column, int32_t row) const {
+        const double x = column - centreX, y = row - centreY;
+        // Tilt about the camera's x axis: forward goes to (0, -sin t, cos t), down to (0, cos t, sin t).
+        const Vector tilted{x, y * ct - d * st, y * st + d * ct};
+        // Pan about the vertical axis: forward goes to (sin p, 0, cos p), right to (cos p, 0, -sin p).
+        return {tilted.x * cp + tilted.z * sp, tilted.y, -tilted.x * sp + tilted.z * cp};
+    }
+
+    int32_t centreX, centreY;
+    double d, ct, st, cp, sp;
+};
+
 inline Vector PixelRay(int32_t viewWidth, int32_t viewHeight, double pan, double tilt, double fov,
                        int32_t column, int32_t row, bool turned) {
-    const double x = column - (turned ? viewWidth >> 1 : (viewWidth - 1) >> 1);
-    const double y = row - (turned ? (viewHeight - 1) >> 1 : viewHeight >> 1);
-    const double d = ViewDistance(viewWidth, fov);
-    // Tilt about the camera's x axis: forward goes to (0, -sin t, cos t), down to (0, cos t, sin t).
-    const double t = Radians(tilt);
-    const Vector tilted{x, y * std::cos(t) - d * std::sin(t), y * std::sin(t) + d * std::cos(t)};
-    // Pan about the vertical axis: forward goes to (sin p, 0, cos p), right to (cos p, 0, -sin p).
-    const double p = Radians(pan);
-    return {tilted.x * std::cos(p) + tilted.z * std::sin(p), tilted.y,
-            -tilted.x * std::sin(p) + tilted.z * std::cos(p)};
+    return Camera(viewWidth, viewHeight, pan, tilt, fov, turned).Ray(column, row);
 }
 
 inline double UnitsPerRadian(int32_t sourceWidth) { return 256.0 * sourceWidth / (2.0 * kPi); }
@@ -132,6 +142,60 @@ inline Agreement CompareWithOracle(int32_t sourceWidth, int32_t viewWidth, int32
         }
     }
     return result;
+}
+
+// A panorama that is smooth in every direction and continuous across the seam: red and green
+// follow the cosine and sine of longitude, blue the sine of latitude. Its colour turns fully
+// round each pole, so a wrong longitude next to a pole shows.
+inline std::vector<uint32_t> SmoothGlobe(int32_t width, int32_t height) {
+    std::vector<uint32_t> pixels(static_cast<size_t>(width) * height);
+    const auto channel = [](double value) { return static_cast<uint32_t>(std::lround(128 + 100 * value)); };
+    for (int32_t row = 0; row < height; ++row) {
+        const double latitude = (row + 0.5 - height / 2.0) * 2 * kPi / width;
+        for (int32_t column = 0; column < width; ++column) {
+            const double longitude = (column + 0.5 - width / 2.0) * 2 * kPi / width;
+            pixels[static_cast<size_t>(row) * width + column] =
+                channel(std::cos(longitude)) << 16 | channel(std::sin(longitude)) << 8 | channel(std::sin(latitude));
+        }
+    }
+    return pixels;
+}
+
+// The largest difference, in levels of any colour channel, between a rendered view and the
+// geometric projection of the picture (bilinear sampling at the exact position, with the blend's
+// 65025/65536 scale), over the pixels (column, row) for which checked(column, row) holds. Pixels
+// that look within 1e-6 radian of a pole have no defined longitude and are skipped.
+template <class Checked>
+int WorstLevelDifference(const std::vector<uint32_t>& picture, int32_t sourceWidth, int32_t sourceHeight,
+                         const std::vector<uint32_t>& view, int32_t viewWidth, int32_t viewHeight, double pan,
+                         double tilt, double fov, Checked checked) {
+    auto channel = [&](int32_t column, int32_t row, int shift) {
+        column = (column % sourceWidth + sourceWidth) % sourceWidth;
+        row = std::clamp(row, 0, sourceHeight - 1);
+        return static_cast<double>((picture[static_cast<size_t>(row) * sourceWidth + column] >> shift) & 255);
+    };
+    const Camera camera(viewWidth, viewHeight, pan, tilt, fov, false);
+    int worst = 0;
+    for (int32_t j = 0; j < viewHeight; ++j) {
+        for (int32_t i = 0; i < viewWidth; ++i) {
+            if (!checked(i, j)) continue;
+            const Vector ray = camera.Ray(i, j);
+            if (std::hypot(ray.x, ray.z) < 1e-6 * std::fabs(ray.y)) continue;
+            const double x = Longitude(ray, sourceWidth) / 256 + (sourceWidth >> 1);
+            const double y = Latitude(ray, sourceWidth) / 256 + (sourceHeight >> 1);
+            const auto x0 = static_cast<int32_t>(std::floor(x)), y0 = static_cast<int32_t>(std::floor(y));
+            const double fx = x - x0, fy = y - y0;
+            const uint32_t drawn = view[static_cast<size_t>(j) * viewWidth + i];
+            for (int shift = 0; shift < 24; shift += 8) {
+                const double expected = ((1 - fx) * (1 - fy) * channel(x0, y0, shift) +
+                                         fx * (1 - fy) * channel(x0 + 1, y0, shift) +
+                                         (1 - fx) * fy * channel(x0, y0 + 1, shift) +
+                                         fx * fy * channel(x0 + 1, y0 + 1, shift)) * 65025.0 / 65536.0;
+                worst = std::max(worst, static_cast<int>(std::fabs(((drawn >> shift) & 255) - expected) + 0.5));
+            }
+        }
+    }
+    return worst;
 }
 
 }  // namespace vexel::oracle

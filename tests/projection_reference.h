@@ -41,6 +41,8 @@ public:
     void Trace(std::vector<int32_t>& u, std::vector<int32_t>& v, bool upsideDown);
 
     static double VerticalFov(double fov, int32_t width, int32_t height);
+    // Exact (u, v) of the ray through view offset (x, y), as at a grid point (u not wrapped).
+    void GridPoint(int32_t x, int32_t y, int32_t& u, int32_t& v) const;
     int32_t Atan2Fixed(int32_t a, int32_t b) const;
     int32_t HypotFixed(int32_t a, int32_t b) const;
 
@@ -67,7 +69,6 @@ private:
     class TraceSink;
 
     void ComputeRotation();
-    void GridPoint(int32_t x, int32_t y, int32_t& u, int32_t& v) const;
     void Remap(Sink& sink, bool upsideDown);
 
     const Tables* tables_;

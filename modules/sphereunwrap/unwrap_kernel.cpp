@@ -1,5 +1,7 @@
 #include "unwrap_kernel.h"
 
+#include "vexel/cpu_kernel.h"
+
 namespace vexel::unwrap {
 
 namespace {
@@ -44,7 +46,7 @@ void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const Blen
 }
 
 UnwrapFunction BestUnwrap() {
-    static const UnwrapFunction best = __builtin_cpu_supports("sse4.1") ? UnwrapSse41 : UnwrapPlain;
+    static const UnwrapFunction best = ChosenCpuKernel() >= CpuKernel::kSse41 ? UnwrapSse41 : UnwrapPlain;
     return best;
 }
 

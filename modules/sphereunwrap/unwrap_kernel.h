@@ -53,7 +53,7 @@ void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const Blen
 void UnwrapSse41(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends, size_t blendCount,
                  uint32_t* out);
 
-// The fastest version this processor runs, chosen once.
+// The fastest version this processor runs (or the plain one when VEXEL_CPU=plain), chosen once.
 UnwrapFunction BestUnwrap();
 
 }  // namespace vexel::unwrap

@@ -1,7 +1,5 @@
 #include "projection/view_projector.h"
 
-#include "projection/blend_row.h"
-
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -17,23 +15,11 @@ constexpr double kPi = std::numbers::pi;
 // 31 bits with room for the interpolation between grid points.
 constexpr int32_t kMaxSourceWidth = 1 << 22;
 
-// Difference a - b of two u coordinates; a jump of more than 240 degrees between neighbours is a
-// crossing of the seam and is taken the short way round.
-inline int32_t WrapDiff(int32_t a, int32_t b, int32_t fullTurn, int32_t third) {
-    int64_t d = static_cast<int64_t>(a) - b;
-    if (a < -third && b > third) {
-        d += fullTurn;
-    } else if (a > third && b < -third) {
-        d -= fullTurn;
-    }
-    return static_cast<int32_t>(d);
-}
-
 // Draws rows of sampled pixels into the destination, forwards or (upside down) backwards.
 class BlendSink {
 public:
-    BlendSink(const PanoramaRows& source, uint32_t* out, int32_t step)
-        : source_(source), out_(out), step_(step), blendRow_(BestBlendRow()) {}
+    BlendSink(const PanoramaRows& source, uint32_t* out, int32_t step, BlendRowFunction blendRow)
+        : source_(source), out_(out), step_(step), blendRow_(blendRow) {}
 
     void Row(const int32_t* rowU, const int32_t* rowV, int32_t count) {
         blendRow_(source_, rowU, rowV, count, out_, step_);
@@ -141,31 +127,41 @@ void ViewProjector::ComputeRotation() {
     rotation_[8] = ct * cp;
     for (int k = 0; k < 6; ++k) rotation_[k] /= distance;
 
-    // The scale bound on phi keeps the products formed in Remap inside 32 bits.
+    // The bound on phi keeps the scale finite for tiny fields of view (which SetView refuses anyway).
     const double scale = phi > 0.3 ? 131072.0 / phi : 131072.0 / 0.3;
     for (int k = 0; k < 9; ++k) {
         rotationFixed_[k] = static_cast<int64_t>(scale * rotation_[k] * 4096.0 + 0.5);
     }
 }
 
-int32_t ViewProjector::Atan2Fixed(int32_t a, int32_t b) const {
+int32_t ViewProjector::Atan2Fixed(int64_t a64, int64_t b64) const {
     const int32_t* atanTable = tables_->atanTable.data();
-    const int64_t a64 = a, b64 = b;
-    if (b > 0) {
-        if (a > 0) return atanTable[a64 * 65536 / (a64 + b64)];
+    if (b64 > 0) {
+        if (a64 > 0) return atanTable[a64 * 65536 / (a64 + b64)];
         return -atanTable[(-a64) * 65536 / (b64 - a64)];
     }
-    if (b == 0) return a > 0 ? tables_->quarterTurn : -tables_->quarterTurn;
-    if (a < 0) return atanTable[a64 * 65536 / (a64 + b64)] - tables_->halfTurn;
+    if (b64 == 0) return a64 > 0 ? tables_->quarterTurn : -tables_->quarterTurn;
+    if (a64 < 0) return atanTable[a64 * 65536 / (a64 + b64)] - tables_->halfTurn;
     return tables_->halfTurn - atanTable[(-a64) * 65536 / (b64 - a64)];
 }
 
-int32_t ViewProjector::HypotFixed(int32_t a, int32_t b) const {
+int64_t ViewProjector::HypotFixed(int64_t a, int64_t b) const {
     const uint32_t* sqrtTable = tables_->sqrtTable.data();
-    const int64_t a64 = a, b64 = b;
-    if (a > b) return static_cast<int32_t>((sqrtTable[b64 * 65536 / a64] * a64) >> 16);
+    if (a > b) return (sqrtTable[b * 65536 / a] * a) >> 16;
     if (b == 0) return 0;
-    return static_cast<int32_t>((sqrtTable[a64 * 65536 / b64] * b64) >> 16);
+    return (sqrtTable[a * 65536 / b] * b) >> 16;
+}
+
+ViewProjector::GridPoint ViewProjector::ExactPoint(int64_t xw, int64_t yw, int64_t zw) const {
+    int64_t x = xw >> 12, y = yw >> 12, z = zw >> 12;
+    // Rays of tall wide-angle views can pass 2^40; they are scaled down to keep the table lookups'
+    // products in range (the angles do not change). Smaller rays are taken as they are.
+    while (std::max({std::abs(x), std::abs(y), std::abs(z)}) >= (int64_t{1} << 40)) {
+        x >>= 1;
+        y >>= 1;
+        z >>= 1;
+    }
+    return {Atan2Fixed(x, z), Atan2Fixed(y, HypotFixed(std::abs(z), std::abs(x)))};
 }
 
 template <class PixelSink>
@@ -173,10 +169,9 @@ void ViewProjector::Remap(PixelSink& sink) {
     const int32_t w = viewWidth_, h = viewHeight_;
     const int32_t fullTurn = 256 * sourceWidth_;
     const int32_t third = fullTurn / 3;
-    const int32_t halfU = fullTurn / 2;
     const int64_t* m = rotationFixed_;
 
-    const int32_t xMin = -((w - 1) >> 1), xMax = w - ((w - 1) >> 1);
+    const int32_t xMin = -((w - 1) >> 1);  // pixels are drawn for x = xMin + 1 ... xMin + w
     const int32_t yMin = -(h >> 1), yMax = h - (h >> 1);
 
     // Grid step: coarser for views that stay away from the poles.
@@ -207,7 +202,8 @@ void ViewProjector::Remap(PixelSink& sink) {
     }
 
     const size_t columns = static_cast<size_t>(w / sBase + 4);
-    scratch_.assign(columns * 8 + static_cast<size_t>(w) * 2, 0);
+    const size_t rowLength = static_cast<size_t>(w) + kRowPadding;
+    scratch_.assign(columns * 8 + rowLength * 2, 0);
     int32_t* prevU = scratch_.data();
     int32_t* prevV = prevU + columns;
     int32_t* curU = prevV + columns;
@@ -217,7 +213,7 @@ void ViewProjector::Remap(PixelSink& sink) {
     int32_t* runU = dvY + columns;
     int32_t* runV = runU + columns;
     int32_t* rowU = runV + columns;  // coordinates of one view row
-    int32_t* rowV = rowU + w;
+    int32_t* rowV = rowU + rowLength;
 
     // Row base: the 64-bit ray terms y*m3 + m6, y*m4 + m7, y*m5 + m8 of the current grid row.
     int64_t baseX = yMin * m[3] + m[6];
@@ -226,41 +222,72 @@ void ViewProjector::Remap(PixelSink& sink) {
 
     // Exact (u, v) at columns xMin + k*s, up to and including the first one past xMax.
     auto computeGridRow = [&](int32_t s, int32_t* gridU, int32_t* gridV) {
-        const int32_t y12 = static_cast<int32_t>(baseY) >> 12;
         int64_t xw = baseX + xMin * m[0];
         int64_t zw = baseZ + xMin * m[2];
         const int32_t count = w / s + 2;
         for (int32_t k = 0; k < count; ++k) {
-            const int32_t x12 = static_cast<int32_t>(xw) >> 12;
-            const int32_t z12 = static_cast<int32_t>(zw) >> 12;
-            gridU[k] = Atan2Fixed(x12, z12);
-            gridV[k] = Atan2Fixed(y12, HypotFixed(std::abs(z12), std::abs(x12)));
+            const GridPoint point = ExactPoint(xw, baseY, zw);
+            gridU[k] = point.u;
+            gridV[k] = point.v;
             xw += s * m[0];
             zw += s * m[2];
         }
     };
 
-    // One view row from the running grid values; u moves after each pixel, v before it.
-    auto drawRow = [&](int32_t s) {
-        int32_t u = runU[0], v = runV[0];
-        int32_t x = xMin + 1;
-        int32_t i = 0;
-        for (int32_t k = 0; x <= xMax; ++k) {
-            const int32_t du = WrapDiff(runU[k + 1], u, fullTurn, third) / s;
-            const int32_t dv = (runV[k + 1] - v) / s;
-            const int32_t end = std::min(xMax, x + s - 1);
-            for (; x <= end; ++x, ++i) {
-                if (u >= halfU) u -= fullTurn;
-                if (u < -halfU) u += fullTurn;
-                v += dv;
-                rowU[i] = u;
-                rowV[i] = v;
-                u += du;
+    // Exact (u, v) of the ray through view offset (x, y).
+    auto exactAt = [&](int64_t x, int64_t y) {
+        return ExactPoint(x * m[0] + y * m[3] + m[6], y * m[4] + m[7], x * m[2] + y * m[5] + m[8]);
+    };
+
+    // Where the pole in view lies, in grid coordinates: the ray along the Y axis has X = Z = 0.
+    // Near it longitude turns too fast for the grid (tilt 0 puts it at infinity).
+    const double det = static_cast<double>(m[0]) * m[5] - static_cast<double>(m[3]) * m[2];
+    const double poleX = det != 0.0 ? (static_cast<double>(m[3]) * m[8] - static_cast<double>(m[6]) * m[5]) / det : 1e300;
+    const double poleY = det != 0.0 ? (static_cast<double>(m[6]) * m[2] - static_cast<double>(m[0]) * m[8]) / det : 1e300;
+
+    // Cells of the block starting at row y whose interpolated coordinates would be wrong: those
+    // within one cell of the pole, and those whose corners' longitudes spread wider than the
+    // tolerance (near a pole, in very wide views) and whose interpolated coordinates in the middle
+    // of the cell stray more than that from the exact ones (a crossing of the seam taken for a
+    // turn through the centre column, or longitude bending round the pole).
+    const int32_t tolerance = fullTurn / 90;  // 4 degrees
+    auto findExactCells = [&](int32_t s, int32_t blockRows, int32_t y) {
+        const double reach = std::max(s, blockRows);
+        const bool poleRows = poleY >= y - reach && poleY <= y + blockRows + reach;
+        const int32_t r = blockRows / 2, j = s / 2;
+        for (int32_t k = 0; k * s < w; ++k) {
+            const double left = xMin + static_cast<double>(k) * s;
+            if (poleRows && poleX >= left - reach && poleX <= left + s + reach) {
+                exactCells_.push_back(k);
+                continue;
             }
-            u = runU[k + 1];
-            v = runV[k + 1];
+            const int32_t spread = std::max({std::abs(WrapDiff(prevU[k + 1], prevU[k], fullTurn, third)),
+                                             std::abs(WrapDiff(curU[k], prevU[k], fullTurn, third)),
+                                             std::abs(WrapDiff(curU[k + 1], prevU[k], fullTurn, third))});
+            if (spread <= tolerance) continue;
+            // As the row stepping would interpolate, without the wrapping.
+            const int32_t leftU = prevU[k] + r * duY[k], rightU = prevU[k + 1] + r * duY[k + 1];
+            const int32_t leftV = prevV[k] + r * dvY[k], rightV = prevV[k + 1] + r * dvY[k + 1];
+            const int32_t u = leftU + j * (WrapDiff(rightU, leftU, fullTurn, third) / s);
+            const int32_t v = leftV + (j + 1) * ((rightV - leftV) / s);
+            const GridPoint exact = exactAt(xMin + static_cast<int64_t>(k) * s + j, y + r);
+            int64_t offU = (static_cast<int64_t>(u) - exact.u) % fullTurn;  // the short way round
+            offU = std::min(std::abs(offU), fullTurn - std::abs(offU));
+            if (offU > tolerance || std::abs(static_cast<int64_t>(v) - exact.v) > tolerance) exactCells_.push_back(k);
         }
-        sink.Row(rowU, rowV, w);
+    };
+
+    // Pixels of the cells listed in exactCells_ get their own exact coordinates; pixel i of a row
+    // looks along the ray at column xMin + i, like the grid point its u starts from.
+    auto overwriteExactCells = [&](int32_t s, int32_t y) {
+        for (const int32_t k : exactCells_) {
+            const int32_t end = std::min(w, (k + 1) * s);
+            for (int32_t i = k * s; i < end; ++i) {
+                const GridPoint point = exactAt(xMin + i, y);
+                rowU[i] = WrapOnce(point.u, fullTurn);
+                rowV[i] = point.v;
+            }
+        }
     };
 
     int32_t y = yMin;
@@ -315,8 +342,12 @@ void ViewProjector::Remap(PixelSink& sink) {
             runU[k] = prevU[k];
             runV[k] = prevV[k];
         }
+        exactCells_.clear();
+        if (exactNearPoles_) findExactCells(s, blockRows, y);
         for (int32_t r = 0; r < blockRows; ++r) {
-            drawRow(s);
+            kernel_->stepRow(runU, runV, s, w, fullTurn, rowU, rowV);
+            overwriteExactCells(s, y);
+            sink.Row(rowU, rowV, w);
             if (++y >= yMax) return;
             for (int32_t k = 0; k < count; ++k) {
                 runU[k] += duY[k];
@@ -327,26 +358,28 @@ void ViewProjector::Remap(PixelSink& sink) {
     }
 }
 
+bool ViewProjector::Drawable() const {
+    // The ray terms y * m3 grow with the view's height over its width; up to 2^28 they stay within
+    // 64 bits for every field of view (a view of at most 2^30 pixels is never taller).
+    return viewWidth_ >= 1 && viewHeight_ >= 1 && viewHeight_ / viewWidth_ <= (1 << 28) && sourceWidth_ >= 1 &&
+           sourceWidth_ <= kMaxSourceWidth && sourceHeight_ >= 1;
+}
+
 void ViewProjector::Render(const uint32_t* const* sourceRows, bool upsideDown) {
-    if (viewPixels_ == nullptr || sourceRows == nullptr || viewWidth_ < 1 || viewHeight_ < 1 ||
-        sourceWidth_ < 1 || sourceWidth_ > kMaxSourceWidth || sourceHeight_ < 1) {
-        return;
-    }
+    if (viewPixels_ == nullptr || sourceRows == nullptr || !Drawable()) return;
     // Every destination pixel is written below, so the view needs no clearing first.
     ComputeRotation();
     const int64_t last = static_cast<int64_t>(viewWidth_) * viewHeight_ - 1;
-    BlendSink sink({sourceRows, sourceWidth_, sourceHeight_}, upsideDown ? viewPixels_ + last : viewPixels_,
-                   upsideDown ? -1 : 1);
+    const PanoramaRows source{sourceRows, sourceWidth_, sourceHeight_,
+                              RowStride(sourceRows, sourceWidth_, sourceHeight_)};
+    BlendSink sink(source, upsideDown ? viewPixels_ + last : viewPixels_, upsideDown ? -1 : 1, kernel_->blendRow);
     Remap(sink);
 }
 
 void ViewProjector::TraceCoordinates(std::vector<int32_t>& u, std::vector<int32_t>& v, bool upsideDown) {
     u.clear();
     v.clear();
-    if (viewWidth_ < 1 || viewHeight_ < 1 || sourceWidth_ < 1 || sourceWidth_ > kMaxSourceWidth ||
-        sourceHeight_ < 1) {
-        return;
-    }
+    if (!Drawable()) return;
     const int64_t count = static_cast<int64_t>(viewWidth_) * viewHeight_;
     u.assign(count, 0);
     v.assign(count, 0);

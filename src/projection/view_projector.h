@@ -12,8 +12,8 @@
 #include <memory>
 #include <vector>
 
-#include "projection/bilinear_blend.h"
 #include "projection/projection_tables.h"
+#include "projection/row_kernel.h"
 
 namespace vexel {
 
@@ -40,9 +40,16 @@ public:
     // Vertical field of view, in degrees, of a width x height view with horizontal field fov.
     static double VerticalFov(double fov, int32_t width, int32_t height);
 
-    // atan2(a, b) in u units (1/256 source column); HypotFixed needs a, b >= 0.
-    int32_t Atan2Fixed(int32_t a, int32_t b) const;
-    int32_t HypotFixed(int32_t a, int32_t b) const;
+    // atan2(a, b) in u units (1/256 source column); HypotFixed needs a, b >= 0. Both take values
+    // below 2^46 in magnitude.
+    int32_t Atan2Fixed(int64_t a, int64_t b) const;
+    int64_t HypotFixed(int64_t a, int64_t b) const;
+
+    // The row kernel Render uses; ChosenRowKernel() unless a test picks another.
+    void UseKernel(const RowKernel& kernel) { kernel_ = &kernel; }
+    // Tests only: interpolate every cell, also those next to a pole that are otherwise computed
+    // exactly, to compare with what the grid alone draws.
+    void InterpolateEveryCellForTesting() { exactNearPoles_ = false; }
 
     double pan() const { return pan_; }
     double tilt() const { return tilt_; }
@@ -53,6 +60,12 @@ public:
     const ProjectionTables& tables() const { return *tables_; }
 
 private:
+    struct GridPoint {
+        int32_t u, v;
+    };
+    // (u, v) of the ray whose fixed-point terms are xw, yw, zw.
+    GridPoint ExactPoint(int64_t xw, int64_t yw, int64_t zw) const;
+    bool Drawable() const;
     void ComputeRotation();
     template <class PixelSink> void Remap(PixelSink& sink);
 
@@ -73,8 +86,11 @@ private:
     double panMax_ = 180.0;
     double panMin_ = -180.0;
     std::shared_ptr<const ProjectionTables> tables_;
+    const RowKernel* kernel_ = &ChosenRowKernel();
+    bool exactNearPoles_ = true;
     // Grid working storage, kept between renders of the same projector.
     std::vector<int32_t> scratch_;
+    std::vector<int32_t> exactCells_;
 };
 
 // Sets the direction on a projector that has its view buffer and renders from sourceRows. Tilts

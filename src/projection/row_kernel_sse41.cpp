@@ -1,11 +1,11 @@
-// SSE4.1 version of BlendRowPlain. The blend is done separably, which is exact in integers:
-// (255-fy)[(255-fx)tl + fx tr] + fy[(255-fx)bl + fx br] is the four-weight sum term by term. The
-// horizontal sums are at most 65025 and fit 16-bit lanes; the vertical ones use 32-bit lanes.
+// SSE4.1 version of BlendRowPlain, one pixel at a time. The blend is done separably, which is
+// exact in integers: (255-fy)[(255-fx)tl + fx tr] + fy[(255-fx)bl + fx br] is the four-weight sum
+// term by term. The horizontal sums are at most 65025 and fit 16-bit lanes; the vertical ones use 32-bit lanes.
 #include <smmintrin.h>
 
 #include <algorithm>
 
-#include "projection/blend_row.h"
+#include "projection/row_kernel.h"
 
 namespace vexel {
 
