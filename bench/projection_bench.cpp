@@ -19,6 +19,7 @@
 
 #include "projection/row_kernel.h"
 #include "projection/view_projector.h"
+#include "v360_graph.h"
 
 extern "C" {
 #include <libavfilter/avfilter.h>
@@ -147,21 +148,10 @@ void V360(benchmark::State& state, AVPixelFormat format, Case c) {
             input->data[plane][i] = static_cast<uint8_t>(random());
         }
     }
-    AVFilterGraph* graph = avfilter_graph_alloc();
-    graph->nb_threads = 1;
-    char source[160], projection[200];
-    std::snprintf(source, sizeof source, "video_size=%dx%d:pix_fmt=%d:time_base=1/25:pixel_aspect=1/1", kSourceWidth,
-                  kSourceHeight, format);
-    const double verticalFov = 2 * std::atan(std::tan(kFov * M_PI / 360) * c.height / c.width) * 180 / M_PI;
-    std::snprintf(projection, sizeof projection,
-                  "input=e:output=flat:interp=linear:w=%d:h=%d:h_fov=%.4f:v_fov=%.4f:pitch=%.1f", c.width, c.height,
-                  kFov, verticalFov, c.tilt);
-    AVFilterContext *in = nullptr, *v360 = nullptr, *out = nullptr;
-    if (avfilter_graph_create_filter(&in, avfilter_get_by_name("buffer"), "in", source, nullptr, graph) < 0 ||
-        avfilter_graph_create_filter(&v360, avfilter_get_by_name("v360"), "v360", projection, nullptr, graph) < 0 ||
-        avfilter_graph_create_filter(&out, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr, graph) < 0 ||
-        avfilter_link(in, 0, v360, 0) < 0 || avfilter_link(v360, 0, out, 0) < 0 ||
-        avfilter_graph_config(graph, nullptr) < 0) {
+    V360Graph g = MakeV360Graph(kSourceWidth, kSourceHeight, format, AVRational{1, 25}, c.width, c.height, kFov,
+                                c.tilt, 1);
+    AVFilterContext *in = g.in, *out = g.out;
+    if (in == nullptr) {
         state.SkipWithError("cannot set up the v360 filter");
     } else {
         AVFrame* projected = av_frame_alloc();
@@ -175,7 +165,7 @@ void V360(benchmark::State& state, AVPixelFormat format, Case c) {
         RunFrames(state, c.width, c.height, push);
         av_frame_free(&projected);
     }
-    avfilter_graph_free(&graph);
+    avfilter_graph_free(&g.graph);
     av_frame_free(&input);
 }
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "vexelplayer.h"
+#include "../v360_graph.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -113,19 +114,11 @@ Run ProjectWithV360(const std::string& clip) {
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     avcodec_open2(decoder, codec, nullptr);
 
-    AVFilterGraph* graph = avfilter_graph_alloc();
-    char source[256], projection[256];
-    std::snprintf(source, sizeof source, "video_size=%dx%d:pix_fmt=%d:time_base=%d/%d:pixel_aspect=1/1",
-                  decoder->width, decoder->height, decoder->pix_fmt, stream->time_base.num, stream->time_base.den);
-    const double verticalFov = 2 * std::atan(std::tan(kFov * M_PI / 360) * kViewHeight / kViewWidth) * 180 / M_PI;
-    std::snprintf(projection, sizeof projection, "input=e:output=flat:interp=linear:w=%d:h=%d:h_fov=%.4f:v_fov=%.4f",
-                  kViewWidth, kViewHeight, kFov, verticalFov);
-    AVFilterContext *in = nullptr, *v360 = nullptr, *out = nullptr;
-    if (avfilter_graph_create_filter(&in, avfilter_get_by_name("buffer"), "in", source, nullptr, graph) < 0 ||
-        avfilter_graph_create_filter(&v360, avfilter_get_by_name("v360"), "v360", projection, nullptr, graph) < 0 ||
-        avfilter_graph_create_filter(&out, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr, graph) < 0 ||
-        avfilter_link(in, 0, v360, 0) < 0 || avfilter_link(v360, 0, out, 0) < 0 ||
-        avfilter_graph_config(graph, nullptr) < 0) {
+    V360Graph g = MakeV360Graph(decoder->width, decoder->height, decoder->pix_fmt, stream->time_base, kViewWidth,
+                                kViewHeight, kFov, 0.0, 0);
+    AVFilterGraph* graph = g.graph;
+    AVFilterContext *in = g.in, *out = g.out;
+    if (in == nullptr) {
         std::fprintf(stderr, "cannot set up the v360 filter\n");
         std::exit(1);
     }
