@@ -8,12 +8,13 @@
 #include <thread>
 
 #include "png_writer.h"
+#include "vexel/ticks.h"
 
 namespace view {
 
 namespace {
 
-constexpr double kTicksPerSecond = 10'000'000.0;
+constexpr double kTicksPerSecond = vexel::Ticks::period::den;
 constexpr int64_t kSeekStepTicks = 50'000'000;  // 5 s
 constexpr int kVolumeStep = 300;                 // 3 dB
 // A gesture commits only its turning points, and the path takes the shorter way round between
