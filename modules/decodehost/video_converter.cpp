@@ -1,5 +1,7 @@
 #include "video_converter.h"
 
+#include "yuv_to_bgra.h"
+
 namespace vexel::decodehost {
 
 namespace {
@@ -46,8 +48,17 @@ int SwsColorspace(AVColorSpace space) {
 
 }  // namespace
 
+std::atomic<uint64_t> VideoConverter::conversions_{0};
+
 bool VideoConverter::Convert(const AVFrame* frame, uint8_t* out) {
     if (frame->width <= 0 || frame->height <= 0 || frame->format < 0) return false;
+    conversions_.fetch_add(1, std::memory_order_relaxed);
+    if (frame->width == width_ && frame->height == height_ && YuvToBottomUpBgra(*frame, out))
+        return true;
+    return Scale(frame, out);
+}
+
+bool VideoConverter::Scale(const AVFrame* frame, uint8_t* out) {
     bool fullRange = frame->color_range == AVCOL_RANGE_JPEG;
     const AVPixelFormat source = PlainFormat(static_cast<AVPixelFormat>(frame->format), &fullRange);
 

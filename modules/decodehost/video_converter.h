@@ -1,10 +1,12 @@
 // VideoConverter: decoded pictures to the player's format 11 — 32-bit pixels with bytes B, G, R, A
-// in memory, rows bottom-up, no padding — at a fixed output size, through libswscale. Pictures of
-// another size (a stream that changes size) are scaled to the output size.
+// in memory, rows bottom-up, no padding — at a fixed output size. YUV pictures of that size go
+// through libyuv (yuv_to_bgra.h); other pixel formats and colour matrices, and pictures of another
+// size (a stream that changes size), through libswscale, which also scales them.
 //
 // Threads: used by one thread at a time (the video reader's delivery thread).
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -25,7 +27,13 @@ public:
     // Writes `frame` into `out`, which holds bytes(). False when the picture cannot be converted.
     bool Convert(const AVFrame* frame, uint8_t* out);
 
+    // Pictures converted by every converter of the process so far.
+    static uint64_t ConversionsForTesting() { return conversions_.load(); }
+
 private:
+    bool Scale(const AVFrame* frame, uint8_t* out);  // through libswscale
+
+    static std::atomic<uint64_t> conversions_;
     int width_;
     int height_;
     SwsPtr context_;
