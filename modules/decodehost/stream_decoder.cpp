@@ -26,6 +26,8 @@ int DecodeThreads() {
 
 }  // namespace
 
+std::atomic<uint64_t> StreamDecoder::pictures_{0};
+
 std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
     AVFormatContext* context = file.context();
     if (index < 0 || static_cast<unsigned>(index) >= context->nb_streams) return nullptr;
@@ -66,6 +68,7 @@ void StreamDecoder::Seek(int64_t ticks) {
     // A keyframe found by its decoding time may still show a later picture (reordered frames),
     // and some containers seek imprecisely: step further back until the first picture is early
     // enough.
+    target_ = ticks;
     int64_t back = 0;
     for (int attempt = 0; attempt < kSeekAttempts; ++attempt) {
         const int64_t at = SubTicks(ticks, back);
@@ -122,6 +125,7 @@ AVFrame* StreamDecoder::Decode(int64_t* ticks) {
         av_frame_unref(frame_.get());
         const int status = avcodec_receive_frame(codec_.get(), frame_.get());
         if (status == 0) {
+            if (codec_->codec_type == AVMEDIA_TYPE_VIDEO) pictures_.fetch_add(1, std::memory_order_relaxed);
             *ticks = FrameTicks(frame_.get());
             return frame_.get();
         }
@@ -151,6 +155,7 @@ void StreamDecoder::FeedPacket() {
                 continue;
             }
         }
+        SetSkipping();
         const int sent = avcodec_send_packet(codec_.get(), packet_.get());
         // The decoder wants its output taken first; a decoder that still refuses after that
         // loses the packet rather than stalling the stream.
@@ -161,6 +166,16 @@ void StreamDecoder::FeedPacket() {
         if (sent < 0) continue;  // a damaged packet: skip it and read on
         return;
     }
+}
+
+void StreamDecoder::SetSkipping() {
+    // A picture shown before the target that no other picture refers to is never needed: the
+    // decoder drops it unread. The setting follows each packet (frame threads take it along).
+    if (codec_->codec_type != AVMEDIA_TYPE_VIDEO) return;
+    const int64_t pts = packet_->pts;
+    const bool early = pts != AV_NOPTS_VALUE &&
+                       file_.ToTicks(pts, stream_->time_base) < SubTicks(target_, kTimeSlack);
+    codec_->skip_frame = early ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
 }
 
 int64_t StreamDecoder::FrameTicks(const AVFrame* frame) {

@@ -6,6 +6,7 @@
 // Threads: used by one thread at a time (the reader's delivery thread once playback runs).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -27,8 +28,13 @@ public:
     int64_t frameInterval() const { return frameInterval_; }
 
     // Positions on the keyframe at or before `ticks`, far enough back that the first frame
-    // Next returns starts at or before `ticks` whenever the stream has such a frame.
+    // Next returns starts at or before `ticks` whenever the stream has such a frame. Until the
+    // pictures reach `ticks`, the decoder skips those no other picture refers to: Next returns
+    // only the reference pictures before it.
     void Seek(int64_t ticks);
+
+    // Pictures decoded by every decoder of the process so far.
+    static uint64_t PicturesForTesting() { return pictures_.load(); }
 
     // The next decoded frame (owned by the decoder, valid until the next call) with its start in
     // media time, or null at the end of the stream.
@@ -42,6 +48,7 @@ private:
     bool DecodeFirst();          // decodes the first picture after a seek into the pending one
     AVFrame* Decode(int64_t* ticks);
     void FeedPacket();  // sends the next packet of the stream, or the end of input
+    void SetSkipping();  // whether the decoder may drop the packet about to be sent
     int64_t FrameTicks(const AVFrame* frame);
 
     MediaFile& file_;
@@ -55,8 +62,10 @@ private:
     bool havePending_ = false;  // frame_ holds a frame decoded by Seek, not yet returned
     int64_t pendingTicks_ = 0;
     int64_t nextTicks_ = 0;  // expected start of the next frame, for frames without a time
+    int64_t target_ = 0;     // the last seek's target: pictures before it may be skipped
     double frameRate_ = 0.0;
     int64_t frameInterval_ = 0;
+    static std::atomic<uint64_t> pictures_;
 };
 
 }  // namespace vexel::decodehost
