@@ -90,17 +90,16 @@ bool YuvToBottomUpBgra(const AVFrame& frame, uint8_t* out) {
         case AV_PIX_FMT_NV21:
             return libyuv::NV21ToARGBMatrix(d[0], s[0], d[1], s[1], out, stride, m, w, h) == 0;
         case AV_PIX_FMT_YUV420P10LE:
-            return libyuv::I010ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1,
-                                            Plane16(frame, 2), s2, out, stride, m, w, h) == 0;
         case AV_PIX_FMT_YUV422P10LE:
-            return libyuv::I210ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1,
-                                            Plane16(frame, 2), s2, out, stride, m, w, h) == 0;
         case AV_PIX_FMT_YUV444P10LE:
-            return libyuv::I410ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1,
-                                            Plane16(frame, 2), s2, out, stride, m, w, h) == 0;
-        case AV_PIX_FMT_YUV420P12LE:
-            return libyuv::I012ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1,
-                                            Plane16(frame, 2), s2, out, stride, m, w, h) == 0;
+        case AV_PIX_FMT_YUV420P12LE: {
+            const auto convert = frame.format == AV_PIX_FMT_YUV420P10LE   ? libyuv::I010ToARGBMatrix
+                                 : frame.format == AV_PIX_FMT_YUV422P10LE ? libyuv::I210ToARGBMatrix
+                                 : frame.format == AV_PIX_FMT_YUV444P10LE ? libyuv::I410ToARGBMatrix
+                                                                          : libyuv::I012ToARGBMatrix;
+            return convert(Plane16(frame, 0), s0, Plane16(frame, 1), s1, Plane16(frame, 2), s2, out,
+                           stride, m, w, h) == 0;
+        }
         case AV_PIX_FMT_P010LE:
             return libyuv::P010ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1, out,
                                             stride, m, w, h) == 0;
