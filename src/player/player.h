@@ -3,9 +3,9 @@
 // five-valued state that decides which calls have an effect, and forwards the view, time-freeze
 // and sample calls of the exports to the engine.
 //
-// Threads: the host's threads call every public operation from any thread, at any time; the
-// control calls (Open, Play, Pause, Stop, Close) are serialised by controlLock_. The command
-// thread serves seek requests. Locks, taken in this order and no other:
+// Threads: the host's threads call every public operation but the destructor from any thread, at
+// any time; the control calls (Open, Play, Pause, Stop, Close) are serialised by controlLock_. The
+// command thread serves seek requests. Locks, taken in this order and no other:
 // - lock_ guards the seek request slot only, held for a moment: Seek never waits for a seek;
 // - controlLock_ keeps a served seek and the host's control calls from running at once;
 // - engineLock_ guards engine_: Open replaces it holding controlLock_ and engineLock_, the control
