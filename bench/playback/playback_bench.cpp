@@ -192,8 +192,7 @@ std::vector<double> SeekLatencies(const std::string& clip, double contentSeconds
 
 struct StormCalls {
     double longestSeekMs = 0;
-    double longestSampleMs = 0;
-    int sampleCalls = 0;
+    std::vector<double> sampleMs;  // every sample call, sorted
 };
 
 StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
@@ -207,10 +206,10 @@ StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
             for (auto take : {GetCurrentPreSample, GetCurrentViewSample}) {
                 const Clock::time_point t0 = Clock::now();
                 InlayBuffer* sample = take(player);
-                result.longestSampleMs = std::max(result.longestSampleMs, Ms(Clock::now() - t0));
-                ++result.sampleCalls;
+                result.sampleMs.push_back(Ms(Clock::now() - t0));
                 InlayBuffer_Release(sample);
             }
+            std::this_thread::sleep_for(std::chrono::microseconds(100));  // a host polling at ~10 kHz
         }
     });
     std::thread stopper([&] {
@@ -232,6 +231,7 @@ StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
     taker.join();
     stopper.join();
     Destroy(player);
+    std::sort(result.sampleMs.begin(), result.sampleMs.end());
     return result;
 }
 
@@ -276,10 +276,15 @@ int main(int argc, char** argv) {
     std::printf("seek latency (%zu seeks, keyframe every 1 s): median %.1f ms, max %.1f ms\n", latencies.size(),
                 latencies[latencies.size() / 2], latencies.back());
 
+    // A call that the scheduler interrupts counts the interruption too: on a loaded machine the
+    // longest sample call shows that, the 99.9th percentile the calls themselves.
     const StormCalls storm = SeekStorm(clip, content);
-    std::printf("seek storm (1000 seeks, Stop every 20 ms): longest Seek call %.3f ms, longest sample call "
-                "%.3f ms (%d calls); the longest is %.3f of the median seek latency\n",
-                storm.longestSeekMs, storm.longestSampleMs, storm.sampleCalls,
-                std::max(storm.longestSeekMs, storm.longestSampleMs) / latencies[latencies.size() / 2]);
+    const std::vector<double>& calls = storm.sampleMs;
+    const double longestCall = std::max(storm.longestSeekMs, calls.back());
+    std::printf("seek storm (1000 seeks, Stop every 20 ms): longest Seek call %.3f ms; sample calls: %zu, "
+                "99.9th percentile %.3f ms, longest %.3f ms, %zu over 5 ms\n",
+                storm.longestSeekMs, calls.size(), calls[calls.size() * 999 / 1000], calls.back(),
+                static_cast<size_t>(calls.end() - std::upper_bound(calls.begin(), calls.end(), 5.0)));
+    std::printf("longest call / median seek latency: %.4f\n", longestCall / latencies[latencies.size() / 2]);
     return 0;
 }
