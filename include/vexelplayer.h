@@ -15,16 +15,23 @@
  * Conventions shared by every function below:
  *   - Times are signed or unsigned 64-bit counts of 100-nanosecond ticks (10,000,000 a second),
  *     except InlayBuffer_GetTime (the same ticks, as a double) and the time-freeze functions
- *     (milliseconds, as doubles). Angles are degrees. Sizes are pixels.
+ *     (milliseconds, as doubles). Any 64-bit value is accepted: Play and Seek bring a time before
+ *     the media to its start and one past its end (the duration plus the time freezes) to its
+ *     end. Angles are degrees. Sizes are pixels.
  *   - Pictures are 4 bytes a pixel, in memory blue, green, red, alpha (a little-endian 32-bit
  *     value with alpha in bits 24-31), rows top-down, no row padding.
  *   - A null handle or null sample is never an error: the call returns the "null result" named in
  *     its comment and does nothing else. Only Open reports failure; other calls made in a state
  *     where they have no meaning do nothing.
- *   - Threads: every function may be called from any thread; the library does not marshal calls
- *     to a thread of its own. The control calls (Open, Close, Play, Pause, Stop) on one player are
- *     serialised inside it. Destroy must not run while another call on the same handle does, and
- *     a sample must not be released while another thread uses it.
+ *   - Threads: every function may be called from any thread, and every function except Destroy
+ *     may run at the same time as any other on the same handle (a UI thread steering the view
+ *     while a render loop takes samples, say); the library does not marshal calls to a thread of
+ *     its own. The control calls (Open, Close, Play, Pause, Stop) on one player are serialised
+ *     inside it and may wait for one another and for a seek being served; Seek, the queries, the
+ *     view, time-freeze, sound and sample calls never wait for a seek or a control call. A call
+ *     that runs while another thread re-opens acts on the file open when it started, or does
+ *     nothing. Destroy must not run while another call on the same handle does, and a sample must
+ *     not be released while another thread uses it.
  *   - Samples returned by GetCurrentPreSample, GetCurrentViewSample and InlayBuffer_CreateSample
  *     belong to the caller until InlayBuffer_Release; Destroy does not free them.
  *   - Differences a host might not expect: GetWidth and GetHeight report half the stream's size;
@@ -148,8 +155,10 @@ VEXEL_API void Mute(PlayerHandle handle, bool mute);
 
 /* ---- View control (effective once a file has been opened; nothing before) ---- */
 
-/** Sets the size in pixels of the rendered view. Every Open starts again at 320 x 180. A view of
- * more than 4 GiB is refused (the size stays). Null: nothing. */
+/** Sets the size in pixels of the rendered view. Every Open starts again at 320 x 180. An empty
+ * view, a side over 16384 or a picture over 512 MiB (width * height * 4 bytes) is ignored (the size
+ * stays). A frame whose view cannot be rendered (memory) is presented without a view sample, with
+ * one line in the diagnostics. Null: nothing. */
 VEXEL_API void SetViewDim(PlayerHandle handle, uint32_t width, uint32_t height);
 
 /** Sets the view direction and horizontal field of view in degrees (pan round the horizon, tilt
@@ -184,9 +193,11 @@ VEXEL_API void EndZoom(PlayerHandle handle);
 /* ---- Time freeze: stretches where the picture holds still while time runs on (milliseconds) ---- */
 
 /** Replaces the freeze segments with count pairs (times[i], durations[i]) in milliseconds of media
- * time, rounded to whole milliseconds and sorted by time; pairs that are not finite or have a
- * negative duration are skipped. The arrays are read during the call only. A count of 0 or less,
- * or a null array, clears them. No file opened yet or null: nothing. */
+ * time, rounded to whole milliseconds and sorted by time. A time or duration must lie between 0
+ * and 86,400,000 (24 hours); other pairs (negative, too large, not finite) are skipped, and of the
+ * rest the first 1024 are kept: a player holds at most 1024 segments. The arrays are read during
+ * the call only. A count of 0 or less, or a null array, clears them. No file opened yet or null:
+ * nothing. */
 VEXEL_API void SetTimeFreeze(PlayerHandle handle, const double* times, const double* durations,
                              int32_t count);
 
@@ -196,9 +207,10 @@ VEXEL_API void SetTimeFreeze(PlayerHandle handle, const double* times, const dou
 VEXEL_API int32_t GetTimeFreeze(PlayerHandle handle, double* times, double* durations,
                                 int32_t capacity);
 
-/** Inserts one freeze of duration milliseconds at presentation time (milliseconds).
- * @return the media time of the freeze in milliseconds; time unchanged when no file was ever
- *         opened. Null: time, unchanged. */
+/** Inserts one freeze of duration milliseconds at presentation time (milliseconds); both within
+ * the bounds of SetTimeFreeze (0 to 86,400,000), and refused when 1024 segments are held already.
+ * @return the media time of the freeze in milliseconds; time unchanged when refused or when no file
+ *         was ever opened. Null: time, unchanged. */
 VEXEL_API double TimeFreeze(PlayerHandle handle, double time, double duration);
 
 /* ---- Samples ---- */

@@ -194,7 +194,7 @@ TEST(AudioBlockPlan, StampsThatDisagreeWithTheByteCountStayInsideTheData) {
 }
 
 TEST(AudioBlockPlan, AHugeFreezeIsBoundedAndCostsNoBigBuffer) {
-    const Freezes freezes({{1005, 2.0e9}});
+    const Freezes freezes({{1005, TimeFreezeList::kMaxMs}});  // the longest a list holds
     const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
     ASSERT_TRUE(plan.Split());
     EXPECT_LE(plan.TotalBytes(), uint32_t{INT32_MAX});

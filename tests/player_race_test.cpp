@@ -1,8 +1,10 @@
-// A host that re-opens and closes a player on one thread while its other threads steer the view,
-// edit time freezes and take samples: every call must reach a live engine (one that Open replaced
-// lives until the calls on it return), and nothing may hang or leak. Run under ASan and TSan.
+// A host that re-opens and closes a player on one thread while its other threads call every other
+// export on the handle (view, gestures, time freezes, samples, play time, view size, sound, seeks,
+// queries, pause and stop): every call must reach a live engine (one that Open replaced lives until
+// the calls on it return), and nothing may hang, leak or race. Run under ASan and TSan.
 #include <atomic>
 #include <functional>
+#include <limits>
 #include <thread>
 #include <vector>
 
@@ -24,19 +26,46 @@ TEST_F(Races, ReopeningWhileOtherThreadsCallTheEngine) {
             SetView(player, 10.0, 5.0, 90.0);
             SetViewDim(player, 32, 16);
             StartPan(player);
+            SetPanStep(player, 1.0, 1.0);
             AddPan(player, 20.0, 0.0);
             EndPan(player);
+            StartZoom(player);
+            AddZoom(player, 60.0);
+            EndZoom(player);
         },
         [&] {
             double times[4], durations[4];
             TimeFreeze(player, 500.0, 10.0);
-            GetTimeFreeze(player, times, durations, 4);
+            const int32_t count = GetTimeFreeze(player, times, durations, 4);
+            SetTimeFreeze(player, times, durations, count <= 4 ? count : 0);
             SetTimeFreeze(player, times, durations, 0);
         },
         [&] {
             GetCurrentPlayTime(player);
-            InlayBuffer_Release(GetCurrentPreSample(player));
             InlayBuffer_Release(GetCurrentViewSample(player));
+            // A paused or seeking player renders a taken panorama at its view size (at most the
+            // 320 x 180 every Open starts with, as this test never sets more).
+            if (InlayBuffer* pre = GetCurrentPreSample(player)) {
+                std::vector<uint32_t> view(320 * 180);
+                InlayBuffer_GetView(player, pre, reinterpret_cast<uint8_t*>(view.data()));
+                InlayBuffer_Release(pre);
+            }
+        },
+        [&] {
+            SetVolume(player, -500);
+            Mute(player, true);
+            Mute(player, false);
+            uint64_t start = 0, end = 0;
+            GetRange(player, &start, &end);
+            GetFrameRate(player);
+            GetWidth(player);
+            GetHeight(player);
+        },
+        [&] {
+            Seek(player, 2 * kSecond);
+            Pause(player);
+            Seek(player, std::numeric_limits<int64_t>::max());
+            Stop(player);
         },
     };
     std::vector<std::thread> threads;

@@ -1,5 +1,9 @@
 // Seeking: half a frame either side of the target from each state, the frame at the target shown,
-// requests coalesced while a seek is shown, and Play discarding requests.
+// requests coalesced while a seek is shown, Play discarding requests, Seek and the sample getters
+// never waiting for a seek, and targets outside the media brought into it.
+#include <future>
+#include <limits>
+
 #include "player_fixture.h"
 
 namespace player_test {
@@ -13,12 +17,9 @@ protected:
         SetViewDim(player, 32, 16);
     }
 
-    // Waits for the command thread to run the video reader from `mark` on, then for the seek to
-    // finish: the sample getters share the lock the command thread holds for a whole seek.
-    void WaitForSeekServed(size_t mark) {
-        ASSERT_TRUE(WaitForCall("video", "Run", mark)) << "no seek served";
-        InlayBuffer_Release(GetCurrentViewSample(player));
-    }
+    // Waits for the command thread to run the video reader from `mark` on; the positioning comes
+    // before that.
+    void WaitForSeekServed(size_t mark) { ASSERT_TRUE(WaitForCall("video", "Run", mark)) << "no seek served"; }
 
     // Both readers were positioned once from `mark` on, at [start, stop).
     void ExpectPositioned(size_t mark, int64_t start, int64_t stop) {
@@ -120,6 +121,99 @@ TEST_F(Seeking, PlayDiscardsRequestsWaitingBehindASeek) {
     std::this_thread::sleep_for(milliseconds(50));
     ExpectPositioned(mark, 0, 120'000'000);
     EXPECT_EQ(Count("audio", "Run", mark), 1u);
+}
+
+TEST_F(Seeking, SeekAndTheSampleGettersReturnWhileASeekWaitsForTheReader) {
+    host.SetBusy(true);  // the served seek waits for the reader, holding the player's control lock
+    size_t mark = LogSize();
+    Seek(player, 20'000'000);
+    ASSERT_TRUE(WaitForCall("video", "GetState", mark, 2)) << "the seek is not being served";
+
+    auto calls = std::async(std::launch::async, [this] {
+        for (int i = 1; i <= 20; ++i) {
+            Seek(player, i * 4'000'000);
+            InlayBuffer_Release(GetCurrentPreSample(player));
+            InlayBuffer_Release(GetCurrentViewSample(player));
+            GetCurrentPlayTime(player);
+        }
+    });
+    const bool returned = calls.wait_for(milliseconds(5000)) == std::future_status::ready;
+    host.SetBusy(false);  // lets a blocked call end either way
+    EXPECT_TRUE(returned) << "Seek or a sample getter waited for the seek in progress";
+    calls.wait();
+
+    // The seek in progress shows its target; of the twenty queued, the newest is served after Stop.
+    WaitForSeekServed(mark);
+    ExpectPositioned(mark, 19'800'000, 20'200'000);
+    EXPECT_EQ(ShownFrame(), 50);
+    mark = LogSize();
+    Stop(player);
+    WaitForSeekServed(mark);
+    ExpectPositioned(mark, 79'800'000, 80'200'000);
+    EXPECT_EQ(ShownFrame(), 200);
+}
+
+TEST_F(Seeking, PlayDropsASeekTakenButNotYetServed) {
+    host.SetBusy(true);
+    const size_t mark = LogSize();
+    // The first Play waits for the reader holding the control lock; the seek queued meanwhile is
+    // taken by the command thread, which then waits for that lock too; the second Play drops it.
+    auto firstPlay = std::async(std::launch::async, [this] { Play(player, 0); });
+    ASSERT_TRUE(WaitForCall("video", "GetState", mark, 2));
+    Seek(player, 60'000'000);
+    std::this_thread::sleep_for(milliseconds(20));  // time for the command thread to take it
+    auto secondPlay = std::async(std::launch::async, [this] { Play(player, 0); });
+    std::this_thread::sleep_for(milliseconds(20));
+    host.SetBusy(false);
+    firstPlay.wait();
+    secondPlay.wait();
+    std::this_thread::sleep_for(milliseconds(50));  // room for a wrongly served seek
+
+    const auto positions = Find("video", "SetPositions", mark);
+    ASSERT_EQ(positions.size(), 1u) << "the dropped seek was served";
+    EXPECT_EQ(positions[0].args[0], 0);
+    EXPECT_TRUE(WaitUntil([this] {
+        InlayBuffer* pre = GetCurrentPreSample(player);
+        const bool playing = pre != nullptr && !InlayBuffer_GetSeek(pre) && FrameOf(pre) > 0;
+        InlayBuffer_Release(pre);
+        return playing;
+    })) << "the player does not play";
+}
+
+TEST_F(Seeking, TargetsOutsideTheMediaAreBroughtIntoIt) {
+    constexpr int64_t kMin = std::numeric_limits<int64_t>::min(), kMax = std::numeric_limits<int64_t>::max();
+    // Far before the start: the first frame.
+    for (const int64_t target : {kMin, int64_t{-1}}) {
+        const size_t mark = LogSize();
+        Seek(player, target);
+        WaitForSeekServed(mark);
+        ExpectPositioned(mark, 0, 200'000);
+        EXPECT_EQ(ShownFrame(), 0) << target;
+        EXPECT_EQ(GetCurrentPlayTime(player), 0);
+        Stop(player);
+    }
+    // Far past the end, with 2 s of time freeze making the timeline 14 s: the media's end, 12 s.
+    const double freezeAt = 1000.0, freezeFor = 2000.0;
+    SetTimeFreeze(player, &freezeAt, &freezeFor, 1);
+    for (const int64_t target : {kMax, int64_t{140'000'001}}) {
+        const size_t mark = LogSize();
+        Seek(player, target);
+        WaitForSeekServed(mark);
+        ExpectPositioned(mark, 119'800'000, 120'200'000);
+        EXPECT_EQ(GetCurrentPlayTime(player), 120'000'000) << target;
+        Stop(player);
+    }
+    SetTimeFreeze(player, nullptr, nullptr, 0);
+
+    // Play: the same bounds; inside them nothing moves (Play(0) is the media's start, not the
+    // range's).
+    ASSERT_EQ(OpenScript(Script(300, 25.0), 20'000'000, 80'000'000), 0);
+    for (const auto& [target, start] : {std::pair<int64_t, int64_t>{kMin, 0}, {0, 0}, {kMax, 120'000'000}}) {
+        const size_t mark = LogSize();
+        Play(player, target);
+        ExpectPositioned(mark, start, 80'000'000);
+        Stop(player);
+    }
 }
 
 }  // namespace

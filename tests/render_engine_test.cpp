@@ -6,6 +6,7 @@
 #include <chrono>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "vexel/status.h"
@@ -205,8 +206,15 @@ TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
 }
 
 TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
-    engine.SetViewDim(100000, 100000);  // 40 GB views are refused
-    EXPECT_EQ(engine.ViewWidth(), 320u);
+    // Empty views, a side over 16384 or a picture over 512 MiB are refused; the size stays.
+    for (const auto& [width, height] : {std::pair<uint32_t, uint32_t>{100000, 100000}, {16385, 1}, {1, 16385},
+                                       {16384, 8193}, {0, 8}, {8, 0}, {UINT32_MAX, UINT32_MAX}}) {
+        engine.SetViewDim(width, height);
+        EXPECT_EQ(engine.ViewWidth(), 320u) << width << "x" << height;
+        EXPECT_EQ(engine.ViewHeight(), 180u) << width << "x" << height;
+    }
+    engine.SetViewDim(16384, 8192);  // exactly 512 MiB
+    EXPECT_EQ(engine.ViewHeight(), 8192u);
     engine.SetViewDim(16, 8);
     engine.Start(Ticks(0));
     std::vector<uint32_t> tooShort(10, 0);
@@ -232,6 +240,47 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), kOk);
     engine.Stop();
     EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), ERR_SAMPLE_REFUSED);
+}
+
+TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackGoesOn) {
+    engine.SetViewDim(16, 8);
+    engine.FailRenderingForTesting(true);
+    engine.Start(Ticks(0));
+    ASSERT_EQ(Deliver(1, 0), kOk);
+    ASSERT_EQ(Deliver(2, 10), kOk);
+
+    // The panorama and view of the next presented frame, waiting (on the wall clock) for the
+    // panorama; the view is taken right after it, so both belong to one frame.
+    // withView: whether the frame must have a view sample; no value: either.
+    auto next = [this](uint32_t number, std::optional<bool> withView) {
+        InlayBuffer* pre = nullptr;
+        for (int i = 0; i < 5000 && pre == nullptr; ++i) {
+            if ((pre = engine.TakeCurrentPreSample()) == nullptr) std::this_thread::sleep_for(milliseconds(1));
+        }
+        ASSERT_NE(pre, nullptr) << "frame " << number << " was not presented";
+        EXPECT_EQ(reinterpret_cast<const uint32_t*>(pre->pixels)[0], number);
+        InlayBuffer* view = engine.TakeCurrentViewSample();
+        if (withView) {
+            EXPECT_EQ(view != nullptr, *withView) << "frame " << number;
+        }
+        if (view != nullptr) {
+            EXPECT_EQ(view->width, 16u);
+            EXPECT_NEAR(reinterpret_cast<const uint32_t*>(view->pixels)[0], 0xFF000000u | number, 1u);
+        }
+        ReleaseInlayBuffer(pre);
+        ReleaseInlayBuffer(view);
+    };
+    next(1, false);
+    // Frame 2 may be rendered already; frame 3 is rendered after rendering works again.
+    engine.FailRenderingForTesting(false);
+    ASSERT_EQ(Deliver(3, 20), kOk);
+    clock.AwaitWaiters();
+    clock.Advance(microseconds(10'500));
+    next(2, std::nullopt);
+    clock.AwaitWaiters();
+    clock.Advance(milliseconds(10));
+    next(3, true);
+    EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
 }
 
 }  // namespace

@@ -86,6 +86,53 @@ TEST(TimeFreezeList, InsertMapsThePresentationTimeAndMergesFreezesAtOneMediaTime
     EXPECT_EQ(Read(list).size(), 2u);
 }
 
+TEST(TimeFreezeList, SetAndInsertShareOneBoundAndTheListOneCap) {
+    constexpr double kMax = TimeFreezeList::kMaxMs;
+    const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+    // Each value as a time and as a duration: Set stores the pair exactly when Insert takes it.
+    for (const double value : {-1e300, -inf, nan, inf, 1e300, -1.0, -0.1, 0.0, 0.4, 1000.0, kMax - 0.2, kMax,
+                               kMax + 0.1, kMax + 1.0, 9.3e15}) {
+        for (const bool asTime : {true, false}) {
+            const double time = asTime ? value : 500.0, duration = asTime ? 20.0 : value;
+            TimeFreezeList set, inserted;
+            set.Set(&time, &duration, 1);
+            inserted.Insert(time, duration);
+            const int32_t count = set.Get(nullptr, nullptr, 0);
+            EXPECT_EQ(count, inserted.Get(nullptr, nullptr, 0)) << value << (asTime ? " as time" : " as duration");
+            EXPECT_EQ(count == 1, value >= 0.0 && value <= kMax) << value;
+            for (const auto& segment : Read(set)) {
+                EXPECT_LE(segment.time, kMax);
+                EXPECT_LE(segment.duration, kMax);
+            }
+        }
+    }
+
+    // A million pairs keep the first kMaxSegments valid ones; a full list refuses inserts.
+    std::vector<double> times(1'000'000), durations(times.size(), kMax);
+    for (size_t i = 0; i < times.size(); ++i) times[i] = (i % 2 == 0) ? -1.0 : static_cast<double>(i);
+    TimeFreezeList list;
+    list.Set(times.data(), durations.data(), static_cast<int32_t>(times.size()));
+    const auto segments = Read(list);
+    ASSERT_EQ(segments.size(), TimeFreezeList::kMaxSegments);
+    EXPECT_EQ(segments.front().time, 1.0);
+    EXPECT_EQ(segments.back().time, 2.0 * TimeFreezeList::kMaxSegments - 1.0);
+    EXPECT_EQ(list.Insert(5000.5, 10.0), 5000.5) << "a full list refuses, giving the time back";
+    EXPECT_EQ(Read(list).size(), TimeFreezeList::kMaxSegments);
+    EXPECT_EQ(list.TotalMs(), kMax * TimeFreezeList::kMaxSegments);
+
+    // The fullest, longest list still maps every 64-bit position without leaving the range (the
+    // sanitizer trees check the conversions); merging stops a duration at the bound.
+    for (const int64_t position : {std::numeric_limits<int64_t>::min(), int64_t{-1}, int64_t{0},
+                                   std::numeric_limits<int64_t>::max()}) {
+        list.MapPlayTime(position);
+    }
+    TimeFreezeList merged;
+    merged.Insert(1000.0, kMax);
+    merged.Insert(1000.0, kMax);
+    ASSERT_EQ(Read(merged).size(), 1u);
+    EXPECT_EQ(Read(merged)[0].duration, kMax);
+}
+
 TEST(FreezeCopyPlan, TheFirstFrameAfterAFreezeStartsIsRepeatedAcrossIt) {
     TimeFreezeList list;
     const double times[] = {250, 1000}, durations[] = {300, 50};
@@ -118,6 +165,14 @@ TEST(FreezeCopyPlan, TheFirstFrameAfterAFreezeStartsIsRepeatedAcrossIt) {
     EXPECT_EQ(FreezeCopyPlan(at(300), list, 10.0, true).CopyCount(), 0) << "a seek makes no copies";
     EXPECT_EQ(FreezeCopyPlan(at(300), list, 0.0, false).CopyCount(), 0) << "no frame rate";
     EXPECT_EQ(FreezeCopyPlan(at(300), TimeFreezeList(), 10.0, false).Time(), at(300));
+
+    // Times at the ends of 64 bits and absurd frame rates stay in range: at most a copy a ms.
+    const FreezeCopyPlan far(Ticks::max(), list, 10.0, false);
+    EXPECT_EQ(far.Time(), Ticks::max());
+    EXPECT_EQ(FreezeCopyPlan(at(250), list, 1e300, false).CopyCount(), 0);
+    const FreezeCopyPlan dense(at(250), list, 5000.0, false);  // 1,500 frame intervals in 300 ms
+    EXPECT_EQ(dense.CopyCount(), 300);
+    EXPECT_EQ(dense.CopyTime(299), Ticks(3'098'000));
 }
 
 }  // namespace

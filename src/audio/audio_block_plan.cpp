@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "vexel/tick_math.h"
 #include "vexel/ticks.h"
 
 namespace vexel {
@@ -24,13 +25,6 @@ uint32_t WholeFrames(int64_t bytes, uint32_t frameBytes) {
 }
 
 }  // namespace
-
-int64_t TruncateTicks(double value) {
-    if (std::isnan(value)) return 0;
-    if (value >= 9.2e18) return std::numeric_limits<int64_t>::max();
-    if (value <= -9.2e18) return std::numeric_limits<int64_t>::min();
-    return static_cast<int64_t>(value);
-}
 
 AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in)
     : size_(in.size), bytesPerMs_(in.bytesPerMs) {

@@ -69,7 +69,4 @@ private:
     uint32_t pieceCount_ = 1;
 };
 
-// Saturating conversion to a whole number of 100-ns ticks (NaN becomes 0).
-int64_t TruncateTicks(double value);
-
 }  // namespace vexel

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <limits>
 #include <thread>
 
 #include "common/log.h"
 #include "vexel/status.h"
+#include "vexel/tick_math.h"
 #include "engine/freeze_copy_plan.h"
 #include "projection/view_projector.h"
 
@@ -43,6 +43,8 @@ public:
     void GetPan(double time, double* pan, double* tilt) override { PanoramaLens::GetPan(time, pan, tilt); }
     void GetZoom(double time, double* fov) override { PanoramaLens::GetZoom(time, fov); }
 };
+
+std::atomic<bool> loggedRenderFailure{false};
 
 // Runs a thread body; a failure there (out of memory) ends the thread with a line, not the process.
 template <class Body>
@@ -93,13 +95,16 @@ void RenderEngine::SetAudioStreamInfo(const uint8_t (&info)[kAudioStreamInfoByte
 void RenderEngine::SetTimeRange(uint64_t start, uint64_t end) {
     rangeStart_ = start;
     rangeEnd_ = end;
-    rangeLength_ = end - start;
+    rangeLength_ = end > start ? end - start : 0;
 }
 
 void RenderEngine::SetFisheyeMode(uint32_t mode) { fisheyeMode_ = mode; }
 
 void RenderEngine::SetViewDim(uint32_t width, uint32_t height) {
-    if (uint64_t{width} * height * 4 > std::numeric_limits<uint32_t>::max()) return;
+    if (width == 0 || height == 0 || width > kMaxViewSide || height > kMaxViewSide ||
+        uint64_t{width} * height * 4 > kMaxViewBytes) {
+        return;
+    }
     viewDim_.store(PackViewDim(width, height));
 }
 
@@ -217,7 +222,7 @@ bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
 void RenderEngine::SetView(double pan, double tilt, double fov) {
     if (!std::isfinite(pan) || !std::isfinite(tilt) || !std::isfinite(fov)) return;
     view_.Set({pan, tilt, fov});
-    const double seconds = ToSeconds(Ticks(currentPlayTime_.load() - static_cast<int64_t>(rangeStart_)));
+    const double seconds = ToSeconds(Ticks(SubTicks(currentPlayTime_.load(), static_cast<int64_t>(rangeStart_))));
     PanoramaLens::SetAngle(seconds, pan, tilt, fov);
 }
 
@@ -262,8 +267,15 @@ void RenderEngine::RenderThreadProc() {
     while (WaitUntilTaking()) {
         FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
         if (taken.frame) {
-            StepView(ToSeconds(Ticks(taken.frame->time - static_cast<int64_t>(rangeStart_))));
-            RenderFrameView(*taken.frame);
+            StepView(ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))));
+            try {
+                RenderFrameView(*taken.frame);
+            } catch (const std::exception& e) {
+                // A view that cannot be drawn (out of memory) costs that frame's view sample only.
+                LogOnce(loggedRenderFailure, "vexel: a view could not be rendered (%s); its frame goes on without it\n",
+                        e.what());
+                taken.frame->viewPixels.reset();
+            }
             if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
             renderedQueue_.Push(std::move(taken.frame));
         } else if (taken.ended) {
@@ -277,6 +289,7 @@ void RenderEngine::RenderThreadProc() {
 }
 
 void RenderEngine::RenderFrameView(FrameRecord& frame) {
+    if (failRendering_.load()) throw std::bad_alloc();
     const uint64_t dim = viewDim_.load();
     const uint32_t viewWidth = static_cast<uint32_t>(dim), viewHeight = static_cast<uint32_t>(dim >> 32);
     const ViewAngles view = view_.Current();
@@ -329,8 +342,10 @@ bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame) {
         // Wait while the time is far; poll the clock only for the last stretch.
         const float remaining = target - now;
         if (remaining > 2.0f) {
+            // At most an hour at a time, so a far-off time stays inside the clock's 64-bit count.
+            const float wait = std::min(remaining - 1.5f, 3.6e6f);
             const auto wake = clock_->Now() + std::chrono::duration_cast<TickClock::Duration>(
-                                                  duration<float, std::milli>(remaining - 1.5f));
+                                                  duration<float, std::milli>(wait));
             std::unique_lock<std::mutex> guard(stateLock_);
             if (!Stopping() && !clockRestartPending_) clock_->WaitUntil(guard, stateChanged_, wake);
         } else if (remaining > 0.6f) {
@@ -365,8 +380,11 @@ float RenderEngine::ClockElapsedMs() {
 
 void RenderEngine::PublishSamples(std::unique_ptr<FrameRecord> frame) {
     InlayBuffer* pre = MakeSample(std::move(frame->pixels), frame->width, frame->height, frame->size, *frame);
-    InlayBuffer* view = MakeSample(std::move(frame->viewPixels), frame->viewWidth, frame->viewHeight,
-                                   frame->viewSize, *frame);
+    // A frame whose view failed has no view sample (an empty one would read as the end).
+    InlayBuffer* view = frame->viewPixels || frame->IsEndMarker()
+                            ? MakeSample(std::move(frame->viewPixels), frame->viewWidth, frame->viewHeight,
+                                         frame->viewSize, *frame)
+                            : nullptr;
     {
         std::lock_guard<std::mutex> guard(sampleLock_);
         if (!frame->IsEndMarker()) currentPlayTime_.store(frame->time);

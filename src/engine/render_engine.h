@@ -57,6 +57,7 @@
 #include "platform/thread.h"
 #include "platform/tick_clock.h"
 #include "vexel/codec_host.h"
+#include "vexel/tick_math.h"
 #include "vexel/ticks.h"
 
 namespace vexel {
@@ -87,7 +88,10 @@ public:
     void SetAudioFormat(const MediaFormatPayload& payload);
     void SetTimeRange(uint64_t start, uint64_t end);
     void SetFisheyeMode(uint32_t mode);
-    // Size of the views rendered from now on; sizes whose byte count overflows 32 bits are ignored.
+    // Size of the views rendered from now on; an empty view, a side over kMaxViewSide or a picture
+    // over kMaxViewBytes is ignored (the size stays).
+    static constexpr uint32_t kMaxViewSide = 16384;
+    static constexpr uint64_t kMaxViewBytes = uint64_t{512} << 20;
     void SetViewDim(uint32_t width, uint32_t height);
     void SetVolume(int32_t volume);
 
@@ -100,6 +104,8 @@ public:
     void BeginStop();
     int32_t Stop();
     State GetStateForTesting() const { return state_.load(); }
+    // Makes every view rendering fail as running out of memory would, until cleared.
+    void FailRenderingForTesting(bool fail) { failRendering_.store(fail); }
 
     // View control. SetView works in any state and stores a keyframe at the current position;
     // non-finite values are refused. The gesture calls queue values that the render thread
@@ -122,6 +128,8 @@ public:
     }
     double TimeFreeze(double time, double duration) { return freezes_.Insert(time, duration); }
     Ticks MapPlayTime(Ticks time) const { return Ticks(freezes_.MapPlayTime(time.count())); }
+    // The time the freezes add to the timeline; bounded (see TimeFreezeList).
+    Ticks FreezeTotal() const { return Ticks(TruncateTicks(MsToTicksF(freezes_.TotalMs()).count())); }
 
     Ticks GetCurrentPlayTime() const { return Ticks(currentPlayTime_.load()); }
     // The current samples, once each per presented frame; the caller owns the result.
@@ -216,6 +224,7 @@ private:
     InlayBuffer* currentViewSample_ = nullptr;
     std::atomic<int64_t> currentPlayTime_{0};
 
+    std::atomic<bool> failRendering_{false};
     TickClock::TimePoint clockOrigin_;       // present thread only
     std::vector<const uint32_t*> rowTable_;  // render thread only
 

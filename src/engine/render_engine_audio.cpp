@@ -6,6 +6,7 @@
 #include "audio/audio_block_plan.h"
 #include "common/log.h"
 #include "vexel/status.h"
+#include "vexel/tick_math.h"
 #include "engine/render_engine.h"
 
 namespace vexel {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "vexel/ticks.h"
 
@@ -10,14 +9,12 @@ namespace vexel {
 
 namespace {
 
-// Rounds to whole milliseconds as a 32-bit integer would hold them; false when that cannot be.
+bool InBounds(double ms) { return ms >= 0.0 && ms <= TimeFreezeList::kMaxMs; }  // false for NaN
+
+// Rounds to whole milliseconds; false when the value lies outside the bounds.
 bool WholeMilliseconds(double value, double& out) {
-    const double rounded = value + 0.5;
-    if (!std::isfinite(rounded) || rounded <= std::numeric_limits<int32_t>::min() - 1.0 ||
-        rounded >= std::numeric_limits<int32_t>::max() + 1.0) {
-        return false;
-    }
-    out = static_cast<double>(static_cast<int32_t>(rounded));
+    if (!InBounds(value)) return false;
+    out = std::min(std::floor(value + 0.5), TimeFreezeList::kMaxMs);
     return true;
 }
 
@@ -26,14 +23,12 @@ bool WholeMilliseconds(double value, double& out) {
 void TimeFreezeList::Set(const double* times, const double* durations, int32_t count) {
     std::vector<FreezeSegment> segments;
     if (times != nullptr && durations != nullptr && count > 0) {
-        segments.reserve(static_cast<size_t>(std::min(count, 1 << 16)));
-        for (int32_t i = 0; i < count; ++i) {
+        segments.reserve(std::min(static_cast<size_t>(count), kMaxSegments));
+        for (int32_t i = 0; i < count && segments.size() < kMaxSegments; ++i) {
             FreezeSegment segment;
-            if (!WholeMilliseconds(times[i], segment.time) || !WholeMilliseconds(durations[i], segment.duration) ||
-                segment.duration < 0.0) {
-                continue;
+            if (WholeMilliseconds(times[i], segment.time) && WholeMilliseconds(durations[i], segment.duration)) {
+                segments.push_back(segment);
             }
-            segments.push_back(segment);
         }
         std::stable_sort(segments.begin(), segments.end(),
                          [](const FreezeSegment& a, const FreezeSegment& b) { return a.time < b.time; });
@@ -97,9 +92,17 @@ int64_t TimeFreezeList::MapPlayTime(int64_t position) const {
     return static_cast<int64_t>(ticks);
 }
 
-double TimeFreezeList::Insert(double time, double duration) {
-    if (!std::isfinite(time) || !std::isfinite(duration) || duration < 0.0) return time;
+double TimeFreezeList::TotalMs() const {
     std::lock_guard<std::mutex> guard(lock_);
+    double total = 0.0;
+    for (const FreezeSegment& segment : segments_) total += segment.duration;
+    return total;
+}
+
+double TimeFreezeList::Insert(double time, double duration) {
+    if (!InBounds(time) || !InBounds(duration)) return time;
+    std::lock_guard<std::mutex> guard(lock_);
+    if (segments_.size() >= kMaxSegments) return time;
     const FreezeShift found = ShiftAtLocked(static_cast<float>(time));
     double media;
     if (found.lastTime <= time && time <= found.lastTime + found.lastDuration) {
@@ -115,7 +118,7 @@ double TimeFreezeList::Insert(double time, double duration) {
     // Two freezes at the same media time become one.
     for (size_t i = 0; i + 1 < segments_.size(); ++i) {
         if (std::fabs(segments_[i + 1].time - segments_[i].time) < 0.01) {
-            segments_[i + 1].duration += segments_[i].duration;
+            segments_[i + 1].duration = std::min(segments_[i + 1].duration + segments_[i].duration, kMaxMs);
             segments_.erase(segments_.begin() + static_cast<ptrdiff_t>(i));
             break;
         }

@@ -25,14 +25,23 @@ struct FreezeShift {
 
 class TimeFreezeList {
 public:
+    // Bounds of every stored time and duration (ms, 0 to 24 hours) and of the segment count; they
+    // keep each sum of the lookups and the whole timeline far inside 64-bit ticks.
+    static constexpr double kMaxMs = 86'400'000.0;
+    static constexpr size_t kMaxSegments = 1024;
+
     // Replaces the list with whole-millisecond segments, sorted by time (stable) so the lookups,
     // which stop at the first segment beyond the time asked, are right for any input order.
-    // Entries that are not finite numbers, lie outside 32 bits or last less than 0 ms are skipped.
+    // Entries that are not finite or lie outside 0..kMaxMs are skipped; of the rest the first
+    // kMaxSegments are kept.
     void Set(const double* times, const double* durations, int32_t count);
     // Segment count; the segments are copied only when capacity holds them all.
     int32_t Get(double* times, double* durations, int32_t capacity) const;
-    // Inserts a freeze at a presentation time (ms) and returns the media time it was put at.
+    // Inserts a freeze at a presentation time (ms) and returns the media time it was put at. A time
+    // or duration outside 0..kMaxMs, or a full list, is refused: the time comes back unchanged.
     double Insert(double time, double duration);
+    // The summed durations of all segments (ms), at most kMaxMs * kMaxSegments.
+    double TotalMs() const;
 
     FreezeShift ShiftAt(float timeMs) const;
     // Presentation position to media position, both in 100-ns ticks; unchanged with no segments.

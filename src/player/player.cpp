@@ -1,11 +1,13 @@
 #include "player/player.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstring>
 
 #include "codec/load_codec_host.h"
 #include "vexel/status.h"
+#include "vexel/tick_math.h"
 #include "platform/sleep.h"
 
 namespace vexel {
@@ -14,10 +16,10 @@ namespace {
 
 constexpr int32_t kOpenFailed = -1;
 
-// Seconds to ticks; durations that are negative, not a number or beyond 64 bits count as unknown.
+// Seconds to ticks; durations that are negative, not a number or beyond 63 bits count as unknown.
 uint64_t SecondsToTicks(double seconds) {
     const double ticks = SecondsToTicksF(seconds).count();
-    if (!(ticks >= 0.0) || ticks >= 18446744073709551615.0) return 0;
+    if (!(ticks >= 0.0) || ticks >= 9223372036854775807.0) return 0;
     return static_cast<uint64_t>(ticks);
 }
 
@@ -93,9 +95,10 @@ int32_t Player::OpenLocked(const char* path, uint64_t start, uint64_t end, uint3
     if (!control) return kOpenFailed;  // a reader that cannot be driven cannot be played
     videoControl_ = std::move(control);
 
-    duration_ = SecondsToTicks(videoInfo_.duration);
-    rangeEnd_ = (end != 0 && end <= duration_) ? end : duration_;
-    rangeStart_ = (start <= duration_ && start <= rangeEnd_) ? start : 0;
+    const uint64_t duration = SecondsToTicks(videoInfo_.duration);
+    duration_ = duration;
+    rangeEnd_ = (end != 0 && end <= duration) ? end : duration;
+    rangeStart_ = (start <= duration && start <= rangeEnd_) ? start : 0;
     int64_t current = static_cast<int64_t>(rangeStart_), stop = static_cast<int64_t>(rangeEnd_);
     videoControl_->SetPositions(&current, 0, &stop, 0);
     engine->SetTimeRange(rangeStart_, rangeEnd_);
@@ -140,6 +143,8 @@ int32_t Player::OpenVideoStream(const char* path, CountedRef<MediaReader>& reade
         if (info.kind == kStreamKindVideo) {
             videoInfo_ = info;
             if (videoInfo_.duration == 0.0) videoInfo_.duration = ToSeconds(TicksF(static_cast<double>(streamDuration)));
+            width_ = info.width;
+            height_ = info.height;
             chosen = true;
             break;
         }
@@ -203,7 +208,7 @@ CountedRef<MediaReader> Player::OpenAudioStream(const char* path, RenderEngine& 
 // Playback control
 
 int32_t Player::Play(Ticks time) {
-    if (seekPending_.load()) ClearSeekRequests();  // pending seeks are dropped, not served
+    ClearSeekRequests();  // pending seeks are dropped, not served
     int32_t status;
     {
         std::lock_guard<std::mutex> controlGuard(controlLock_);
@@ -217,6 +222,7 @@ int32_t Player::PlayLocked(Ticks time) {
     if (state_.load() == PlayerState::Closed || !engine_ || !videoControl_) return ERR_WRONG_STATE;
     if (state_.load() == PlayerState::Seeking) StopLocked();
 
+    time = ClampToTimeline(time);
     const Ticks mapped = engine_->MapPlayTime(time);
     if (state_.load() == PlayerState::Stopped) {
         if (!WaitForVideoReader()) return ERR_WRONG_STATE;
@@ -278,7 +284,7 @@ int32_t Player::StopLocked() {
 int32_t Player::ClearSeekRequests() {
     std::lock_guard<std::mutex> guard(lock_);
     seekRequest_.reset();
-    seekPending_.store(false);
+    ++seekGeneration_;  // a request the command thread took but has not served yet goes too
     return kOk;
 }
 
@@ -310,7 +316,6 @@ int32_t Player::Seek(Ticks time) {
     {
         std::lock_guard<std::mutex> guard(lock_);
         seekRequest_ = time;  // replaces an older request, which is dropped unseen
-        seekPending_.store(true);
     }
     commandWake_.notify_all();
     return kOk;
@@ -331,20 +336,27 @@ void Player::CommandThreadProc() {
         if (stopThread_.load()) return;
         const Ticks newest = *seekRequest_;
         seekRequest_.reset();
-        seekPending_.store(false);
-        SeekNow(newest);  // holding lock_ for the whole seek
+        const uint64_t generation = seekGeneration_;
+        // Served without lock_, so Seek and the sample hand-over never wait for a seek.
+        guard.unlock();
+        SeekNow(newest, generation);
+        guard.lock();
     }
 }
 
-int32_t Player::SeekNow(Ticks time) {
+int32_t Player::SeekNow(Ticks time, uint64_t generation) {
     std::lock_guard<std::mutex> controlGuard(controlLock_);
+    // A Play, Close or Open that came between taking the request and here dropped it.
+    if (seekGeneration_.load() != generation) return ERR_WRONG_STATE;
     if (state_.load() == PlayerState::Closed || !engine_ || !videoControl_) return ERR_WRONG_STATE;
     StopLocked();
     if (!WaitForVideoReader()) return ERR_WRONG_STATE;
 
     // Decode only the span of one frame around the target.
+    time = ClampToTimeline(time);
     const Ticks mapped = engine_->MapPlayTime(time);
-    const double frameRate = frameRate_ > 0.0 && std::isfinite(frameRate_) ? frameRate_ : 30.0;
+    const double rate = frameRate_.load();
+    const double frameRate = rate > 0.0 && std::isfinite(rate) ? rate : 30.0;
     const uint64_t half = static_cast<uint64_t>(SecondsToTicksF(1.0).count() / frameRate * 0.5);
     const uint64_t target = mapped.count() > 0 ? static_cast<uint64_t>(mapped.count()) : 0;
     int64_t start = static_cast<int64_t>(target > half ? target - half : 0);
@@ -359,6 +371,12 @@ int32_t Player::SeekNow(Ticks time) {
     const int32_t status = videoControl_->Run();  // the audio reader stays positioned
     if (Succeeded(status)) state_.store(PlayerState::Seeking);
     return status;
+}
+
+Ticks Player::ClampToTimeline(Ticks time) const {
+    // The player's timeline is the media's plus the time freezes; both are bounded, so the sum is.
+    const int64_t end = AddTicks(static_cast<int64_t>(duration_.load()), engine_->FreezeTotal().count());
+    return std::clamp(time, Ticks::zero(), Ticks(end));
 }
 
 bool Player::WaitForVideoReader() {
@@ -393,13 +411,11 @@ Ticks Player::GetCurrentPlayTime() const {
 }
 
 InlayBuffer* Player::GetCurrentPreSample() {
-    std::lock_guard<std::mutex> guard(lock_);
     const auto engine = Engine();
     return engine ? engine->TakeCurrentPreSample() : nullptr;
 }
 
 InlayBuffer* Player::GetCurrentViewSample() {
-    std::lock_guard<std::mutex> guard(lock_);
     const auto engine = Engine();
     return engine ? engine->TakeCurrentViewSample() : nullptr;
 }
@@ -415,8 +431,7 @@ int32_t Player::SetVolume(int32_t volume) {
 }
 
 int32_t Player::Mute(bool mute) {
-    muted_ = mute ? 1 : 0;
-    if (const auto engine = Engine()) engine->SetVolume(mute ? -10000 : volume_);
+    if (const auto engine = Engine()) engine->SetVolume(mute ? -10000 : volume_.load());
     return kOk;
 }
 

@@ -3,11 +3,10 @@
 // five-valued state that decides which calls have an effect, and forwards the view, time-freeze
 // and sample calls of the exports to the engine.
 //
-// Threads: the host's threads call the public operations, one at a time for the control calls
-// (Open, Play, Pause, Stop, Close, the volume calls); any thread, at any time, for the forwarded
-// calls. The command thread serves seek requests. Locks, taken in this order and no other:
-// - lock_ guards the seek request and the hand-over of the current samples; the command thread
-//   holds it for a whole seek;
+// Threads: the host's threads call every public operation but the destructor from any thread, at
+// any time; the control calls (Open, Play, Pause, Stop, Close) are serialised by controlLock_. The
+// command thread serves seek requests. Locks, taken in this order and no other:
+// - lock_ guards the seek request slot only, held for a moment: Seek never waits for a seek;
 // - controlLock_ keeps a served seek and the host's control calls from running at once;
 // - engineLock_ guards engine_: Open replaces it holding controlLock_ and engineLock_, the control
 //   calls read it under controlLock_, every forwarded call copies it under engineLock_ alone and
@@ -58,9 +57,9 @@ public:
     int32_t Seek(Ticks time);  // queued; only the newest pending request is served
 
     void GetRange(uint64_t* start, uint64_t* end) const;
-    double GetFrameRate() const { return frameRate_; }
-    uint32_t GetWidth() const { return videoInfo_.width >> 1; }
-    uint32_t GetHeight() const { return videoInfo_.height >> 1; }
+    double GetFrameRate() const { return frameRate_.load(); }
+    uint32_t GetWidth() const { return width_.load() >> 1; }
+    uint32_t GetHeight() const { return height_.load() >> 1; }
     Ticks GetCurrentPlayTime() const;
     InlayBuffer* GetCurrentPreSample();
     InlayBuffer* GetCurrentViewSample();
@@ -99,7 +98,10 @@ private:
     int32_t PlayLocked(Ticks time);
     int32_t StopLocked();
     int32_t CloseLocked();
-    int32_t SeekNow(Ticks time);
+    // Serves a request unless a Play, Close or Open dropped it since it was taken (generation).
+    int32_t SeekNow(Ticks time, uint64_t generation);
+    // Play and seek targets brought into [0, duration + time freezes] before any arithmetic.
+    Ticks ClampToTimeline(Ticks time) const;
     // Polls the video reader every 10 ms until it can be repositioned (the host offers no
     // notification); false if the player is being destroyed meanwhile. A control without a status
     // interface counts as ready.
@@ -114,18 +116,20 @@ private:
     std::atomic<PlayerState> state_{PlayerState::Closed};
     CountedRef<PlaybackControl> videoControl_;
     CountedRef<PlaybackControl> audioControl_;
-    int32_t volume_ = 0;
-    uint32_t muted_ = 0;
-    uint64_t rangeStart_ = 0;
-    uint64_t rangeEnd_ = 0;
-    uint64_t duration_ = 0;
-    double frameRate_ = 0.0;
+    // Written by Open under controlLock_, read by the queries from any thread.
+    std::atomic<uint32_t> width_{0};
+    std::atomic<uint32_t> height_{0};
+    std::atomic<uint64_t> rangeStart_{0};
+    std::atomic<uint64_t> rangeEnd_{0};
+    std::atomic<uint64_t> duration_{0};  // below 2^63
+    std::atomic<double> frameRate_{0.0};
+    std::atomic<int32_t> volume_{0};
     const uint32_t decodeMode_ = 1;
 
     std::mutex lock_;
     std::condition_variable commandWake_;  // with lock_: a request, a state change, or the end
     std::optional<Ticks> seekRequest_;      // the newest pending request; older ones are dropped
-    std::atomic<bool> seekPending_{false};  // seekRequest_ is set; read by Play without lock_
+    std::atomic<uint64_t> seekGeneration_{0};  // counts drops of the seek requests
     std::mutex controlLock_;
     mutable std::mutex engineLock_;
     std::shared_ptr<RenderEngine> engine_;
