@@ -106,8 +106,8 @@ VEXEL_API void Pause(PlayerHandle handle);
 VEXEL_API void Stop(PlayerHandle handle);
 
 /** Queues a seek to time (ticks) and returns at once; the player's command thread shows the frame
- * at that time (as a sample with the seek flag set) and keeps it until Play or Stop. Of several
- * queued seeks the newest is served. No file open or null: nothing. */
+ * at that time and keeps it until Play or Stop. Of several queued seeks the newest is served. Only
+ * an end marker reached while seeking carries the seek flag. No file open or null: nothing. */
 VEXEL_API void Seek(PlayerHandle handle, int64_t time);
 
 /* ---- Player queries ---- */
