@@ -246,8 +246,7 @@ private:
     // view is decided, at that frame's time, or after it, at the next frame's.
     std::mutex viewDecisionLock_;
     int64_t nextViewTime_ = 0;  // ticks; the next frame to be shown (an estimate between frames)
-    // Steady clock ticks a view drawing takes: follows a longer drawing at once, a shorter one
-    // slowly.
+    // Steady clock ticks a view drawing takes, averaged over the last drawings.
     std::atomic<int64_t> drawTicks_{0};
 
     StreamInfo videoStreamInfo_{};

@@ -17,12 +17,15 @@ int64_t FrameInterval(const FrameRecord& frame, double frameRate) {
 }  // namespace
 
 void RenderEngine::PresentView(FrameRecord& frame) {
+    // The next frame is taken after this one is shown: its time is the next rendered frame's, or
+    // estimated while none is rendered yet.
+    const int64_t next =
+        renderedQueue_.FrontTime(frame.time + FrameInterval(frame, videoStreamInfo_.frameRate));
     ViewAngles view;
     {
         std::lock_guard<std::mutex> guard(viewDecisionLock_);
         view = StepView(ToSeconds(Ticks(frame.time - static_cast<int64_t>(rangeStart_))));
-        // The next frame is taken after this one is shown; until then its time is estimated.
-        SetNextViewTime(frame.time + FrameInterval(frame, videoStreamInfo_.frameRate));
+        SetNextViewTime(next);
     }
     const uint64_t dim = viewDim_.load();
     const bool sameSize = frame.viewWidth == static_cast<uint32_t>(dim) && frame.viewHeight == dim >> 32;
@@ -39,7 +42,7 @@ void RenderEngine::NoteDrawTime(std::chrono::steady_clock::duration took) {
     int64_t old = drawTicks_.load();
     int64_t next;
     do {
-        next = ticks >= old ? ticks : old - (old - ticks) / 8;
+        next = old + (ticks - old) / 8;  // an average: one drawing held up by the machine moves it little
     } while (!drawTicks_.compare_exchange_weak(old, next));
 }
 
