@@ -269,6 +269,7 @@ protected:
         clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
         ASSERT_NE(clear_, nullptr);
         clear_();
+        PanoramaLens lens;  // loaded by path above, the module is now found by its name
         ASSERT_TRUE(PanoramaLens::Available());
         engine.SetTimeRange(0, Ticks(milliseconds(1000)).count());
         engine.SetViewDim(24, 12);
