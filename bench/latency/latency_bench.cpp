@@ -11,13 +11,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "vexelplayer.h"
+#include "../bench_clip.h"
 
 namespace {
 
@@ -152,16 +152,7 @@ void DrawingTime(const std::string& clip, Size size, double* drawMs, double* cop
 
 std::string BenchClip(const char* makeSample, const std::string& folder) {
     const std::string clip = folder + "/latency-1920x960-30fps.mp4";
-    if (std::filesystem::exists(clip)) return clip;
-    std::printf("making %s (once)...\n", clip.c_str());
-    std::fflush(stdout);
-    const std::string command =
-        std::string(makeSample) + " --size 1920x960 --fps 30 --seconds 6 --no-audio " + clip + " > /dev/null";
-    if (std::system(command.c_str()) != 0) {
-        std::fprintf(stderr, "could not make the clip\n");
-        std::exit(1);
-    }
-    return clip;
+    return MakeClipOnce(makeSample, clip, "--size 1920x960 --fps 30 --seconds 6 --no-audio");
 }
 
 }  // namespace
