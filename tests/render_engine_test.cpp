@@ -261,9 +261,14 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), ERR_SAMPLE_REFUSED);
 }
 
-// The engine with the real lens module, whose view path starts empty and is left empty.
+// The engine with the real lens module, whose view path starts empty and is left empty. Frames are
+// a second apart: the present thread decides a frame's view early by the time a drawing takes on
+// this machine (the steady clock's, whatever the test clock says), which must not reach back to
+// the frame before.
 class LateViewTest : public RenderEngineTest {
 protected:
+    static constexpr int64_t kSpacingMs = 1000;
+
     void SetUp() override {
         RenderEngineTest::SetUp();
         clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
@@ -271,7 +276,7 @@ protected:
         clear_();
         PanoramaLens lens;  // loaded by path above, the module is now found by its name
         ASSERT_TRUE(PanoramaLens::Available());
-        engine.SetTimeRange(0, Ticks(milliseconds(1000)).count());
+        engine.SetTimeRange(0, Ticks(milliseconds(20 * kSpacingMs)).count());
         engine.SetViewDim(24, 12);
     }
     void TearDown() override {
@@ -279,10 +284,10 @@ protected:
         if (clear_) clear_();
     }
 
-    // Starts from 0 with patterned frames every 10 ms and takes the first, shown at once.
+    // Starts from 0 with patterned frames a second apart and takes the first, shown at once.
     Presented StartFrames(uint32_t count) {
         engine.Start(Ticks(0));
-        for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(Deliver(i + 1, i * 10, true), kOk);
+        for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(Deliver(i + 1, i * kSpacingMs, true), kOk);
         const Presented first = Next();
         clock.AwaitWaiters();
         clock.Advance(microseconds(500));  // off the frame grid
@@ -294,7 +299,7 @@ protected:
     Presented NextAfter(Change change) {
         clock.AwaitWaiters();
         change();
-        clock.Advance(milliseconds(10));
+        clock.Advance(milliseconds(kSpacingMs));
         return Next();
     }
     Presented NextFrame() {
@@ -310,7 +315,7 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     StartFrames(kFrames);  // frame 0 shows the view an empty path leaves alone
     live.push_back(NextAfter([&] { engine.SetView(40.0, 10.0, 90.0); }).view);
     EXPECT_TRUE(SameView(live.back(), {40.0, 10.0, 90.0}));
-    live.push_back(NextAfter([] { PanoramaLens::SetAngle(0.02, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
+    live.push_back(NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
     EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
     // A pan turning at every frame, so that its keyframes keep every sample.
     live.push_back(NextAfter([&] {
