@@ -84,6 +84,7 @@ view: build
 bench: build
 	@if [ -x build/bench/vexel_bench ]; then build/bench/vexel_bench; fi
 	build/bench/playback/vexel_playback_bench
+	build/bench/latency/vexel_latency_bench
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz

@@ -1,9 +1,12 @@
 // The render engine driven through its sample entry on a clock the test advances: each frame is
 // presented when the clock reaches its time and not before, pause and resume, the last picture kept
-// a second, time-freeze copies, seek mode and stopping, and the engine's states.
+// a second, time-freeze copies, seek mode and stopping, the engine's states, and view changes
+// (gesture values, SetView, path keyframes, view sizes) showing on the next presented frame, with
+// every view sample's pixels checked against a drawing of its panorama at the angles it carries.
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -11,6 +14,8 @@
 
 #include "vexel/status.h"
 #include "engine/render_engine.h"
+#include "projection/view_projector.h"
+#include "sibling_module.h"
 #include "test_tick_clock.h"
 
 namespace vexel {
@@ -26,8 +31,14 @@ struct Presented {
     int64_t timeMs;
     bool seek;
     uint32_t width;
+    ViewAngles view{};  // as the view sample carries it
+    uint32_t viewWidth = 0;
     bool IsEnd() const { return width == 0; }
 };
+
+bool SameView(const ViewAngles& a, const ViewAngles& b) {
+    return a.pan == b.pan && a.tilt == b.tilt && a.fov == b.fov;
+}
 
 class RenderEngineTest : public ::testing::Test {
 protected:
@@ -41,9 +52,13 @@ protected:
     }
     void TearDown() override { engine.Stop(); }
 
-    // A picture whose every pixel holds `number`, at `timeMs`.
-    int32_t Deliver(uint32_t number, int64_t timeMs) {
-        const std::vector<uint32_t> picture(size_t{kWidth} * kHeight, number);
+    // A picture whose every pixel holds `number` (number < 256), at `timeMs`; with `pattern`, each
+    // pixel also holds its column and row, so that every direction shows a different view.
+    int32_t Deliver(uint32_t number, int64_t timeMs, bool pattern = false) {
+        std::vector<uint32_t> picture(size_t{kWidth} * kHeight, number);
+        for (uint32_t y = 0; pattern && y < kHeight; ++y) {
+            for (uint32_t x = 0; x < kWidth; ++x) picture[size_t{y} * kWidth + x] += (x << 10) | (y << 18);
+        }
         const int64_t ticks = Ticks(milliseconds(timeMs)).count();
         return engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()),
                                     static_cast<uint32_t>(picture.size() * 4), ticks, ticks + 100'000);
@@ -56,10 +71,22 @@ protected:
         if (pre == nullptr) return std::nullopt;
         InlayBuffer* view = engine.TakeCurrentViewSample();
         const uint32_t number = pre->pixels ? reinterpret_cast<const uint32_t*>(pre->pixels)[0] : 0;
-        const Presented seen{number, pre->time / 10'000, pre->seek, pre->width};
+        Presented seen{number, pre->time / 10'000, pre->seek, pre->width};
         EXPECT_NE(view, nullptr);
         if (view != nullptr) {
             EXPECT_EQ(view->time, pre->time);
+            seen.view = {view->pan, view->tilt, view->fov};
+            seen.viewWidth = view->width;
+            // The view shows the panorama in the direction it claims, whenever that was decided.
+            if (view->pixels != nullptr && pre->pixels != nullptr) {
+                std::vector<uint32_t> expected(size_t{view->width} * view->height);
+                RenderPanoramaView(reinterpret_cast<const uint32_t*>(pre->pixels), static_cast<int32_t>(pre->width),
+                                   static_cast<int32_t>(pre->height), expected.data(),
+                                   static_cast<int32_t>(view->width), static_cast<int32_t>(view->height), view->pan,
+                                   view->tilt, view->fov);
+                EXPECT_EQ(std::memcmp(expected.data(), view->pixels, expected.size() * 4), 0)
+                    << "frame " << number << " was not drawn at pan " << view->pan;
+            }
         }
         ReleaseInlayBuffer(pre);
         ReleaseInlayBuffer(view);
@@ -281,6 +308,109 @@ TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackG
     clock.Advance(milliseconds(10));
     next(3, true);
     EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
+}
+
+// The engine with the real lens module, whose view path starts empty and is left empty. Frames are
+// a second apart: the present thread decides a frame's view early by the time a drawing takes on
+// this machine (the steady clock's, whatever the test clock says), which must not reach back to
+// the frame before.
+class LateViewTest : public RenderEngineTest {
+protected:
+    static constexpr int64_t kSpacingMs = 1000;
+
+    void SetUp() override {
+        RenderEngineTest::SetUp();
+        clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
+        ASSERT_NE(clear_, nullptr);
+        clear_();
+        PanoramaLens lens;  // loaded by path above, the module is now found by its name
+        ASSERT_TRUE(PanoramaLens::Available());
+        engine.SetTimeRange(0, Ticks(milliseconds(20 * kSpacingMs)).count());
+        engine.SetViewDim(24, 12);
+    }
+    void TearDown() override {
+        RenderEngineTest::TearDown();
+        if (clear_) clear_();
+    }
+
+    // Starts from 0 with patterned frames a second apart and takes the first, shown at once.
+    Presented StartFrames(uint32_t count) {
+        engine.Start(Ticks(0));
+        for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(Deliver(i + 1, i * kSpacingMs, true), kOk);
+        const Presented first = Next();
+        clock.AwaitWaiters();
+        clock.Advance(microseconds(500));  // off the frame grid
+        return first;
+    }
+    // Waits until the present thread waits for the next frame (drawn ahead by then), lets
+    // `change` act, and moves the clock past that frame's time.
+    template <class Change>
+    Presented NextAfter(Change change) {
+        clock.AwaitWaiters();
+        change();
+        clock.Advance(milliseconds(kSpacingMs));
+        return Next();
+    }
+    Presented NextFrame() {
+        return NextAfter([] {});
+    }
+
+    ClearPanoramaPathFn clear_ = nullptr;
+};
+
+TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTheSame) {
+    constexpr uint32_t kFrames = 10;
+    std::vector<ViewAngles> live;
+    StartFrames(kFrames);  // frame 0 shows the view an empty path leaves alone
+    live.push_back(NextAfter([&] { engine.SetView(40.0, 10.0, 90.0); }).view);
+    EXPECT_TRUE(SameView(live.back(), {40.0, 10.0, 90.0}));
+    live.push_back(NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
+    EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
+    // A pan turning at every frame, so that its keyframes keep every sample.
+    live.push_back(NextAfter([&] {
+                       engine.StartPan();
+                       engine.AddPan(100.0, 5.0);
+                   }).view);
+    EXPECT_TRUE(SameView(live.back(), {100.0, 5.0, 80.0})) << "the field of view follows the path";
+    live.push_back(NextAfter([&] { engine.AddPan(90.0, 6.0); }).view);
+    EXPECT_EQ(live.back().pan, 90.0);
+    live.push_back(NextAfter([&] { engine.AddPan(100.0, 7.0); }).view);
+    EXPECT_EQ(live.back().pan, 100.0);
+    // SetView right after the gesture: its keyframe is at the next frame, after the gesture's.
+    live.push_back(NextAfter([&] {
+                       engine.EndPan();
+                       engine.SetView(-30.0, 0.0, 80.0);
+                   }).view);
+    EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0}));
+    const Presented resized = NextAfter([&] { engine.SetViewDim(16, 8); });
+    live.push_back(resized.view);
+    EXPECT_EQ(resized.viewWidth, 16u) << "a new view size waited for a frame drawn later";
+    EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0})) << "the gesture's keyframes overrode SetView";
+
+    // Played again, the path alone shows what was shown live, frame by frame (the field of view,
+    // keyed at 80 on both sides of the gesture, is read between keyframes, to rounding).
+    engine.Stop();
+    StartFrames(kFrames);
+    for (size_t i = 0; i < live.size(); ++i) {
+        const ViewAngles replayed = NextFrame().view;
+        EXPECT_EQ(replayed.pan, live[i].pan) << "frame " << i + 1;
+        EXPECT_EQ(replayed.tilt, live[i].tilt) << "frame " << i + 1;
+        EXPECT_NEAR(replayed.fov, live[i].fov, 1e-9) << "frame " << i + 1;
+    }
+}
+
+TEST_F(LateViewTest, QueuedGestureValuesPlayOutOnePerPresentedFrame) {
+    StartFrames(8);
+    const Presented first = NextAfter([&] {
+        engine.StartPan();
+        for (double pan : {10.0, 20.0, 30.0}) engine.AddPan(pan, 1.0);
+        engine.StartZoom();
+        engine.AddZoom(70.0);
+    });
+    EXPECT_TRUE(SameView(first.view, {10.0, 1.0, 70.0}));
+    std::vector<double> pans;
+    for (int i = 0; i < 3; ++i) pans.push_back(NextFrame().view.pan);
+    EXPECT_EQ(pans, (std::vector<double>{20.0, 30.0, 30.0}));
 }
 
 }  // namespace

@@ -98,5 +98,23 @@ TEST(ViewControl, AZoomRecordsOnlyFramesThatTookAValueAndCombinesWithAPan) {
     EXPECT_TRUE(path.asked.empty()) << "both gestures: the path is not read";
 }
 
+TEST(ViewControl, APredictionIsTheNextStepWithoutItsQueuedValues) {
+    ViewControl control;
+    LinearPath path;
+    EXPECT_EQ(control.Predict(3.0, 10.0, path).pan, 3.0) << "between gestures: the path";
+    EXPECT_EQ(control.Current().pan, 0.0) << "a prediction changes nothing";
+
+    control.StartPan();
+    control.AddPan(40.0, 4.0);
+    const ViewAngles predicted = control.Predict(5.0, 10.0, path);
+    EXPECT_EQ(predicted.pan, 0.0) << "panning: the current pan until a frame takes a value";
+    EXPECT_EQ(predicted.fov, 95.0) << "the path still steers the field of view";
+    EXPECT_EQ(control.Step(5.0, 10.0, path).view.pan, 40.0) << "the prediction took the queued value";
+    const ViewAngles still = control.Predict(6.0, 10.0, path);
+    const ViewAngles stepped = control.Step(6.0, 10.0, path).view;
+    EXPECT_EQ(still.pan, stepped.pan);
+    EXPECT_EQ(still.fov, stepped.fov);
+}
+
 }  // namespace
 }  // namespace vexel

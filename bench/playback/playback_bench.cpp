@@ -21,13 +21,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "vexelplayer.h"
+#include "../bench_clip.h"
 #include "../v360_graph.h"
 
 extern "C" {
@@ -237,17 +237,7 @@ StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
 
 std::string BenchClip(const char* makeSample, const std::string& folder) {
     const std::string clip = folder + "/bench-3840x1920-30fps.mp4";
-    if (std::filesystem::exists(clip)) return clip;
-    std::printf("making %s (once)...\n", clip.c_str());
-    std::fflush(stdout);
-    const std::string command = std::string(makeSample) +
-                                " --size 3840x1920 --fps 30 --seconds 10 --keyframes 30 --no-audio " + clip +
-                                " > /dev/null";
-    if (std::system(command.c_str()) != 0) {
-        std::fprintf(stderr, "could not make the clip\n");
-        std::exit(1);
-    }
-    return clip;
+    return MakeClipOnce(makeSample, clip, "--size 3840x1920 --fps 30 --seconds 10 --keyframes 30 --no-audio");
 }
 
 }  // namespace

@@ -10,6 +10,11 @@ void FrameQueue::Push(std::unique_ptr<FrameRecord> frame) {
     changed_.notify_all();
 }
 
+int64_t FrameQueue::FrontTime(int64_t otherwise) {
+    std::lock_guard<std::mutex> guard(lock_);
+    return frames_.empty() || frames_.front()->IsEndMarker() ? otherwise : frames_.front()->time;
+}
+
 void FrameQueue::Clear() {
     std::deque<std::unique_ptr<FrameRecord>> dropped;
     {

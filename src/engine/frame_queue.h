@@ -50,6 +50,8 @@ public:
     }
 
     void Push(std::unique_ptr<FrameRecord> frame);  // no bound applied
+    // The time of the first frame; `otherwise` when none waits or the first is the end marker.
+    int64_t FrontTime(int64_t otherwise);
     void Clear();                                    // frees every waiting frame
     void MarkEnd(bool ended);                        // the producer's last frame is queued
     void WakeAll();                                  // after a cancel condition became true

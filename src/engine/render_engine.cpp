@@ -141,6 +141,10 @@ int32_t RenderEngine::StartAt(Ticks time, bool seek) {
     if (!resume) {
         decodedQueue_.MarkEnd(false);
         startPosition_.store(static_cast<double>(time.count()));
+        {
+            std::lock_guard<std::mutex> guard(viewDecisionLock_);
+            SetNextViewTime(time.count());
+        }
         std::lock_guard<std::mutex> guard(sampleLock_);
         currentPlayTime_.store(time.count());
     } else {  // resume from the last presented frame
@@ -221,23 +225,27 @@ bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
 
 void RenderEngine::SetView(double pan, double tilt, double fov) {
     if (!std::isfinite(pan) || !std::isfinite(tilt) || !std::isfinite(fov)) return;
+    std::lock_guard<std::mutex> guard(viewDecisionLock_);
     view_.Set({pan, tilt, fov});
-    const double seconds = ToSeconds(Ticks(SubTicks(currentPlayTime_.load(), static_cast<int64_t>(rangeStart_))));
+    const double seconds = ToSeconds(Ticks(SubTicks(nextViewTime_, static_cast<int64_t>(rangeStart_))));
     PanoramaLens::SetAngle(seconds, pan, tilt, fov);
 }
 
-// A gesture's recording is committed while its flag is still set, then the flag and queue go.
+// A gesture's recording is committed while its flag is still set, then the flag and queue go;
+// no frame's view is decided in between, so no sample is left over for the next gesture.
 void RenderEngine::EndPan() {
+    std::lock_guard<std::mutex> guard(viewDecisionLock_);
     lens_.Commit(PanoramaLens::Gesture::Pan);
     view_.EndPan();
 }
 
 void RenderEngine::EndZoom() {
+    std::lock_guard<std::mutex> guard(viewDecisionLock_);
     lens_.Commit(PanoramaLens::Gesture::Zoom);
     view_.EndZoom();
 }
 
-void RenderEngine::StepView(double seconds) {
+ViewAngles RenderEngine::StepView(double seconds) {
     LensPath path;
     const ViewStep step =
         view_.Step(seconds, ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
@@ -255,6 +263,7 @@ void RenderEngine::StepView(double seconds) {
             lens_.RecordPanZoom(step.lensTime, v.pan, v.tilt, v.fov);
             break;
     }
+    return v;
 }
 
 bool RenderEngine::WaitUntilTaking() {
@@ -267,15 +276,11 @@ void RenderEngine::RenderThreadProc() {
     while (WaitUntilTaking()) {
         FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
         if (taken.frame) {
-            StepView(ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))));
-            try {
-                RenderFrameView(*taken.frame);
-            } catch (const std::exception& e) {
-                // A view that cannot be drawn (out of memory) costs that frame's view sample only.
-                LogOnce(loggedRenderFailure, "vexel: a view could not be rendered (%s); its frame goes on without it\n",
-                        e.what());
-                taken.frame->viewPixels.reset();
-            }
+            LensPath path;
+            const ViewAngles view =
+                view_.Predict(ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))),
+                              ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
+            DrawView(*taken.frame, view, rowTable_);
             if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
             renderedQueue_.Push(std::move(taken.frame));
         } else if (taken.ended) {
@@ -288,25 +293,40 @@ void RenderEngine::RenderThreadProc() {
     }
 }
 
-void RenderEngine::RenderFrameView(FrameRecord& frame) {
+void RenderEngine::DrawView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable) {
+    try {
+        RenderFrameView(frame, view, rowTable);
+    } catch (const std::exception& e) {
+        // A view that cannot be drawn (out of memory) costs that frame's view sample only.
+        LogOnce(loggedRenderFailure, "vexel: a view could not be rendered (%s); its frame goes on without it\n",
+                e.what());
+        frame.viewPixels.reset();
+    }
+}
+
+void RenderEngine::RenderFrameView(FrameRecord& frame, const ViewAngles& view,
+                                   std::vector<const uint32_t*>& rowTable) {
     if (failRendering_.load()) throw std::bad_alloc();
+    // Timed on the steady clock whatever clock presents: a drawing takes the machine's time.
+    const auto began = std::chrono::steady_clock::now();
     const uint64_t dim = viewDim_.load();
     const uint32_t viewWidth = static_cast<uint32_t>(dim), viewHeight = static_cast<uint32_t>(dim >> 32);
-    const ViewAngles view = view_.Current();
 
-    if (!frame.viewPixels) {
+    if (!frame.viewPixels || frame.viewSize != viewWidth * viewHeight * 4) {
+        frame.viewPixels.reset();
         frame.viewSize = viewWidth * viewHeight * 4;
         frame.viewPixels.reset(AllocatePixels(frame.viewSize));
         if (!frame.viewPixels) throw std::bad_alloc();
     }
     const uint32_t* pixels = reinterpret_cast<const uint32_t*>(frame.pixels.get());
-    rowTable_.resize(frame.height);
-    for (uint32_t i = 0; i < frame.height; ++i) rowTable_[i] = pixels + size_t{i} * frame.width;
+    rowTable.resize(frame.height);
+    for (uint32_t i = 0; i < frame.height; ++i) rowTable[i] = pixels + size_t{i} * frame.width;
 
     ViewProjector projector(static_cast<int32_t>(frame.width), static_cast<int32_t>(frame.height));
     projector.SetViewBuffer(reinterpret_cast<uint32_t*>(frame.viewPixels.get()),
                             static_cast<int32_t>(viewWidth), static_cast<int32_t>(viewHeight));
-    RenderDirection(projector, rowTable_.data(), view.pan, view.tilt, view.fov);
+    RenderDirection(projector, rowTable.data(), view.pan, view.tilt, view.fov);
+    NoteDrawTime(std::chrono::steady_clock::now() - began);
 
     // The samples carry the view as it was asked for, not as the projector adjusted it.
     frame.viewWidth = viewWidth;
@@ -326,14 +346,22 @@ void RenderEngine::PresentThreadProc() {
             Transition({State::kPlaying, State::kPaused, State::kSeeking, State::kSeekFrameShown}, State::kEnded);
             return;
         }
-        if (!WaitForPresentationTime(*frame)) return;
+        {
+            std::lock_guard<std::mutex> guard(viewDecisionLock_);
+            SetNextViewTime(frame->time);
+        }
+        // The view is decided early by the time a drawing takes, so a drawing again ends in time.
+        if (!WaitForPresentationTime(*frame, DrawLeadMs())) return;
+        PresentView(*frame);
+        if (!WaitForPresentationTime(*frame, 0.0f)) return;
         PublishSamples(std::move(frame));
         Transition({State::kSeeking}, State::kSeekFrameShown);
     }
 }
 
-bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame) {
-    const float target = static_cast<float>(ToMs(Ticks(frame.time)));
+bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame, float leadMs) {
+    const float target = static_cast<float>(ToMs(Ticks(frame.time))) - leadMs;
+    const bool poll = leadMs == 0.0f;  // deciding a view early needs no poll's precision
     for (;;) {
         const float elapsed = ClockElapsedMs();
         const float now = static_cast<float>(TicksToMsF32(static_cast<float>(startPosition_.load())) + elapsed);
@@ -341,11 +369,12 @@ bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame) {
         if (Stopping()) return false;
         // Wait while the time is far; poll the clock only for the last stretch.
         const float remaining = target - now;
-        if (remaining > 2.0f) {
+        if (remaining > 2.0f || !poll) {
             // At most an hour at a time, so a far-off time stays inside the clock's 64-bit count.
-            const float wait = std::min(remaining - 1.5f, 3.6e6f);
-            const auto wake = clock_->Now() + std::chrono::duration_cast<TickClock::Duration>(
-                                                  duration<float, std::milli>(wait));
+            const float wait = std::min(poll ? remaining - 1.5f : remaining, 3.6e6f);
+            const auto wake = clock_->Now() + std::max(std::chrono::duration_cast<TickClock::Duration>(
+                                                           duration<float, std::milli>(wait)),
+                                                       TickClock::Duration(1));
             std::unique_lock<std::mutex> guard(stateLock_);
             if (!Stopping() && !clockRestartPending_) clock_->WaitUntil(guard, stateChanged_, wake);
         } else if (remaining > 0.6f) {

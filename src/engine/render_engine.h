@@ -3,6 +3,14 @@
 // view on a render thread (at most 2 rendered frames waiting) and, on a present thread, publishes
 // the panorama and the view as samples when its millisecond clock reaches the frame's time.
 //
+// A frame's view is decided when it is about to be shown, so that a view change shows on the next
+// presented frame: the render thread draws ahead with the view the frame would get if nothing
+// changed (ViewControl::Predict), and the present thread, early by the time a drawing takes, steps
+// the view for the frame (one queued gesture value, the view path, or the last SetView) and draws
+// it again only when it differs from the one drawn ahead. Path playback and a still view thus cost
+// one drawing per frame, off the present thread; only frames whose view changed pay a drawing at
+// presentation.
+//
 // State (state_), changed under stateLock_ by the Player's thread and the present thread:
 //
 //                                       BeginStop / Stop, from every state
@@ -33,8 +41,10 @@
 // - host threads through the Player: the view and time-freeze calls, TakeCurrentPreSample,
 //   TakeCurrentViewSample, GetCurrentPlayTime, ViewWidth/ViewHeight.
 // Locks: stateLock_ (state and the clock and sound start requests), the two queues' own locks,
-// sampleLock_ (current samples), the view queues' lock (ViewControl): never two at once. Every
-// blocking wait waits on a condition variable whose condition includes stopping.
+// sampleLock_ (current samples), the view queues' lock (ViewControl), the lens's recording lock:
+// never two at once, except that viewDecisionLock_ is held while the view queues and the lens are
+// used (never the other way round). Every blocking wait waits on a condition variable whose
+// condition includes stopping.
 #pragma once
 
 #include <atomic>
@@ -107,9 +117,10 @@ public:
     // Makes every view rendering fail as running out of memory would, until cleared.
     void FailRenderingForTesting(bool fail) { failRendering_.store(fail); }
 
-    // View control. SetView works in any state and stores a keyframe at the current position;
-    // non-finite values are refused. The gesture calls queue values that the render thread
-    // applies one per frame and record what is shown; ending a gesture commits keyframes.
+    // View control. SetView works in any state and stores a keyframe at the time of the next frame
+    // to be shown, whose view is not decided yet; non-finite values are refused. The gesture calls
+    // queue values that the present thread applies one per presented frame, recording what is
+    // shown at the frame's time; ending a gesture commits keyframes.
     void SetView(double pan, double tilt, double fov);
     void StartPan() { view_.StartPan(); }
     void SetPanStep(double x, double y) { view_.SetPanStep(x, y); }
@@ -164,15 +175,28 @@ private:
     // Queues a decoded frame at its presentation time, preceded by copies that fill a freeze
     // starting just before it; waits while 30 frames wait. False (frame dropped) once stopping.
     bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);
-    // The per-frame view update of the render thread, `seconds` after the start of the range.
-    void StepView(double seconds);
+    // The view of the frame about to be shown, `seconds` after the start of the range, with the
+    // gesture sample it shows recorded; present thread, under viewDecisionLock_.
+    ViewAngles StepView(double seconds);
+    // Decides the view of the frame about to be shown and draws it again when it differs from the
+    // one drawn ahead; then the next frame's view is the undecided one.
+    void PresentView(FrameRecord& frame);
+    // Sets the time SetView keys its keyframe at; under viewDecisionLock_.
+    void SetNextViewTime(int64_t time) { nextViewTime_ = time; }
+    // How early the present thread decides a frame's view: the time a drawing of the view takes.
+    float DrawLeadMs() const;
+    void NoteDrawTime(std::chrono::steady_clock::duration took);  // render and present threads
     void RenderThreadProc();
     void PresentThreadProc();
     // Waits while the threads take no frames; false when stopping.
     bool WaitUntilTaking();
-    void RenderFrameView(FrameRecord& frame);
-    // Waits until the clock reaches the frame's time (at once in seek mode); false when stopping.
-    bool WaitForPresentationTime(const FrameRecord& frame);
+    // Draws the frame's view at the current view size, timing the drawing for DrawLeadMs.
+    void RenderFrameView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable);
+    // RenderFrameView, or on failure (out of memory) the frame loses its view sample and logs once.
+    void DrawView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable);
+    // Waits until the clock reaches `leadMs` before the frame's time (at once in seek mode); false
+    // when stopping. Only the wait for the frame's time itself (no lead) polls its last stretch.
+    bool WaitForPresentationTime(const FrameRecord& frame, float leadMs);
     float ClockElapsedMs();
     void PublishSamples(std::unique_ptr<FrameRecord> frame);
     InlayBuffer* TakeSample(InlayBuffer*& current);  // current: one of the two slots below
@@ -225,8 +249,16 @@ private:
     std::atomic<int64_t> currentPlayTime_{0};
 
     std::atomic<bool> failRendering_{false};
-    TickClock::TimePoint clockOrigin_;       // present thread only
-    std::vector<const uint32_t*> rowTable_;  // render thread only
+    TickClock::TimePoint clockOrigin_;              // present thread only
+    std::vector<const uint32_t*> rowTable_;         // render thread only
+    std::vector<const uint32_t*> presentRowTable_;  // present thread only
+
+    // SetView against the present thread's view decision: a keyframe lands either before a frame's
+    // view is decided, at that frame's time, or after it, at the next frame's.
+    std::mutex viewDecisionLock_;
+    int64_t nextViewTime_ = 0;  // ticks; the next frame to be shown (an estimate between frames)
+    // Steady clock ticks a view drawing takes, averaged over the last drawings.
+    std::atomic<int64_t> drawTicks_{0};
 
     StreamInfo videoStreamInfo_{};
     uint8_t audioStreamInfo_[kAudioStreamInfoBytes] = {};

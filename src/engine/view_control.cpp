@@ -16,6 +16,9 @@ bool TakeFront(std::deque<double>& queue, double& value) {
     return true;
 }
 
+// Seconds since the start of the range, clamped into it.
+double LensTime(double seconds, double rangeSeconds) { return seconds < 0.0 ? 0.0 : std::min(seconds, rangeSeconds); }
+
 }  // namespace
 
 ViewAngles ViewControl::Current() const { return {pan_.load(), tilt_.load(), fov_.load()}; }
@@ -68,24 +71,37 @@ void ViewControl::EndZoom() {
     zoomQueue_.clear();
 }
 
+ViewAngles ViewControl::FromPath(double lensTime, bool panning, bool zooming, ViewPath& path) const {
+    ViewAngles v = Current();
+    if (!panning && !zooming) {  // the view follows the path
+        path.GetAngle(lensTime, &v.pan, &v.tilt, &v.fov);
+    } else if (!panning) {
+        path.GetPan(lensTime, &v.pan, &v.tilt);
+    } else if (!zooming) {
+        path.GetZoom(lensTime, &v.fov);
+    }
+    return v;
+}
+
+ViewAngles ViewControl::Predict(double seconds, double rangeSeconds, ViewPath& path) const {
+    return FromPath(LensTime(seconds, rangeSeconds), panning_.load(), zooming_.load(), path);
+}
+
 ViewStep ViewControl::Step(double seconds, double rangeSeconds, ViewPath& path) {
     ViewStep step;
-    step.lensTime = seconds < 0.0 ? 0.0 : std::min(seconds, rangeSeconds);
-    step.view = Current();
-    ViewAngles& v = step.view;
+    step.lensTime = LensTime(seconds, rangeSeconds);
     const bool panning = panning_.load(), zooming = zooming_.load();
+    step.view = FromPath(step.lensTime, panning, zooming, path);
+    ViewAngles& v = step.view;
 
-    if (!panning && !zooming) {  // the view follows the path
-        path.GetAngle(step.lensTime, &v.pan, &v.tilt, &v.fov);
-    } else if (!panning) {
+    if (zooming && !panning) {
         bool took;
         {
             std::lock_guard<std::mutex> guard(viewLock_);
             took = TakeFront(zoomQueue_, v.fov);
         }
-        path.GetPan(step.lensTime, &v.pan, &v.tilt);
         if (took) step.record = ViewStep::Record::Zoom;
-    } else {
+    } else if (panning) {
         bool tookZoom = false;
         {
             std::lock_guard<std::mutex> guard(viewLock_);
@@ -93,7 +109,6 @@ ViewStep ViewControl::Step(double seconds, double rangeSeconds, ViewPath& path) 
             TakeFront(tiltQueue_, v.tilt);
             if (zooming) tookZoom = TakeFront(zoomQueue_, v.fov);
         }
-        if (!zooming) path.GetZoom(step.lensTime, &v.fov);
         // Every panning frame is recorded, whether or not it took a value.
         step.record = tookZoom ? ViewStep::Record::PanZoom : ViewStep::Record::Pan;
     }

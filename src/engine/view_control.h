@@ -1,8 +1,11 @@
 // ViewControl: the view each frame is rendered with, and the pan and zoom gestures that steer it.
-// Host threads queue absolute values; the render thread applies one queued value per frame (Step)
-// and says what to record of it. Between gestures each frame takes its view from the view path.
+// Host threads queue absolute values; the present thread applies one queued value per presented
+// frame (Step) and says what to record of it. Between gestures each frame takes its view from the
+// view path. Predict gives the view a frame drawn ahead would get if nothing changed until it is
+// shown, so that a frame is drawn a second time only when the view did change.
 //
-// Threads: the gesture calls and Set on host threads, Step on the render thread, Current on any.
+// Threads: the gesture calls and Set on host threads, Step on the present thread, Predict on the
+// render thread, Current on any.
 // viewLock_ guards the three queues; the view, the gesture flags and the stored-only settings are
 // atomics written without a lock, so a frame may see a concurrent call just before or after it.
 #pragma once
@@ -53,8 +56,13 @@ public:
     // while no gesture runs, otherwise the next queued values over what the path or the last frame
     // gave. The lens time is clamped into the range.
     ViewStep Step(double seconds, double rangeSeconds, ViewPath& path);
+    // Step's view without taking a queued value or changing the current view.
+    ViewAngles Predict(double seconds, double rangeSeconds, ViewPath& path) const;
 
 private:
+    // The current view with the path's values, at lensTime, for what no gesture steers.
+    ViewAngles FromPath(double lensTime, bool panning, bool zooming, ViewPath& path) const;
+
     std::atomic<double> pan_{0.0};
     std::atomic<double> tilt_{0.0};
     std::atomic<double> fov_{120.0};
