@@ -166,33 +166,6 @@ TEST(AudioBlockPlan, SplitsAreCutToWholeSampleFrames) {
     for (uint32_t i = 0; i < plan.PieceCount(); ++i) EXPECT_EQ(plan.Piece(i).size % frame, 0u) << i;
 }
 
-TEST(AudioBlockPlan, TwoFreezesInOneBlockStayInsideTheBlock) {
-    // Only the last freeze is silenced; the head and tail are clamped to the block's bytes.
-    const Freezes freezes({{1005, 500}, {1010, 300}});
-    const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
-    ASSERT_TRUE(plan.Split());
-    EXPECT_LE(plan.HeadBytes() + plan.TailBytes(), 3840u);
-    EXPECT_GE(plan.TotalBytes(), plan.HeadBytes() + plan.SilenceBytes() + plan.TailBytes());
-    const std::vector<uint8_t> block = Numbered(3840);
-    EXPECT_EQ(Joined(plan, block).size(), plan.TotalBytes());
-}
-
-TEST(AudioBlockPlan, StampsThatDisagreeWithTheByteCountStayInsideTheData) {
-    // A 20 ms block that carries only 100 bytes, and one whose stop lies before its start.
-    const Freezes freezes({{1005, 500}});
-    AudioBlockInput shortBlock = Block(freezes, 1000, 20, kBytesPerMs, kFrame);
-    shortBlock.size = 100;
-    const AudioBlockPlan a(shortBlock);
-    EXPECT_LE(a.HeadBytes() + a.TailBytes(), 100u);
-    const std::vector<uint8_t> block = Numbered(100);
-    EXPECT_EQ(Joined(a, block).size(), a.TotalBytes());
-
-    AudioBlockInput backwards = Block(freezes, 1000, 20, kBytesPerMs, kFrame);
-    std::swap(backwards.start, backwards.stop);
-    const AudioBlockPlan b(backwards);
-    EXPECT_LE(b.HeadBytes() + b.TailBytes(), backwards.size);
-}
-
 TEST(AudioBlockPlan, AHugeFreezeIsBoundedAndCostsNoBigBuffer) {
     const Freezes freezes({{1005, 2.0e9}});
     const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
@@ -211,14 +184,6 @@ TEST(AudioBlockPlan, AHugeFreezeIsBoundedAndCostsNoBigBuffer) {
     bytes.resize(withTail.size);
     plan.Fill(block.data(), withTail, bytes.data(), 0x80);
     EXPECT_EQ(bytes[tailAt - withTail.offset], block[960]);
-}
-
-TEST(AudioBlockPlan, WithoutSegmentsEveryBlockKeepsItsTimes) {
-    const TimeFreezeList none;
-    const AudioBlockPlan plan(Block(none, 0, 20, kBytesPerMs, kFrame));
-    EXPECT_FALSE(plan.Split());
-    EXPECT_EQ(plan.MappedStart(), 0);
-    EXPECT_EQ(plan.MappedStop(), 20 * kTicksPerMs);
 }
 
 }  // namespace

@@ -72,22 +72,6 @@ protected:
     Lens lens;
 };
 
-// What the player makes of the geometry: X times the height, Y times the width.
-TEST_F(LensParamsTest, DefaultsPlaceTwoCirclesSideBySideInA2To1Picture) {
-    constexpr double kWidth = 3840, kHeight = 1920;
-    double leftX = 0, leftY = 0, rightX = 0, rightY = 0, radius = 0;
-    EXPECT_EQ(lens.leftX(0.0, &leftX), S_OK);
-    lens.leftY(0.0, &leftY);
-    lens.rightX(0.0, &rightX);
-    lens.rightY(0.0, &rightY);
-    lens.radius(0.0, &radius);
-    EXPECT_EQ(static_cast<int32_t>(kHeight * leftX), 960);  // row of the left centre
-    EXPECT_EQ(static_cast<int32_t>(kWidth * leftY), 960);   // its column
-    EXPECT_EQ(static_cast<int32_t>(kHeight * rightX), 960);
-    EXPECT_EQ(static_cast<int32_t>(kWidth * rightY), 2880);
-    EXPECT_EQ(static_cast<int32_t>(kHeight * radius), 960);  // each circle fills the height
-}
-
 TEST_F(LensParamsTest, CalibrationIsKeptUntilResetAndBadValuesAreRefused) {
     double value = 0;
     EXPECT_EQ(lens.setLeftY(0.5), S_OK);  // a single centred circle
