@@ -9,11 +9,10 @@
 #include <vector>
 
 #include "engine/time_freeze.h"
+#include "vexel/ticks.h"
 
 namespace vexel {
 namespace {
-
-constexpr int64_t kTicksPerMs = 10000;
 
 // A block of `ms` milliseconds at `startMs`, looked up in `freezes` as the engine does.
 AudioBlockInput Block(const TimeFreezeList& freezes, double startMs, double ms, uint32_t bytesPerMs,

@@ -16,13 +16,13 @@
 #include "mediagraph/e_graph_builder.h"
 #include "platform/module.h"
 #include "vexel/pcm_feed.h"
+#include "vexel/ticks.h"
 #include "wav_reader.h"
 
 namespace vexel {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int64_t kTicksPerMs = 10000;
 
 // The module from the build folder, by path.
 SiblingModule& FeedModule() {

@@ -147,7 +147,8 @@ protected:
         int64_t last = GetCurrentPlayTime(player);
         while (MsSince(origin) < ms) {
             const int64_t now = GetCurrentPlayTime(player);
-            if (now != last) seen.push_back({MsSince(origin), static_cast<double>(now) / 1e4});
+            if (now != last)
+                seen.push_back({MsSince(origin), static_cast<double>(now) / vexel::kTicksPerMs});
             last = now;
             InlayBuffer_Release(GetCurrentPreSample(player));
             InlayBuffer_Release(GetCurrentViewSample(player));

@@ -9,8 +9,6 @@
 //    spread across the same clip (one keyframe a second); median and maximum.
 //
 // Usage: vexel_playback_bench [clip]; without a clip one is made (once) with vexel-make-sample.
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -19,11 +17,13 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
-#include "vexelplayer.h"
 #include "../v360_graph.h"
+#include "vexel/ticks.h"
+#include "vexelplayer.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -72,7 +72,7 @@ Run PlayThroughLibrary(const std::string& clip, double* contentSeconds) {
     }
     uint64_t start = 0, end = 0;
     GetRange(player, &start, &end);
-    *contentSeconds = static_cast<double>(end - start) / 1e7;
+    *contentSeconds = static_cast<double>(end - start) / vexel::kTicksPerSecond;
     SetViewDim(player, kViewWidth, kViewHeight);
     SetView(player, 0.0, 0.0, kFov);
 
@@ -165,7 +165,7 @@ std::vector<double> SeekLatencies(const std::string& clip, double contentSeconds
     std::uniform_real_distribution<double> where(0.0, contentSeconds - 0.1);
     std::vector<double> latencies;
     for (int i = 0; i < kSeeks; ++i) {
-        const auto target = static_cast<int64_t>(where(random) * 1e7);
+        const auto target = static_cast<int64_t>(where(random) * vexel::kTicksPerSecond);
         const Clock::time_point asked = Clock::now();
         Seek(player, target);
         bool shown = false;

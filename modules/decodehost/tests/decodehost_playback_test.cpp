@@ -78,7 +78,9 @@ protected:
         EXPECT_EQ(shown.back().frame, last);
         for (size_t i = 0; i < shown.size(); ++i) {
             EXPECT_EQ(shown[i].time, shown[i].frame * kFrame) << "frame " << shown[i].frame;
-            if (i > 0) EXPECT_GT(shown[i].frame, shown[i - 1].frame) << "out of order";
+            if (i > 0) {
+                EXPECT_GT(shown[i].frame, shown[i - 1].frame) << "out of order";
+            }
         }
     }
 
