@@ -168,17 +168,9 @@ TEST_F(SphereUnwrapTest, SingleLensRoundTripMatchesTheSceneInsideItsField) {
     }
 }
 
-TEST_F(SphereUnwrapTest, DualLensRoundTripMatchesTheSceneEverywhere) {
-    const std::vector<Lens> lenses = {{128, 128, false, 0}, {128, 384, true, 0}};
-    const auto picture = RenderFisheye(512, 256, 128, 190, lenses);
-    const auto target = Unwrap(picture, 512, 256, 128, 190.0f, lenses, 512, 256);
-    const Difference all = CompareWithScene(target, 512, 256, [](Direction) { return true; });
-    EXPECT_LE(all.largest, kLargestError);
-    EXPECT_LE(all.mean, kMeanError);
-}
-
-// A change of geometry takes effect at once, and going back finds the first one again.
-TEST_F(SphereUnwrapTest, EachGeometryIsHonouredWhenTheyAlternate) {
+// Two lenses cover the whole sphere; a change of geometry takes effect at once, and going back
+// finds the first one again.
+TEST_F(SphereUnwrapTest, DualLensRoundTripsMatchTheSceneEverywhereAsGeometriesAlternate) {
     const std::vector<Lens> wide = {{128, 128, false, 0}, {128, 384, true, 0}};
     const std::vector<Lens> shifted = {{120, 136, false, 0}, {130, 380, true, 0}};
     for (const auto* lenses : {&wide, &shifted, &wide}) {
@@ -187,6 +179,7 @@ TEST_F(SphereUnwrapTest, EachGeometryIsHonouredWhenTheyAlternate) {
         const auto target = Unwrap(picture, 512, 256, radius, 190.0f, *lenses, 512, 256);
         const Difference all = CompareWithScene(target, 512, 256, [](Direction) { return true; });
         EXPECT_LE(all.largest, kLargestError) << "radius " << radius;
+        EXPECT_LE(all.mean, kMeanError) << "radius " << radius;
     }
 }
 

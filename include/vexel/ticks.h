@@ -11,6 +11,7 @@
 namespace vexel {
 
 using Ticks = std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>;
+
 // Ticks in a second and in a millisecond, for counts kept in plain integers.
 constexpr int64_t kTicksPerSecond = Ticks::period::den;
 constexpr int64_t kTicksPerMs = kTicksPerSecond / 1000;
