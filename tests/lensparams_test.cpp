@@ -1,5 +1,5 @@
-// libLensParams.so through its exports: lens geometry defaults, pairing and calibration; the view
-// path's interpolation, shorter-arc pan, replacement, holds and empty tracks; saving and loading
+// libLensParams.so through its exports: lens calibration kept and refused; the view path's
+// interpolation, shorter-arc pan, replacement, holds and empty tracks; saving and loading
 // JSON files, corrupt ones refused; concurrent use from several threads.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -20,17 +20,13 @@ using testing::ModuleFunction;
 
 struct Lens {
     const char* m = kLensParamsModule;
-    LensGeometryGetFn leftX = ModuleFunction<LensGeometryGetFn>(m, kGetLeftCenterXSymbol);
     LensGeometryGetFn leftY = ModuleFunction<LensGeometryGetFn>(m, kGetLeftCenterYSymbol);
-    LensGeometryGetFn rightX = ModuleFunction<LensGeometryGetFn>(m, kGetRightCenterXSymbol);
-    LensGeometryGetFn rightY = ModuleFunction<LensGeometryGetFn>(m, kGetRightCenterYSymbol);
     LensGeometryGetFn radius = ModuleFunction<LensGeometryGetFn>(m, kGetRadiusSymbol);
     LensGeometrySetFn setLeftY = ModuleFunction<LensGeometrySetFn>(m, kSetLeftCenterYSymbol);
     LensGeometrySetFn setRadius = ModuleFunction<LensGeometrySetFn>(m, kSetRadiusSymbol);
     ResetPanoramaGeometryFn resetGeometry =
         ModuleFunction<ResetPanoramaGeometryFn>(m, kResetPanoramaGeometrySymbol);
     GetPanoramaAngleFn getAngle = ModuleFunction<GetPanoramaAngleFn>(m, kGetPanoramaAngleSymbol);
-    GetPanoramaPanFn getPan = ModuleFunction<GetPanoramaPanFn>(m, kGetPanoramaPanSymbol);
     GetPanoramaZoomFn getZoom = ModuleFunction<GetPanoramaZoomFn>(m, kGetPanoramaZoomSymbol);
     SetPanoramaAngleFn setAngle = ModuleFunction<SetPanoramaAngleFn>(m, kSetPanoramaAngleSymbol);
     SetPanoramaPanFn setPan = ModuleFunction<SetPanoramaPanFn>(m, kSetPanoramaPanSymbol);
