@@ -89,7 +89,7 @@ void BM_PresentThirtyFps(benchmark::State& state) {
         const int64_t count = seconds * 30;
         int64_t time = 0;
         for (int64_t i = 0; i < count; ++i) {
-            time = i * 10'000'000 / 30;
+            time = i * kTicksPerSecond / 30;
             engine.OnVideoSample(frame.data(), kFrameBytes, time, time + 333'333);
         }
         WaitPresented(engine, time);

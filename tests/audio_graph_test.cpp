@@ -1,6 +1,6 @@
 // The PCM source filter of libAudioFeedFilter.so and the runtime's audio renderer in one graph:
-// the module's contract, media-type negotiation, delivery that blocks and is released by a stop,
-// blocks placed at their stream times on the silent device, and the renderer's volume.
+// media-type negotiation, delivery that blocks and is released by a stop, and blocks placed at
+// their stream times on the silent device.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,13 +16,13 @@
 #include "mediagraph/e_graph_builder.h"
 #include "platform/module.h"
 #include "vexel/pcm_feed.h"
+#include "vexel/ticks.h"
 #include "wav_reader.h"
 
 namespace vexel {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr int64_t kTicksPerMs = 10000;
 
 // The module from the build folder, by path.
 SiblingModule& FeedModule() {
@@ -61,45 +61,6 @@ std::vector<uint8_t> Tone(uint32_t frames, int16_t level) {
     std::vector<uint8_t> bytes(size_t{frames} * 4);
     for (uint32_t i = 0; i < frames * 2; ++i) std::memcpy(&bytes[i * 2], &level, 2);
     return bytes;
-}
-
-TEST(FeedFilterModule, ClassFactoryContract) {
-    ASSERT_TRUE(FeedModule().Load());
-    auto get = FeedModule().Function<DllGetClassObjectFn>("DllGetClassObject");
-    ASSERT_NE(get, nullptr);
-    void* out = reinterpret_cast<void*>(1);
-    EXPECT_EQ(get(&CLSID_AudioRenderer, &IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(get(&CLSID_PcmFeedFilter, &IID_IClassFactory, nullptr), E_POINTER);
-
-    CountedRef<IClassFactory> factory;
-    ASSERT_EQ(
-        get(&CLSID_PcmFeedFilter, &IID_IClassFactory, reinterpret_cast<void**>(factory.put())),
-        S_OK);
-    CountedRef<IBaseFilter> filter;
-    EXPECT_EQ(factory->CreateInstance(factory.get(), &IID_IBaseFilter,
-                                      reinterpret_cast<void**>(filter.put())),
-              CLASS_E_NOAGGREGATION);
-    ASSERT_EQ(
-        factory->CreateInstance(nullptr, &IID_IBaseFilter, reinterpret_cast<void**>(filter.put())),
-        S_OK);
-    CountedRef<IPcmFeed> feed;
-    EXPECT_EQ(feed.QueryFrom(filter.get(), IID_IPcmFeed), S_OK);
-    EXPECT_EQ(feed->SetFormat(nullptr), E_POINTER);
-    const WAVEFORMATEX bad = {3, 2, 8000, 64000, 8, 32, 0};  // not PCM
-    EXPECT_EQ(feed->SetFormat(&bad), E_INVALIDARG);
-    // Unconnected and stopped: data is dropped at once, the end of stream goes nowhere.
-    const auto tone = Tone(80, 100);
-    EXPECT_EQ(feed->Deliver(tone.data(), static_cast<uint32_t>(tone.size()), 0, 10 * kTicksPerMs),
-              S_FALSE);
-    EXPECT_EQ(feed->EndOfStream(), GRAPH_E_NOT_CONNECTED);
-
-    EFilter wrapper;
-    EXPECT_FALSE(
-        wrapper.Attach(filter.get(), EGraphBuilder(), u""));  // no graph, the filter is held
-    EXPECT_TRUE(wrapper.GetOutputPin(0));
-    EXPECT_FALSE(wrapper.GetOutputPin(1));
-    EXPECT_FALSE(wrapper.GetInputPin(0));
 }
 
 TEST(FeedFilterModule, PinsConnectOnlyWithAPlayableFormat) {
@@ -208,33 +169,6 @@ TEST(FeedFilterModule, BlocksSoundAtTheirStreamTimesFromTheInstantOfRun) {
     EXPECT_EQ(bLast - bFirst, 799);
     for (long f = aLast + 1; f < bFirst; ++f) ASSERT_EQ(wav.samples[f * 2], 0) << f;
     std::remove(path.c_str());
-}
-
-TEST(FeedFilterModule, RendererVolume) {
-    TwoFilterGraph g;
-    CountedRef<IBasicAudio> audio;
-    ASSERT_EQ(audio.QueryFrom(g.renderer.Filter(), IID_IBasicAudio), S_OK);
-    int32_t volume = 1;
-    EXPECT_EQ(audio->get_Volume(&volume), S_OK);
-    EXPECT_EQ(volume, 0);
-    EXPECT_EQ(audio->put_Volume(-2000), S_OK);
-    EXPECT_EQ(audio->put_Volume(1), E_INVALIDARG);
-    EXPECT_EQ(audio->put_Volume(-10001), E_INVALIDARG);
-    audio->get_Volume(&volume);
-    EXPECT_EQ(volume, -2000);
-}
-
-TEST(AudioOutputFormat, BitsAreCappedAtSixteen) {
-    AudioFormatPayload format{};
-    format.channels = 2;
-    format.samplesPerSecond = 48000;
-    format.bitsPerSample = 24;
-    const WAVEFORMATEX wave = MakeWaveFormat(format);
-    EXPECT_EQ(wave.wFormatTag, WAVE_FORMAT_PCM);
-    EXPECT_EQ(wave.wBitsPerSample, 16);
-    EXPECT_EQ(wave.nBlockAlign, 4);
-    EXPECT_EQ(wave.nAvgBytesPerSec, 192000u);
-    EXPECT_EQ(wave.cbSize, 0);
 }
 
 }  // namespace

@@ -121,23 +121,6 @@ struct FakeTarget : SampleTarget {
     }
 };
 
-TEST(RenderSink, AnswersOnlyThePushInterfaceWithoutCounting) {
-    FakeTarget target;
-    CountedRef<RenderSink> sink = VideoRenderSink::Create(&target);
-    Vexel::IPushStream* handedToHost = sink.get();
-
-    void* out = nullptr;
-    EXPECT_EQ(handedToHost->QueryInterface(&IID_PushStream, &out), S_OK);
-    EXPECT_EQ(out, static_cast<void*>(handedToHost));
-    EXPECT_EQ(handedToHost->AddRef(), 2u);  // only our reference was there
-    EXPECT_EQ(handedToHost->Release(), 1u);
-
-    void* untouched = &target;
-    EXPECT_EQ(handedToHost->QueryInterface(&IID_PlaybackControl, &untouched), ERR_NO_INTERFACE);
-    EXPECT_EQ(untouched, static_cast<void*>(&target));
-    EXPECT_EQ(handedToHost->QueryInterface(&IID_PushStream, nullptr), ERR_NULL_ARGUMENT);
-}
-
 TEST(RenderSink, HandsWellFormedSamplesToTheEngineAndKeepsEverythingElseOnThisSide) {
     FakeTarget target;
     auto video = VideoRenderSink::Create(&target);

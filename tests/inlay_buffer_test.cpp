@@ -40,18 +40,6 @@ std::vector<uint32_t> Extract(InlayBuffer* sample, uint32_t width, uint32_t heig
     return view;
 }
 
-TEST(InlayBufferTest, NewSampleHasItsSizeAndZeroedFields) {
-    SamplePtr sample = MakeSample(4, 2);
-    ASSERT_NE(sample, nullptr);
-    EXPECT_EQ(InlayBuffer_GetWidth(sample.get()), 4u);
-    EXPECT_EQ(InlayBuffer_GetHeight(sample.get()), 2u);
-    EXPECT_EQ(sample->size, 32u);
-    ASSERT_NE(InlayBuffer_GetBuffer(sample.get()), nullptr);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(InlayBuffer_GetBuffer(sample.get())) % 16, 0u);
-    EXPECT_FALSE(InlayBuffer_GetSeek(sample.get()));
-    EXPECT_EQ(InlayBuffer_GetTime(sample.get()), 0.0);
-}
-
 TEST(InlayBufferTest, UnusableSizesGiveAnEmptySample) {
     const int32_t sizes[][2] = {
         {0, 0},

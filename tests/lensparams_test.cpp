@@ -1,5 +1,5 @@
-// libLensParams.so through its exports: lens geometry defaults, pairing and calibration; the view
-// path's interpolation, shorter-arc pan, replacement, holds and empty tracks; saving and loading
+// libLensParams.so through its exports: lens calibration kept and refused; the view path's
+// interpolation, shorter-arc pan, replacement, holds and empty tracks; saving and loading
 // JSON files, corrupt ones refused; concurrent use from several threads.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -20,17 +20,13 @@ using testing::ModuleFunction;
 
 struct Lens {
     const char* m = kLensParamsModule;
-    LensGeometryGetFn leftX = ModuleFunction<LensGeometryGetFn>(m, kGetLeftCenterXSymbol);
     LensGeometryGetFn leftY = ModuleFunction<LensGeometryGetFn>(m, kGetLeftCenterYSymbol);
-    LensGeometryGetFn rightX = ModuleFunction<LensGeometryGetFn>(m, kGetRightCenterXSymbol);
-    LensGeometryGetFn rightY = ModuleFunction<LensGeometryGetFn>(m, kGetRightCenterYSymbol);
     LensGeometryGetFn radius = ModuleFunction<LensGeometryGetFn>(m, kGetRadiusSymbol);
     LensGeometrySetFn setLeftY = ModuleFunction<LensGeometrySetFn>(m, kSetLeftCenterYSymbol);
     LensGeometrySetFn setRadius = ModuleFunction<LensGeometrySetFn>(m, kSetRadiusSymbol);
     ResetPanoramaGeometryFn resetGeometry =
         ModuleFunction<ResetPanoramaGeometryFn>(m, kResetPanoramaGeometrySymbol);
     GetPanoramaAngleFn getAngle = ModuleFunction<GetPanoramaAngleFn>(m, kGetPanoramaAngleSymbol);
-    GetPanoramaPanFn getPan = ModuleFunction<GetPanoramaPanFn>(m, kGetPanoramaPanSymbol);
     GetPanoramaZoomFn getZoom = ModuleFunction<GetPanoramaZoomFn>(m, kGetPanoramaZoomSymbol);
     SetPanoramaAngleFn setAngle = ModuleFunction<SetPanoramaAngleFn>(m, kSetPanoramaAngleSymbol);
     SetPanoramaPanFn setPan = ModuleFunction<SetPanoramaPanFn>(m, kSetPanoramaPanSymbol);
@@ -71,22 +67,6 @@ protected:
 
     Lens lens;
 };
-
-// What the player makes of the geometry: X times the height, Y times the width.
-TEST_F(LensParamsTest, DefaultsPlaceTwoCirclesSideBySideInA2To1Picture) {
-    constexpr double kWidth = 3840, kHeight = 1920;
-    double leftX = 0, leftY = 0, rightX = 0, rightY = 0, radius = 0;
-    EXPECT_EQ(lens.leftX(0.0, &leftX), S_OK);
-    lens.leftY(0.0, &leftY);
-    lens.rightX(0.0, &rightX);
-    lens.rightY(0.0, &rightY);
-    lens.radius(0.0, &radius);
-    EXPECT_EQ(static_cast<int32_t>(kHeight * leftX), 960);  // row of the left centre
-    EXPECT_EQ(static_cast<int32_t>(kWidth * leftY), 960);   // its column
-    EXPECT_EQ(static_cast<int32_t>(kHeight * rightX), 960);
-    EXPECT_EQ(static_cast<int32_t>(kWidth * rightY), 2880);
-    EXPECT_EQ(static_cast<int32_t>(kHeight * radius), 960);  // each circle fills the height
-}
 
 TEST_F(LensParamsTest, CalibrationIsKeptUntilResetAndBadValuesAreRefused) {
     double value = 0;

@@ -8,11 +8,10 @@
 #include <vector>
 
 #include "audio/pcm_gain.h"
+#include "vexel/ticks.h"
 
 namespace vexel {
 namespace {
-
-constexpr int64_t kTicksPerMs = 10000;
 
 // 8 kHz mono 16-bit: 8 frames (16 bytes) per millisecond.
 WAVEFORMATEX Mono16() { return {WAVE_FORMAT_PCM, 1, 8000, 16000, 2, 16, 0}; }

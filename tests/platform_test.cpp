@@ -1,4 +1,4 @@
-// Platform services: the monotonic counter and threads.
+// Platform services: threads.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -7,25 +7,10 @@
 #include <memory>
 #include <string>
 
-#include "platform/perf_counter.h"
-#include "platform/sleep.h"
 #include "platform/thread.h"
 
 namespace vexel {
 namespace {
-
-TEST(PerfCounter, IsMonotonicAndCountsASleep) {
-    const int64_t frequency = PerfCounterFrequency();
-    EXPECT_GE(frequency, 1000);
-    int64_t previous = ReadPerfCounter();
-    for (int i = 0; i < 10000; ++i) {
-        const int64_t now = ReadPerfCounter();
-        ASSERT_GE(now, previous);
-        previous = now;
-    }
-    Sleep(2);  // lasts at least as long as asked; no upper bound is assumed
-    EXPECT_GE(ReadPerfCounter() - previous, 2 * frequency / 1000);
-}
 
 TEST(Thread, RunsNamedRestartsAndSurvivesJoinsFromAnywhere) {
     std::string name;

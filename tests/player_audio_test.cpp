@@ -147,7 +147,8 @@ protected:
         int64_t last = GetCurrentPlayTime(player);
         while (MsSince(origin) < ms) {
             const int64_t now = GetCurrentPlayTime(player);
-            if (now != last) seen.push_back({MsSince(origin), static_cast<double>(now) / 1e4});
+            if (now != last)
+                seen.push_back({MsSince(origin), static_cast<double>(now) / vexel::kTicksPerMs});
             last = now;
             InlayBuffer_Release(GetCurrentPreSample(player));
             InlayBuffer_Release(GetCurrentViewSample(player));
@@ -207,11 +208,15 @@ TEST_F(PlayerAudio, PauseAndResumeKeepTheSoundUnbroken) {
     const auto played = Clock::now();
     Play(player, 0);
     SleepUntil(FirstPicture(), 700);
-    const double pausedAtMs = MsSince(played);
+    // Each call is bracketed by two readings: on a loaded machine a call may take long, and the
+    // sound stops and resumes somewhere inside it.
+    const double pauseCalledMs = MsSince(played);
     Pause(player);
+    const double pausedMs = MsSince(played);
     std::this_thread::sleep_for(milliseconds(400));
-    const double resumedAtMs = MsSince(played);
+    const double playCalledMs = MsSince(played);
     Play(player, -1);
+    const double playedMs = MsSince(played);
     // Past the two seconds that were queued at the pause, into blocks stamped after the resume.
     std::this_thread::sleep_for(milliseconds(2600));
     const WavCaptureFile wav = Finish();
@@ -222,9 +227,12 @@ TEST_F(PlayerAudio, PauseAndResumeKeepTheSoundUnbroken) {
     ExpectLittleLost(a);
     EXPECT_GT(Ms(a.matched), 3100.0);
     ASSERT_EQ(a.gaps.size(), 1u) << "one silence, the pause";
-    EXPECT_NEAR(Ms(a.gaps[0].second), resumedAtMs - pausedAtMs, 30.0);
-    const double captureStart = CaptureStartMs(wav, played);
-    EXPECT_NEAR(Ms(a.gaps[0].first), pausedAtMs - captureStart, 30.0 + CaptureStartUncertaintyMs());
+    EXPECT_GT(Ms(a.gaps[0].second), playCalledMs - pausedMs - 30.0);
+    EXPECT_LT(Ms(a.gaps[0].second), playedMs - pauseCalledMs + 30.0);
+    const double captureStart = CaptureStartMs(wav, played),
+                 slack = 30.0 + CaptureStartUncertaintyMs();
+    EXPECT_GT(Ms(a.gaps[0].first), pauseCalledMs - captureStart - slack);
+    EXPECT_LT(Ms(a.gaps[0].first), pausedMs - captureStart + slack);
 }
 
 TEST_F(PlayerAudio, ATimeFreezeInsertsItsSilenceWhereItBegins) {
@@ -251,14 +259,16 @@ TEST_F(PlayerAudio, VolumeScalesTheSoundAndMuteSilencesIt) {
     Play(player, 0);
     const auto start = FirstPicture();
     struct Step {
-        double gain;  // expected from the step on
-        double atMs;  // when it was taken, since `played`
+        double gain;      // expected from the step on
+        double calledMs;  // since `played`: when the action was called
+        double doneMs;    // and when it returned
     };
-    std::vector<Step> steps = {{1.0, MsSince(played)}};
+    std::vector<Step> steps = {{1.0, 0.0, MsSince(played)}};
     auto step = [&](double afterMs, double gain, auto action) {
         SleepUntil(start, afterMs);
-        steps.push_back({gain, MsSince(played)});
+        const double called = MsSince(played);
         action();
+        steps.push_back({gain, called, MsSince(played)});
     };
     step(500, 0.1, [&] { SetVolume(player, -2000); });
     step(1000, 0.0, [&] { Mute(player, true); });
@@ -274,8 +284,10 @@ TEST_F(PlayerAudio, VolumeScalesTheSoundAndMuteSilencesIt) {
     const double captureStart = CaptureStartMs(wav, played);
     const double margin = 40.0 + CaptureStartUncertaintyMs();
     for (size_t i = 0; i + 1 < steps.size(); ++i) {
-        const auto from = static_cast<int64_t>((steps[i].atMs - captureStart + margin) * kRate / 1000);
-        const auto to = static_cast<int64_t>((steps[i + 1].atMs - captureStart - margin) * kRate / 1000);
+        const auto from =
+            static_cast<int64_t>((steps[i].doneMs - captureStart + margin) * kRate / 1000);
+        const auto to =
+            static_cast<int64_t>((steps[i + 1].calledMs - captureStart - margin) * kRate / 1000);
         double dot = 0, norm = 0, loud = 0;
         for (int64_t j = std::max(from, a.firstFrame); j < to && j < static_cast<int64_t>(wav.Frames()); ++j) {
             const auto [l, r] = StreamFrame(a.StreamAt(j));
@@ -309,7 +321,9 @@ TEST_F(PlayerAudio, SoundAndPicturesStayTogether) {
     ExpectLittleLost(a);
 
     // At each new picture, the stream time being heard minus the picture's time; positive: the
-    // sound is ahead. Medians over the first and the last second.
+    // sound is ahead. A picture is seen at its presentation or later (later when the test thread
+    // waits for a core), which only adds to the offset: the smallest offset over the first and
+    // over the last second is the closest to the truth, however loaded the machine.
     const double captureStart = CaptureStartMs(wav, played), clockStart = ClockStartMs(seen);
     std::vector<double> early, late;
     for (const Seen& s : seen) {
@@ -320,11 +334,8 @@ TEST_F(PlayerAudio, SoundAndPicturesStayTogether) {
     }
     ASSERT_FALSE(early.empty());
     ASSERT_FALSE(late.empty());
-    auto median = [](std::vector<double> v) {
-        std::sort(v.begin(), v.end());
-        return v[v.size() / 2];
-    };
-    const double first = median(early), final = median(late);
+    const double first = *std::min_element(early.begin(), early.end()),
+                 final = *std::min_element(late.begin(), late.end());
     std::printf("A/V offset over %.0f s: first second %+.2f ms, last second %+.2f ms (+-%.2f), drift %+.2f ms\n",
                 seconds, first, final, CaptureStartUncertaintyMs(), final - first);
     EXPECT_LT(std::fabs(first), 20.0 + CaptureStartUncertaintyMs());

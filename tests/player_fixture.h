@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "scripted_host/scripted_host_control.h"
+#include "vexel/ticks.h"
 #include "vexelplayer.h"
 
 namespace player_test {
@@ -21,7 +22,7 @@ namespace player_test {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr int64_t kSecond = 10'000'000;  // ticks
+constexpr int64_t kSecond = vexel::kTicksPerSecond;
 
 inline double MsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();

@@ -99,9 +99,9 @@ TEST_F(HostCalls, PlayWaitsForABusyReaderPollingNotSpinning) {
     host.SetBusy(false);
     ASSERT_EQ(play.wait_for(milliseconds(3000)), std::future_status::ready)
         << "Play still waits after the reader became ready";
-    // About one poll per 10 ms: a few dozen at most in 200 ms, not thousands.
+    // About one poll per 10 ms, not thousands. A loaded machine polls less often, never more, so
+    // only the upper bound holds whatever the load.
     const double rate = static_cast<double>(pollsLater - polls) / elapsed * 10.0;
-    EXPECT_GT(rate, 0.3);
     EXPECT_LT(rate, 3.0);
     EXPECT_EQ(Count("video", "Run", mark), 1u);
 }

@@ -1,6 +1,6 @@
-// Observable behaviour of view projection that the comparisons with the model and the oracle do
-// not pin down: colours of uniform pictures, views beyond the poles, requests the projector must
-// refuse, and empty pictures and views.
+// Observable behaviour of view projection that the comparison with the oracle does not pin down:
+// colours of uniform pictures, views beyond the poles, requests the projector must refuse, and
+// empty pictures and views.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "projection/view_projector.h"
-#include "projection_reference.h"
+#include "test_pictures.h"
 
 namespace vexel {
 namespace {
@@ -20,7 +20,7 @@ struct Picture {
 };
 
 Picture Noise(int32_t width, int32_t height, uint32_t seed) {
-    return {width, height, reference::NoisePicture(width, height, seed)};
+    return {width, height, testing::NoisePicture(width, height, seed)};
 }
 
 std::vector<uint32_t> Render(const Picture& picture, int32_t w, int32_t h, double pan, double tilt, double fov) {

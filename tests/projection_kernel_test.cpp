@@ -11,7 +11,7 @@
 
 #include "projection/row_kernel.h"
 #include "projection/view_projector.h"
-#include "projection_reference.h"
+#include "test_pictures.h"
 
 namespace vexel {
 namespace {
@@ -62,8 +62,9 @@ TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
     std::vector<std::vector<uint32_t>> pictures;
     std::vector<std::vector<const uint32_t*>> rowTables;
     for (const Source& s : sources) {
-        pictures.push_back(reference::NoisePicture(s.width, s.height, static_cast<uint32_t>(s.width)));
-        rowTables.push_back(reference::RowPointers(pictures.back(), s.width, s.height));
+        pictures.push_back(
+            testing::NoisePicture(s.width, s.height, static_cast<uint32_t>(s.width)));
+        rowTables.push_back(testing::RowPointers(pictures.back(), s.width, s.height));
     }
 
     // Fixed cases: 4K, the seam, both poles, looking back over them, tall and 1-pixel views.

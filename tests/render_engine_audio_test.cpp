@@ -10,10 +10,11 @@
 #include <thread>
 #include <vector>
 
-#include "vexel/status.h"
 #include "engine/render_engine.h"
-#include "vexel/com_object.h"
 #include "mediagraph/com_runtime.h"
+#include "vexel/com_object.h"
+#include "vexel/status.h"
+#include "vexel/ticks.h"
 #include "wav_reader.h"
 
 namespace vexel {
@@ -21,7 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-constexpr int64_t kTicksPerMs = 10000;
 
 // Loaded by path, the module answers the engine's load by plain name (the same soname).
 bool LoadFeedModule() {

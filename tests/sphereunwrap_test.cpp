@@ -168,17 +168,9 @@ TEST_F(SphereUnwrapTest, SingleLensRoundTripMatchesTheSceneInsideItsField) {
     }
 }
 
-TEST_F(SphereUnwrapTest, DualLensRoundTripMatchesTheSceneEverywhere) {
-    const std::vector<Lens> lenses = {{128, 128, false, 0}, {128, 384, true, 0}};
-    const auto picture = RenderFisheye(512, 256, 128, 190, lenses);
-    const auto target = Unwrap(picture, 512, 256, 128, 190.0f, lenses, 512, 256);
-    const Difference all = CompareWithScene(target, 512, 256, [](Direction) { return true; });
-    EXPECT_LE(all.largest, kLargestError);
-    EXPECT_LE(all.mean, kMeanError);
-}
-
-// A change of geometry takes effect at once, and going back finds the first one again.
-TEST_F(SphereUnwrapTest, EachGeometryIsHonouredWhenTheyAlternate) {
+// Two lenses cover the whole sphere; a change of geometry takes effect at once, and going back
+// finds the first one again.
+TEST_F(SphereUnwrapTest, DualLensRoundTripsMatchTheSceneEverywhereAsGeometriesAlternate) {
     const std::vector<Lens> wide = {{128, 128, false, 0}, {128, 384, true, 0}};
     const std::vector<Lens> shifted = {{120, 136, false, 0}, {130, 380, true, 0}};
     for (const auto* lenses : {&wide, &shifted, &wide}) {
@@ -187,6 +179,7 @@ TEST_F(SphereUnwrapTest, EachGeometryIsHonouredWhenTheyAlternate) {
         const auto target = Unwrap(picture, 512, 256, radius, 190.0f, *lenses, 512, 256);
         const Difference all = CompareWithScene(target, 512, 256, [](Direction) { return true; });
         EXPECT_LE(all.largest, kLargestError) << "radius " << radius;
+        EXPECT_LE(all.mean, kMeanError) << "radius " << radius;
     }
 }
 
@@ -298,41 +291,7 @@ TEST_F(SphereUnwrapTest, ConcurrentCallsWithDifferentGeometries) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// The mapping cache and the kernels, linked directly.
-
-unwrap::Geometry SmallGeometry(int32_t radius) {
-    return {64, 32, 64, 32, radius, 190.0f, 2, {{16, 16}, {16, 48}}};
-}
-
-TEST(UnwrapMapCache, ReusesAMapWhileTheGeometryStaysAndEvictsTheLeastRecent) {
-    unwrap::MapCache cache(2);
-    const auto a = cache.Get(SmallGeometry(16));
-    EXPECT_EQ(cache.Get(SmallGeometry(16)), a);
-    const auto b = cache.Get(SmallGeometry(15));
-    EXPECT_NE(b, a);
-    EXPECT_EQ(cache.Get(SmallGeometry(16)), a);  // now the most recent
-    const auto c = cache.Get(SmallGeometry(14));  // evicts b
-    EXPECT_EQ(cache.Get(SmallGeometry(16)), a);
-    EXPECT_EQ(cache.Get(SmallGeometry(14)), c);
-    const auto rebuilt = cache.Get(SmallGeometry(15));
-    EXPECT_NE(rebuilt, b);
-    EXPECT_EQ(rebuilt->taps.size(), b->taps.size());  // an evicted map stays usable by its holder
-    EXPECT_EQ(rebuilt->taps.front().offset, b->taps.front().offset);
-}
-
-TEST(UnwrapKernel, PlainVersionWeighsTheFourNeighboursAndMixesSecondTaps) {
-    const std::vector<uint32_t> picture = {0xFF000000u, 0xFFFFFFFFu, 0xFF102030u, 0xFF0000FFu};
-    const unwrap::SourcePicture source{picture.data(), 2};
-    using unwrap::kOne;
-    const std::vector<unwrap::Tap> taps = {unwrap::MakeTap(0, 0, 0),       unwrap::MakeTap(0, kOne, 0),
-                                           unwrap::MakeTap(0, 0, kOne),    unwrap::MakeTap(0, kOne, kOne),
-                                           unwrap::MakeTap(0, kOne / 2, 0), {unwrap::kNoTap, 0, 0}};
-    const std::vector<unwrap::BlendTap> blends = {{5, kOne / 4, unwrap::MakeTap(0, kOne, 0)}};  // a quarter of white
-    std::vector<uint32_t> out(taps.size());
-    unwrap::UnwrapPlain(source, taps.data(), taps.size(), blends.data(), blends.size(), out.data());
-    EXPECT_EQ(out, (std::vector<uint32_t>{0xFF000000u, 0xFFFFFFFFu, 0xFF102030u, 0xFF0000FFu, 0xFF808080u,
-                                          0xFF404040u}));
-}
+// The kernels, linked directly.
 
 TEST(UnwrapKernel, Sse41MatchesPlainBitForBit) {
     if (!__builtin_cpu_supports("sse4.1")) GTEST_SKIP() << "no SSE4.1";

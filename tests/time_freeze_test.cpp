@@ -1,5 +1,7 @@
 // Time freeze: the stored rounding, reading with a small buffer, inserting on the presentation
 // timeline with its merge, the inverse mapping, and the copies of a frame that fill a freeze.
+#include "engine/time_freeze.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -8,12 +10,10 @@
 #include <vector>
 
 #include "engine/freeze_copy_plan.h"
-#include "engine/time_freeze.h"
+#include "vexel/ticks.h"
 
 namespace vexel {
 namespace {
-
-constexpr int64_t kTicksPerMs = 10000;
 
 std::vector<FreezeSegment> Read(const TimeFreezeList& list) {
     const int32_t count = list.Get(nullptr, nullptr, 0);

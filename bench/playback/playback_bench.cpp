@@ -26,9 +26,10 @@
 #include <thread>
 #include <vector>
 
-#include "vexelplayer.h"
 #include "../bench_clip.h"
 #include "../v360_graph.h"
+#include "vexel/ticks.h"
+#include "vexelplayer.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -77,7 +78,7 @@ Run PlayThroughLibrary(const std::string& clip, double* contentSeconds) {
     }
     uint64_t start = 0, end = 0;
     GetRange(player, &start, &end);
-    *contentSeconds = static_cast<double>(end - start) / 1e7;
+    *contentSeconds = static_cast<double>(end - start) / vexel::kTicksPerSecond;
     SetViewDim(player, kViewWidth, kViewHeight);
     SetView(player, 0.0, 0.0, kFov);
 
@@ -170,7 +171,7 @@ std::vector<double> SeekLatencies(const std::string& clip, double contentSeconds
     std::uniform_real_distribution<double> where(0.0, contentSeconds - 0.1);
     std::vector<double> latencies;
     for (int i = 0; i < kSeeks; ++i) {
-        const auto target = static_cast<int64_t>(where(random) * 1e7);
+        const auto target = static_cast<int64_t>(where(random) * vexel::kTicksPerSecond);
         const Clock::time_point asked = Clock::now();
         Seek(player, target);
         bool shown = false;
@@ -221,7 +222,7 @@ StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
     std::mt19937 random(15);
     std::uniform_real_distribution<double> where(0.0, contentSeconds);
     for (int i = 0; i < 1000; ++i) {
-        const auto target = static_cast<int64_t>(where(random) * 1e7);
+        const auto target = static_cast<int64_t>(where(random) * vexel::kTicksPerSecond);
         const Clock::time_point t0 = Clock::now();
         Seek(player, target);
         result.longestSeekMs = std::max(result.longestSeekMs, Ms(Clock::now() - t0));

@@ -11,6 +11,11 @@
 namespace vexel {
 
 using Ticks = std::chrono::duration<int64_t, std::ratio<1, 10'000'000>>;
+
+// Ticks in a second and in a millisecond, for counts kept in plain integers.
+constexpr int64_t kTicksPerSecond = Ticks::period::den;
+constexpr int64_t kTicksPerMs = kTicksPerSecond / 1000;
+
 // A fractional tick count, for arithmetic that truncates only at the end.
 using TicksF = std::chrono::duration<double, Ticks::period>;
 

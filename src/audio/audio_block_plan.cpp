@@ -12,7 +12,7 @@ namespace vexel {
 
 namespace {
 
-constexpr double kTicksPerMs = Ticks::period::den / 1000.0;
+constexpr double kTicksPerMsF = kTicksPerMs;
 // The largest split block: what a signed 32-bit byte count holds.
 constexpr int64_t kMaxBytes = std::numeric_limits<int32_t>::max();
 
@@ -28,7 +28,7 @@ uint32_t WholeFrames(int64_t bytes, uint32_t frameBytes) {
 
 AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in)
     : size_(in.size), bytesPerMs_(in.bytesPerMs) {
-    mappedStart_ = TruncateTicks(static_cast<double>(in.shiftStart) * kTicksPerMs +
+    mappedStart_ = TruncateTicks(static_cast<double>(in.shiftStart) * kTicksPerMsF +
                                  static_cast<double>(in.start));
     duration_ = TruncateTicks(static_cast<double>(in.stop) - static_cast<double>(in.start));
     mappedStop_ = TruncateTicks(static_cast<double>(mappedStart_) + static_cast<double>(duration_));
@@ -45,9 +45,9 @@ AudioBlockPlan::AudioBlockPlan(const AudioBlockInput& in)
     // Where the freeze begins on the shifted timeline, and the block's bytes either side of it.
     const double freezeAt = static_cast<double>(in.shiftStop) + in.lastStop - in.lastDuration;
     const auto headRaw =
-        TruncateTicks(bytesPerMs * static_cast<float>(freezeAt - mappedStart_ / kTicksPerMs));
+        TruncateTicks(bytesPerMs * static_cast<float>(freezeAt - mappedStart_ / kTicksPerMsF));
     const auto tailRaw =
-        TruncateTicks(bytesPerMs * static_cast<float>(mappedStop_ / kTicksPerMs - freezeAt));
+        TruncateTicks(bytesPerMs * static_cast<float>(mappedStop_ / kTicksPerMsF - freezeAt));
     head_ = WholeFrames(Clamp(headRaw, 0, in.size), frame);
     tail_ = WholeFrames(Clamp(tailRaw, 0, in.size - head_), frame);
     const double silenceRaw = std::trunc(std::max(in.lastDuration, 0.0)) * in.bytesPerMs;
@@ -73,9 +73,10 @@ AudioPiece AudioBlockPlan::Piece(uint32_t index) const {
     } else {
         // What is left after the last whole piece, as long as its bytes last.
         piece.size = total_ - piece.offset;
-        piece.stop = TruncateTicks(static_cast<float>(piece.start) +
-                                   (static_cast<float>(total_) - static_cast<float>(piece.offset)) /
-                                       static_cast<float>(bytesPerMs_) * static_cast<float>(kTicksPerMs));
+        piece.stop =
+            TruncateTicks(static_cast<float>(piece.start) +
+                          (static_cast<float>(total_) - static_cast<float>(piece.offset)) /
+                              static_cast<float>(bytesPerMs_) * static_cast<float>(kTicksPerMsF));
     }
     return piece;
 }

@@ -1,8 +1,6 @@
 #include "mediagraph/e_graph_builder.h"
 
-#include <chrono>
 #include <cstdint>
-#include <thread>
 
 #include "mediagraph/com_runtime.h"
 #include "mediagraph/e_filter.h"
@@ -11,8 +9,8 @@ namespace vexel {
 
 namespace {
 
-constexpr auto kRunWait = std::chrono::seconds(1);
-constexpr int32_t kStatePollMs = 10;
+// How long a filter may take to reach the running state.
+constexpr int32_t kRunWaitMs = 1000;
 
 }  // namespace
 
@@ -91,15 +89,12 @@ HRESULT EGraphBuilder::Run() const {
     if (hr < 0) return hr;
     hr = control->Run();
     if (hr < 0) return hr;
-    // The graph is running once it says so; a graph that never does is a failed run.
-    const auto deadline = std::chrono::steady_clock::now() + kRunWait;
-    for (;;) {
-        FILTER_STATE state = State_Stopped;
-        control->GetState(kStatePollMs, &state);
-        if (state == State_Running) return hr;
-        if (std::chrono::steady_clock::now() >= deadline) return GRAPH_E_TIMEOUT;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    // The graph is running once it says so; a graph that never does is a failed run. A filter
+    // still on its way waits in its own GetState, up to the timeout it is given (the library's
+    // filters change state at once).
+    FILTER_STATE state = State_Stopped;
+    control->GetState(kRunWaitMs, &state);
+    return state == State_Running ? hr : GRAPH_E_TIMEOUT;
 }
 
 HRESULT EGraphBuilder::Pause() const {

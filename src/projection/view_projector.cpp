@@ -376,7 +376,8 @@ void ViewProjector::Render(const uint32_t* const* sourceRows, bool upsideDown) {
     Remap(sink);
 }
 
-void ViewProjector::TraceCoordinates(std::vector<int32_t>& u, std::vector<int32_t>& v, bool upsideDown) {
+void ViewProjector::TraceCoordinatesForTesting(std::vector<int32_t>& u, std::vector<int32_t>& v,
+                                               bool upsideDown) {
     u.clear();
     v.clear();
     if (!Drawable()) return;

@@ -35,7 +35,8 @@ public:
 
     // Same traversal as Render, but records the fixed-point panorama coordinates (u, v) that each
     // destination element is sampled at instead of drawing. Used to check the geometry.
-    void TraceCoordinates(std::vector<int32_t>& u, std::vector<int32_t>& v, bool upsideDown);
+    void TraceCoordinatesForTesting(std::vector<int32_t>& u, std::vector<int32_t>& v,
+                                    bool upsideDown);
 
     // Vertical field of view, in degrees, of a width x height view with horizontal field fov.
     static double VerticalFov(double fov, int32_t width, int32_t height);

@@ -93,39 +93,11 @@ void CheckNullSample() {
     EXPORT(InlayBuffer_GetView)(nullptr, nullptr, destination);
     EXPORT(InlayBuffer_ExtractView)(nullptr, destination, 1, 1);
     Check(std::memcmp(destination, "\1\2\3\4", 4) == 0, "null-sample calls leave dest untouched");
-}
 
-void CheckSamples(PlayerHandle player) {
-    InlayBuffer* sample = EXPORT(InlayBuffer_CreateSample)(8, 4);
-    Check(sample != nullptr, "CreateSample(8, 4) gives a sample");
-    if (sample == nullptr) return;
-    Check(EXPORT(InlayBuffer_GetWidth)(sample) == 8 && EXPORT(InlayBuffer_GetHeight)(sample) == 4,
-          "the sample is 8 x 4");
-    uint8_t* pixels = EXPORT(InlayBuffer_GetBuffer)(sample);
-    Check(pixels != nullptr, "the sample has pixels");
-    if (pixels != nullptr) {
-        for (int i = 0; i < 8 * 4 * 4; ++i) pixels[i] = uint8_t(i);
-        uint8_t copy[8 * 4 * 4] = {};
-        Check(EXPORT(InlayBuffer_ReadBuffer)(sample, copy) == copy, "ReadBuffer returns dest");
-        Check(std::memcmp(copy, pixels, sizeof copy) == 0, "ReadBuffer copies the picture");
-    }
-    EXPORT(InlayBuffer_SetView)(sample, 30, -10, 90);
-    Check(EXPORT(InlayBuffer_GetPan)(sample) == 30 && EXPORT(InlayBuffer_GetTilt)(sample) == -10 &&
-              EXPORT(InlayBuffer_GetFov)(sample) == 90,
-          "SetView is read back");
-
-    // Without an opened file GetView has nothing to render with.
-    alignas(4) uint8_t view[4 * 4 * 4];
-    std::memset(view, 0, sizeof view);
-    EXPORT(InlayBuffer_GetView)(player, sample, view);
-    Check(view[3] == 0, "GetView before Open leaves dest untouched");
-
-    // ExtractView draws every pixel opaque.
-    EXPORT(InlayBuffer_ExtractView)(sample, view, 4, 4);
-    bool opaque = true;
-    for (int i = 0; i < 16; ++i) opaque = opaque && view[i * 4 + 3] == 0xFF;
-    Check(opaque, "ExtractView writes every pixel");
-    EXPORT(InlayBuffer_Release)(sample);
+    InlayBuffer* empty = EXPORT(InlayBuffer_CreateSample)(0, 4);
+    Check(empty != nullptr && EXPORT(InlayBuffer_GetBuffer)(empty) == nullptr,
+          "a 0 x 4 sample is empty");
+    EXPORT(InlayBuffer_Release)(empty);
 }
 
 void CheckUnopenedPlayer() {
@@ -137,7 +109,6 @@ void CheckUnopenedPlayer() {
     Check(EXPORT(GetCurrentViewSample)(player) == nullptr, "no view sample before Open");
     double times[1] = {}, durations[1] = {};
     Check(EXPORT(GetTimeFreeze)(player, times, durations, 1) == 0, "no freezes before Open");
-    CheckSamples(player);
     EXPORT(Destroy)(player);
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "stream_side_data.h"
+#include "vexel/ticks.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -22,7 +23,7 @@ namespace mediakit {
 
 namespace {
 
-constexpr AVRational kTickBase = {1, 10'000'000};
+constexpr AVRational kTickBase = {1, static_cast<int>(vexel::kTicksPerSecond)};
 constexpr AVRational kVideoBase = {1, 90'000};
 
 std::string AvError(int code) {

@@ -12,6 +12,7 @@
 #include "media_writer.h"
 #include "scene.h"
 #include "sound.h"
+#include "vexel/ticks.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -164,14 +165,14 @@ int main(int argc, char** argv) {
         video.threads = video.width * video.height <= 320 * 240 ? 1 : 0;
         video.tag = o.tag;
         video.vp9 = o.vp9;
-        video.startTicks = static_cast<int64_t>(o.start * 10'000'000);
+        video.startTicks = static_cast<int64_t>(o.start * vexel::kTicksPerSecond);
     }
     mediakit::AudioSettings audio;
     if (o.audio) {
         audio.channels = 2;
         audio.rate = kSoundRate;
         audio.opus = o.vp9;
-        audio.startTicks = static_cast<int64_t>(o.start * 10'000'000);
+        audio.startTicks = static_cast<int64_t>(o.start * vexel::kTicksPerSecond);
     }
 
     const std::filesystem::path output(o.output);
@@ -188,7 +189,7 @@ int main(int argc, char** argv) {
     mediakit::Canvas picture, laidOut;
     int64_t soundWritten = 0;
     for (int n = 0; n < frames; ++n) {
-        const int64_t ticks = static_cast<int64_t>(n) * 10'000'000 / o.fps;
+        const int64_t ticks = static_cast<int64_t>(n) * vexel::kTicksPerSecond / o.fps;
         if (o.video) {
             scene.Draw(n, picture);
             layout.Apply(picture, laidOut);

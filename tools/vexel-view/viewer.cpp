@@ -14,8 +14,8 @@ namespace view {
 
 namespace {
 
-constexpr double kTicksPerSecond = vexel::Ticks::period::den;
-constexpr int64_t kSeekStepTicks = 50'000'000;  // 5 s
+using vexel::kTicksPerSecond;
+constexpr int64_t kSeekStepTicks = 5 * kTicksPerSecond;
 constexpr int kVolumeStep = 300;                 // 3 dB
 // A gesture commits only its turning points, and the path takes the shorter way round between
 // two keyframes; a drag is therefore committed in pieces of at most this many degrees.

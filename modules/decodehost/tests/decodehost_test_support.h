@@ -13,13 +13,14 @@
 #include <vector>
 
 #include "frame_code.h"
+#include "vexel/ticks.h"
 
 namespace vexel::decodehost_test {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr int64_t kSecond = 10'000'000;   // ticks
+constexpr int64_t kSecond = vexel::kTicksPerSecond;
 constexpr int64_t kFrame = kSecond / 10;  // the test clips run at 10 frames per second
 // Generous: the sanitizer builds run these tests too, on a busy machine.
 constexpr milliseconds kDeadline{20'000};

@@ -21,28 +21,6 @@ bool Parse(std::vector<std::string> args, Options* options, int* exitCode = null
     return ok;
 }
 
-TEST(VexelPlayOptions, ReadsEveryOption) {
-    Options o;
-    ASSERT_TRUE(Parse({"-l", "dual-fisheye", "--range", "2.5:7", "--size", "641x361", "--view", "10,-5,75",
-                       "--out", "results", "-q", "clip.mp4"}, &o));
-    EXPECT_EQ(o.file, "clip.mp4");
-    EXPECT_EQ(o.fisheyeMode, 3u);
-    EXPECT_DOUBLE_EQ(o.rangeStart, 2.5);
-    EXPECT_DOUBLE_EQ(o.rangeEnd, 7.0);
-    EXPECT_EQ(o.viewWidth, 640u) << "sizes are made even for the encoder";
-    EXPECT_EQ(o.viewHeight, 360u);
-    EXPECT_DOUBLE_EQ(o.view.pan, 10.0);
-    EXPECT_DOUBLE_EQ(o.view.tilt, -5.0);
-    EXPECT_DOUBLE_EQ(o.view.fov, 75.0);
-    EXPECT_EQ(o.outputFolder, "results");
-    EXPECT_TRUE(o.quiet);
-
-    Options open;
-    ASSERT_TRUE(Parse({"--range", "3:"}, &open));
-    EXPECT_DOUBLE_EQ(open.rangeStart, 3.0);
-    EXPECT_DOUBLE_EQ(open.rangeEnd, 0.0) << "an open end plays to the end";
-}
-
 TEST(VexelPlayOptions, RejectsBadValues) {
     int code = 0;
     for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{

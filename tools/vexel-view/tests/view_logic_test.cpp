@@ -1,5 +1,5 @@
-// vexel-view's logic without a window: the camera arithmetic, the time bar, the command line, and
-// the spherical metadata of generated clips read back and turned into a layout.
+// vexel-view's logic without a window: the camera arithmetic, the time bar, and the spherical
+// metadata of generated clips read back and turned into a layout.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -8,7 +8,6 @@
 #include "camera.h"
 #include "overlay.h"
 #include "panorama_layout.h"
-#include "view_options.h"
 
 namespace view {
 namespace {
@@ -64,40 +63,6 @@ TEST(ViewOverlay, TimeBarMapsColumnsToTimes) {
     const uint32_t* row = canvas.row(drawn.y + drawn.h - 1);
     EXPECT_NE(row[drawn.x + drawn.w / 4], row[drawn.x + 3 * drawn.w / 5]) << "played and unplayed look alike";
     EXPECT_NE(row[drawn.x + drawn.w * 78 / 100], row[drawn.x + drawn.w * 9 / 10]) << "no freeze mark";
-}
-
-TEST(ViewOptions, ReadsTheViewersOptions) {
-    std::vector<std::string> args{"vexel-view", "--layout", "dual-fisheye", "--range", "1:4", "--view", "10,5,70",
-                                  "--path", "p.json", "--freeze", "2+1.5;5+0.5", "--paused", "--no-overlay",
-                                  "--quit-after", "3", "--screenshot", "s.png", "clip.mp4"};
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    Options o;
-    int code = -1;
-    ASSERT_TRUE(ParseOptions(static_cast<int>(argv.size()), argv.data(), &o, &code));
-    EXPECT_TRUE(o.layoutGiven);
-    EXPECT_EQ(o.fisheyeMode, mediakit::kLayoutDualFisheye);
-    EXPECT_DOUBLE_EQ(o.rangeEnd, 4.0);
-    EXPECT_DOUBLE_EQ(o.view.fov, 70.0);
-    ASSERT_EQ(o.freezes.size(), 2u);
-    EXPECT_DOUBLE_EQ(o.freezes[1].seconds, 5.0);
-    EXPECT_DOUBLE_EQ(o.freezes[1].duration, 0.5);
-    EXPECT_TRUE(o.paused);
-    EXPECT_FALSE(o.overlay);
-    EXPECT_EQ(o.pathFile, "p.json");
-    EXPECT_EQ(o.screenshot, "s.png");
-    EXPECT_EQ(o.file, "clip.mp4");
-
-    for (std::vector<std::string> bad : {std::vector<std::string>{"vexel-view", "--freeze", "2-1"},
-                                         {"vexel-view", "--quit-after", "0"},
-                                         {"vexel-view", "--layout", "cubemap"},
-                                         {"vexel-view", "--path"}}) {
-        std::vector<char*> badArgv;
-        for (std::string& arg : bad) badArgv.push_back(arg.data());
-        Options ignored;
-        EXPECT_FALSE(ParseOptions(static_cast<int>(badArgv.size()), badArgv.data(), &ignored, &code)) << bad[1];
-        EXPECT_EQ(code, 2);
-    }
 }
 
 // The generator's tags survive the round trip through MP4 and Matroska, and choose the layout.

@@ -3,15 +3,17 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
+#include <sys/wait.h>
 #include <thread>
+
+#include "vexel/ticks.h"
 
 namespace viewtest {
 
@@ -150,7 +152,7 @@ bool ParseShot(const std::string& line, Shot* shot) {
 Panorama::Panorama(const std::string& clip, double seconds, bool leftEyeOnTop) {
     PlayerHandle player = Create();
     if (Open(player, clip.c_str(), 0, 0, 0) == 0) {
-        const auto ticks = static_cast<int64_t>(std::llround(seconds * 1e7));
+        const auto ticks = static_cast<int64_t>(std::llround(seconds * vexel::kTicksPerSecond));
         SetViewDim(player, 16, 16);
         Seek(player, ticks);
         const Clock::time_point end = Clock::now() + std::chrono::seconds(30);
