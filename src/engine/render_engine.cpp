@@ -313,6 +313,7 @@ void RenderEngine::PresentThreadProc() {
         std::unique_ptr<FrameRecord> frame = renderedQueue_.Take([this] { return !Takes(state_.load()); }).frame;
         if (!frame) continue;
         if (frame->IsEndMarker()) {
+            ClockElapsedMs();  // a resume with no picture left still runs the rest of the sound
             WaitSamplesTaken();
             PublishSamples(std::move(frame));
             Transition({State::kPlaying, State::kPaused, State::kSeeking, State::kSeekFrameShown}, State::kEnded);
