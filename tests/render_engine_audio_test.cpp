@@ -1,5 +1,6 @@
-// The engine's sound path: audio blocks wait until the clock starts the sound, seek previews keep
-// them waiting, stopping refuses them, and an engine whose graph cannot be built plays on silently.
+// The engine's sound path: audio blocks wait until the clock starts the sound (after the preroll,
+// with the first picture), seek previews keep them waiting, stopping refuses them, and an engine
+// whose graph cannot be built plays on silently.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 
 #include "engine/render_engine.h"
 #include "mediagraph/com_runtime.h"
+#include "test_tick_clock.h"
 #include "vexel/com_object.h"
 #include "vexel/status.h"
 #include "vexel/ticks.h"
@@ -89,6 +91,35 @@ TEST(RenderEngineAudio, BlocksWaitForTheClockAndAStopRefusesThem) {
     ASSERT_FALSE(Waiting(held, milliseconds(2000)));
     EXPECT_EQ(held.get(), ERR_SAMPLE_REFUSED);
     EXPECT_LT(std::chrono::duration<double>(Clock::now() - stopAt).count(), 2.0);
+}
+
+TEST(RenderEngineAudio, TheSoundStartsWithTheFirstPictureAfterThePreroll) {
+    UseCaptureFile("engine-preroll");
+    ASSERT_TRUE(LoadFeedModule());
+    testing::TestTickClock clock;
+    RenderEngine engine;
+    engine.SetTickClockForTesting(&clock);
+    engine.SetVideoFormat(VideoFormat());
+    SetUpAudio(engine);
+    engine.Start(Ticks(0));
+    ASSERT_EQ(DeliverVideo(engine, 0), kOk);
+    auto held = DeliverAudioAsync(engine, 0);
+    clock.AwaitWaiters();  // the present thread holds the first picture: the decoder is not ahead
+    clock.Advance(milliseconds(300));
+    clock.AwaitWaiters();
+    EXPECT_EQ(engine.TakeCurrentPreSample(), nullptr);
+    EXPECT_TRUE(Waiting(held, milliseconds(100))) << "the sound started before the picture";
+
+    engine.OnVideoEndOfStream();  // every frame is queued: picture and sound start
+    ASSERT_FALSE(Waiting(held, milliseconds(2000)));
+    EXPECT_EQ(held.get(), kOk);
+    InlayBuffer* shown = nullptr;
+    for (int i = 0; i < 2000 && shown == nullptr; ++i) {
+        if ((shown = engine.TakeCurrentPreSample()) == nullptr) std::this_thread::sleep_for(milliseconds(1));
+    }
+    EXPECT_NE(shown, nullptr);
+    ReleaseInlayBuffer(shown);
+    engine.Stop();
 }
 
 TEST(RenderEngineAudio, ASeekPreviewKeepsTheSoundWaitingUntilTheStop) {

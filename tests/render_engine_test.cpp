@@ -1,8 +1,9 @@
 // The render engine driven through its sample entry on a clock the test advances: each frame is
-// presented when the clock reaches its time and not before, pause and resume, the last picture kept
-// a second, time-freeze copies, seek mode and stopping, the engine's states, and view changes
-// (gesture values, SetView, path keyframes, view sizes) showing on the next presented frame, with
-// every view sample's pixels checked against a drawing of its panorama at the angles it carries.
+// presented when the clock reaches its time and not before, the clock held back until the decoder
+// is ahead, pause and resume, the last picture kept a second, time-freeze copies, seek mode and
+// stopping, the engine's states, and view changes (gesture values, SetView, path keyframes, view
+// sizes) showing on the next presented frame, with every view sample's pixels checked against a
+// drawing of its panorama at the angles it carries.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -31,7 +32,8 @@ struct Presented {
     int64_t timeMs;
     bool seek;
     uint32_t width;
-    ViewAngles view{};  // as the view sample carries it
+    TickClock::TimePoint at;  // the test clock's reading when the frame was taken
+    ViewAngles view{};        // as the view sample carries it
     uint32_t viewWidth = 0;
     bool IsEnd() const { return width == 0; }
 };
@@ -71,7 +73,7 @@ protected:
         if (pre == nullptr) return std::nullopt;
         InlayBuffer* view = engine.TakeCurrentViewSample();
         const uint32_t number = pre->pixels ? reinterpret_cast<const uint32_t*>(pre->pixels)[0] : 0;
-        Presented seen{number, pre->time / 10'000, pre->seek, pre->width};
+        Presented seen{number, pre->time / 10'000, pre->seek, pre->width, clock.Now()};
         EXPECT_NE(view, nullptr);
         if (view != nullptr) {
             EXPECT_EQ(view->time, pre->time);
@@ -104,21 +106,45 @@ protected:
     }
 
     // Steps the clock 5 ms at a time from 2.5 ms (never to within 2 ms of a frame's time on the
-    // 5 ms grid, which the present thread polls for) until the end marker, taking every frame
-    // presented on the way; at most one frame is due per step.
-    std::vector<Presented> PlayToEnd() {
+    // 5 ms grid, which the present thread polls for) until `count` frames or the end marker came,
+    // taking every frame presented on the way; at most one frame is due per step.
+    std::vector<Presented> Play(size_t count = SIZE_MAX) {
         std::vector<Presented> seen;
         for (int step = 0; step < 2000; ++step) {
-            if (auto frame = Take()) {
+            // Once the present thread waits on the clock, whatever was due is published. The end
+            // marker is published without the clock once the last frame was taken.
+            std::optional<Presented> frame;
+            clock.AwaitWaiters([&] { return (frame = Take()) || engine.GetStateForTesting() == State::kEnded; });
+            if (frame || (frame = Take())) {
                 seen.push_back(*frame);
-                if (frame->IsEnd()) return seen;
+                if (frame->IsEnd() || seen.size() == count) return seen;
             }
-            // The end marker is published without the clock once the last frame was taken.
-            clock.AwaitWaiters([this] { return engine.GetStateForTesting() == State::kEnded; });
             clock.Advance(step == 0 ? microseconds(2'500) : microseconds(5'000));
         }
         ADD_FAILURE() << "no end marker";
         return seen;
+    }
+
+    // Moves the clock on by `wait` while the present thread holds its first frame back; a fatal
+    // failure when a frame is presented meanwhile.
+    void AssertHeldFor(milliseconds wait) {
+        std::optional<Presented> early;
+        clock.AwaitWaiters([&] { return (early = Take()).has_value(); });
+        if (!early) {
+            clock.Advance(wait);
+            clock.AwaitWaiters([&] { return (early = Take()).has_value(); });
+        }
+        ASSERT_FALSE(early.has_value()) << "frame " << early->number << " came before the decoder was ahead";
+    }
+
+    // Each frame comes in the 5 ms step that reaches its time, its time counted from `startMs`
+    // at the clock reading `origin`.
+    static void ExpectOnTime(const std::vector<Presented>& frames, TickClock::TimePoint origin, int64_t startMs) {
+        for (const Presented& p : frames) {
+            if (p.IsEnd()) continue;
+            const double lateMs = std::chrono::duration<double, std::milli>(p.at - origin).count() - (p.timeMs - startMs);
+            EXPECT_TRUE(lateMs >= 0.0 && lateMs < 5.0) << "frame " << p.number << " " << lateMs << " ms late";
+        }
     }
 
     testing::TestTickClock clock;
@@ -131,7 +157,7 @@ TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeAndNotBefore
     for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(Deliver(i + 1, i * 10), kOk);
     engine.OnVideoEndOfStream();
 
-    EXPECT_EQ(Next().number, 1u);  // the clock starts with the first frame, at once
+    EXPECT_EQ(Next().number, 1u);  // the decoder is far ahead: the clock starts at once
     clock.AwaitWaiters();
     clock.Advance(microseconds(500));  // off the frame grid, so no reading lands on a frame's time
     for (uint32_t i = 1; i < 20; ++i) {
@@ -169,6 +195,7 @@ TEST_F(RenderEngineTest, TheLastPictureStaysASecondForTheClientBeforeTheEnd) {
 TEST_F(RenderEngineTest, PauseHoldsPresentationAndResumeRunsTheClockFromTheLastFrame) {
     engine.Start(Ticks(0));
     for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(Deliver(i + 1, i * 20), kOk);
+    engine.OnVideoEndOfStream();  // every frame queued: neither start waits for more
     EXPECT_EQ(Next().number, 1u);
     clock.AwaitWaiters();  // for the frame at 20 ms
     engine.Pause();
@@ -188,6 +215,51 @@ TEST_F(RenderEngineTest, PauseHoldsPresentationAndResumeRunsTheClockFromTheLastF
     EXPECT_EQ(Next().number, 3u);
 }
 
+// A decoder slow to start (one frame, then nothing for 200 ms) must not start the clock, or every
+// frame after the first would be late; after a resume the same.
+TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAfterAStartAndAResume) {
+    engine.Start(Ticks(0));
+    ASSERT_EQ(Deliver(1, 0), kOk);
+    ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(200)));
+    for (uint32_t i = 1; i < 12; ++i) ASSERT_EQ(Deliver(i + 1, i * 40), kOk);
+    TickClock::TimePoint origin = clock.Now();  // the clock starts here: the decoder is ahead
+    std::vector<Presented> shown = Play(12);
+    ASSERT_EQ(shown.size(), 12u);
+    EXPECT_EQ(shown.front().number, 1u);
+    ExpectOnTime(shown, origin, 0);
+
+    engine.Pause();
+    engine.Start(Ticks(-1));  // from frame 12, at 440 ms
+    ASSERT_EQ(Deliver(13, 480), kOk);
+    ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(100)));
+    engine.OnVideoEndOfStream();  // the rest of the range is queued: nothing more to wait for
+    origin = clock.Now();
+    shown = Play();
+    ASSERT_EQ(shown.size(), 2u);
+    EXPECT_EQ(shown.front().number, 13u);
+    ExpectOnTime(shown, origin, 440);
+}
+
+TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanTheRangeOrHalfASecond) {
+    engine.Start(Ticks(0));
+    ASSERT_EQ(Deliver(1, 0), kOk);
+    ASSERT_EQ(Deliver(2, 40), kOk);
+    engine.OnVideoEndOfStream();  // a range of two frames
+    EXPECT_EQ(Next().number, 1u) << "the clock waited for frames past the end";
+    engine.Stop();
+
+    engine.Start(Ticks(0));
+    ASSERT_EQ(Deliver(1, 0), kOk);
+    ASSERT_EQ(Deliver(2, 40), kOk);  // then the decoder stalls
+    ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(499)));
+    clock.Advance(milliseconds(2));
+    const TickClock::TimePoint origin = clock.Now();
+    const std::vector<Presented> shown = Play(2);
+    ASSERT_EQ(shown.size(), 2u);
+    EXPECT_EQ(shown.front().number, 1u);
+    ExpectOnTime(shown, origin, 0);
+}
+
 TEST_F(RenderEngineTest, AFreezeShiftsLaterFramesAndRepeatsTheFirstFrameAfterIt) {
     StreamInfo info{};
     info.frameRate = 10.0;  // 100 ms frames
@@ -199,7 +271,7 @@ TEST_F(RenderEngineTest, AFreezeShiftsLaterFramesAndRepeatsTheFirstFrameAfterIt)
     engine.OnVideoEndOfStream();
 
     std::vector<std::pair<int64_t, uint32_t>> shown;  // presentation ms, source frame ms
-    for (const Presented& p : PlayToEnd()) {
+    for (const Presented& p : Play()) {
         if (!p.IsEnd()) shown.emplace_back(p.timeMs, p.number - 1);
     }
     // 300 ms at 10 fps: three copies of the 300 ms frame at 250, 350, 450; then it and the next
@@ -248,6 +320,7 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), kOk);
     EXPECT_EQ(engine.OnVideoSample(nullptr, kWidth * kHeight * 4, 0, 1), kOk);
     ASSERT_EQ(Deliver(5, 0), kOk);
+    engine.OnVideoEndOfStream();
 
     InlayBuffer* view = nullptr;
     for (int i = 0; i < 5000 && view == nullptr; ++i) {
@@ -275,6 +348,8 @@ TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackG
     engine.Start(Ticks(0));
     ASSERT_EQ(Deliver(1, 0), kOk);
     ASSERT_EQ(Deliver(2, 10), kOk);
+    clock.AwaitWaiters();
+    clock.Advance(milliseconds(501));  // the preroll gives up waiting for more frames
 
     // The panorama and view of the next presented frame, waiting (on the wall clock) for the
     // panorama; the view is taken right after it, so both belong to one frame.

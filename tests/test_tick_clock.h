@@ -56,11 +56,17 @@ public:
     }
 
     // Blocks until a thread waits on the clock since the last Advance (e.g. the present thread for
-    // its next frame), or until `done()` holds, which is looked at every millisecond.
+    // its next frame), or until `done()` holds, which is looked at every millisecond without the
+    // clock's lock (it may read the clock or take the engine's locks).
     template <class Done>
     void AwaitWaiters(Done done) {
         std::unique_lock<std::mutex> guard(lock_);
-        while (waiters_.empty() && !done()) parked_.wait_for(guard, std::chrono::milliseconds(1));
+        while (waiters_.empty()) {
+            guard.unlock();
+            if (done()) return;
+            guard.lock();
+            if (waiters_.empty()) parked_.wait_for(guard, std::chrono::milliseconds(1));
+        }
     }
     void AwaitWaiters() {
         std::unique_lock<std::mutex> guard(lock_);

@@ -5,7 +5,11 @@
 //    v360 filter (equirectangular to flat, bilinear, the same view size and field of view)
 //    decoding and projecting the same clip. Both run in this process, one after the other; the
 //    figure is the ratio of the two.
-// 2. Seek latency: the time from Seek to the presentation of the seek's picture, over targets
+// 2. The same playback as a host sees it, taking both samples of every frame: frames it missed,
+//    and each frame's lateness against a schedule set by the first frame (as vexel-play counts it).
+// 3. Peak memory of that playback (the process's peak resident set, reset before it, less what
+//    the process held before), against the pictures the engine holds in flight plus 10 %.
+// 4. Seek latency: the time from Seek to the presentation of the seek's picture, over targets
 //    spread across the same clip (one keyframe a second); median and maximum.
 // 3. Calls during a seek storm: 1,000 Seeks at random targets while another thread takes samples
 //    without pause and a third calls Stop every 20 ms (so seeks keep being served); the longest
@@ -21,6 +25,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 #include <string>
 #include <thread>
@@ -46,6 +51,9 @@ using Clock = std::chrono::steady_clock;
 constexpr int kViewWidth = 1920, kViewHeight = 1080;
 constexpr double kFov = 90.0;
 constexpr int kSeeks = 24;
+// The pictures the engine holds in flight: 30 decoded, 2 rendered, one in the render and one in
+// the present thread, and the current one.
+constexpr int kPicturesInFlight = 35;
 
 double ProcessCpuSeconds() {
     rusage usage{};
@@ -61,16 +69,39 @@ double ThreadCpuSeconds() {
 
 double Ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
 
+// A field of /proc/self/status in bytes (VmRSS, VmHWM); 0 when missing.
+double StatusBytes(const std::string& field) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind(field + ":", 0) == 0) return std::stod(line.substr(field.size() + 1)) * 1024.0;
+    }
+    return 0.0;
+}
+
+// Starts a new peak of the resident set (VmHWM) from the current one.
+void ResetPeakMemory() { std::ofstream("/proc/self/clear_refs") << "5"; }
+
+double Percentile(std::vector<double> values, double p) {
+    if (values.empty()) return 0.0;
+    std::sort(values.begin(), values.end());
+    return values[std::min(values.size() - 1, static_cast<size_t>(p * static_cast<double>(values.size())))];
+}
+
 struct Run {
     double cpuSeconds = 0;
     double wallSeconds = 0;
     int frames = 0;
+    std::vector<double> latenessMs;  // library playback: per frame the host saw
+    double peakBytes = 0;            // library playback: peak resident set over what came before
+    uint32_t pictureBytes = 0;       // library playback: bytes of one panorama picture
 };
 
-// Plays the clip through the library as fast as it presents; the polling thread's own CPU is not
-// counted.
+// Plays the clip through the library in real time, taking both samples of every frame as a host
+// polling every millisecond does; the polling thread's own CPU is not counted.
 Run PlayThroughLibrary(const std::string& clip, double* contentSeconds) {
     Run run;
+    ResetPeakMemory();
+    const double baseline = StatusBytes("VmRSS");
     PlayerHandle player = Create();
     if (Open(player, clip.c_str(), 0, 0, 0) != 0) {
         std::fprintf(stderr, "cannot open %s through the library\n", clip.c_str());
@@ -85,18 +116,33 @@ Run PlayThroughLibrary(const std::string& clip, double* contentSeconds) {
     const double cpu0 = ProcessCpuSeconds(), own0 = ThreadCpuSeconds();
     const Clock::time_point wall0 = Clock::now();
     Play(player, 0);
+    Clock::time_point first;
+    int64_t firstTicks = -1;
     for (bool ended = false; !ended;) {
         if (InlayBuffer* view = GetCurrentViewSample(player)) {
+            const Clock::time_point seen = Clock::now();
             ended = InlayBuffer_GetWidth(view) == 0;
-            run.frames += ended ? 0 : 1;
+            if (!ended) {
+                ++run.frames;
+                const auto ticks = static_cast<int64_t>(InlayBuffer_GetTime(view));
+                if (firstTicks < 0) {
+                    first = seen;
+                    firstTicks = ticks;
+                }
+                run.latenessMs.push_back(Ms(seen - first) - static_cast<double>(ticks - firstTicks) / 1e4);
+            }
             InlayBuffer_Release(view);
         }
-        InlayBuffer_Release(GetCurrentPreSample(player));
+        if (InlayBuffer* pre = GetCurrentPreSample(player)) {
+            run.pictureBytes = std::max(run.pictureBytes, InlayBuffer_GetWidth(pre) * InlayBuffer_GetHeight(pre) * 4);
+            InlayBuffer_Release(pre);
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         if (Clock::now() - wall0 > std::chrono::seconds(300)) break;
     }
     run.wallSeconds = std::chrono::duration<double>(Clock::now() - wall0).count();
     run.cpuSeconds = (ProcessCpuSeconds() - cpu0) - (ThreadCpuSeconds() - own0);
+    run.peakBytes = StatusBytes("VmHWM") - baseline;
     Stop(player);
     Destroy(player);
     return run;
@@ -258,6 +304,13 @@ int main(int argc, char** argv) {
     std::printf("v360 (as fast as it goes):    %.3f CPU s per s of video (%d frames, %.2f s wall)\n", referenceRate,
                 reference.frames, reference.wallSeconds);
     std::printf("ratio library / v360:         %.2f\n", libraryRate / referenceRate);
+    std::printf("host view of the playback:    %d of %d frames taken (%d missed), lateness p99 %.1f ms, max %.1f ms\n",
+                library.frames, reference.frames, reference.frames - library.frames,
+                Percentile(library.latenessMs, 0.99), Percentile(library.latenessMs, 1.0));
+    const double bound = 1.1 * kPicturesInFlight * library.pictureBytes, mib = 1024.0 * 1024.0;
+    std::printf("peak memory of the playback:  %.0f MiB, bound %.0f MiB (%d pictures of %.1f MiB + 10 %%): %.2f of it\n",
+                library.peakBytes / mib, bound / mib, kPicturesInFlight, library.pictureBytes / mib,
+                library.peakBytes / bound);
 
     const std::vector<double> latencies = SeekLatencies(clip, content);
     if (latencies.empty()) {

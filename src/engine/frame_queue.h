@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "engine/frame_record.h"
+#include "platform/tick_clock.h"
 
 namespace vexel {
 
@@ -29,6 +30,16 @@ public:
         std::unique_lock<std::mutex> guard(lock_);
         changed_.wait(guard, [&] { return cancel() || frames_.size() < bound_; });
         return !cancel();
+    }
+
+    // Waits until `count` frames wait or the end is marked, until `clock` reaches `deadline`, or
+    // until cancel() holds.
+    template <class Cancel>
+    void WaitForFrames(size_t count, TickClock& clock, TickClock::TimePoint deadline, Cancel cancel) {
+        std::unique_lock<std::mutex> guard(lock_);
+        while (frames_.size() < count && !ended_ && !cancel() && clock.Now() < deadline) {
+            clock.WaitUntil(guard, changed_, deadline);
+        }
     }
 
     // Takes the first frame, waiting for one until the end is marked; nothing once cancel() holds.

@@ -24,6 +24,10 @@ constexpr float kMsPerClockTick =
 // How long the present thread keeps the last picture of a stream for the client before the
 // empty end samples replace it.
 constexpr std::chrono::milliseconds kLastPictureHold{1000};
+// Before the clock starts playing, the decoder gets a head start: the clock waits until this many
+// frames wait behind the first one (or the stream's end is queued), for at most kPrerollLimit.
+constexpr size_t kPrerollFrames = 5;
+constexpr std::chrono::milliseconds kPrerollLimit{500};
 
 constexpr uint64_t PackViewDim(uint32_t width, uint32_t height) {
     return uint64_t{width} | (uint64_t{height} << 32);
@@ -157,13 +161,14 @@ int32_t RenderEngine::StartAt(Ticks time, bool seek) {
         // Seeking lasts until a stop; an ended engine has no threads to play with.
         to = from == State::kEnded ? State::kEnded : (seek || Seeks(from)) ? State::kSeeking : State::kPlaying;
         state_.store(to);
+        // A resume continues the sound where it paused, unless it never ran since the last start.
+        if (!resume) {
+            soundStartPosition_ = time.count();
+        } else if (!audioStartPending_) {
+            soundStartPosition_ = -1;
+        }
         clockRestartPending_ = true;
         audioStartPending_ = true;
-    }
-    if (resume) {
-        if (audioOutput_ && !Seeks(to)) audioOutput_->Run(-1);  // the sound runs on at once
-        std::lock_guard<std::mutex> guard(stateLock_);
-        audioStartPending_ = false;
     }
     WakeWaits();
     if (!renderThread_.IsStarted() && !presentThread_.IsStarted()) {
@@ -341,6 +346,7 @@ void RenderEngine::PresentThreadProc() {
         std::unique_ptr<FrameRecord> frame = renderedQueue_.Take([this] { return !Takes(state_.load()); }).frame;
         if (!frame) continue;
         if (frame->IsEndMarker()) {
+            ClockElapsedMs();  // a resume with no picture left still runs the rest of the sound
             WaitSamplesTaken();
             PublishSamples(std::move(frame));
             Transition({State::kPlaying, State::kPaused, State::kSeeking, State::kSeekFrameShown}, State::kEnded);
@@ -360,6 +366,7 @@ void RenderEngine::PresentThreadProc() {
 }
 
 bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame, float leadMs) {
+    if (!Preroll()) return false;
     const float target = static_cast<float>(ToMs(Ticks(frame.time))) - leadMs;
     const bool poll = leadMs == 0.0f;  // deciding a view early needs no poll's precision
     for (;;) {
@@ -385,19 +392,34 @@ bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame, float leadM
     }
 }
 
+bool RenderEngine::Preroll() {
+    {
+        std::lock_guard<std::mutex> guard(stateLock_);
+        if (!clockRestartPending_ || state_.load() != State::kPlaying) return true;
+    }
+    // The present thread holds the first frame; the render thread takes frames from the decoded
+    // queue as the rendered queue has room, so what waits there is the decoder's lead.
+    decodedQueue_.WaitForFrames(kPrerollFrames, *clock_, clock_->Now() + kPrerollLimit,
+                                [this] { return state_.load() != State::kPlaying; });
+    return !Stopping();
+}
+
 float RenderEngine::ClockElapsedMs() {
     bool startSound = false;
+    int64_t soundPosition = -1;
     {
         std::lock_guard<std::mutex> guard(stateLock_);
         if (!std::exchange(clockRestartPending_, false)) {
             return static_cast<float>((clock_->Now() - clockOrigin_).count()) * kMsPerClockTick;
         }
-        startSound = audioStartPending_ && audioOutput_ && !Seeks(state_.load());
+        // Paused before the clock started, the sound waits for the resume.
+        startSound = audioStartPending_ && audioOutput_ && state_.load() == State::kPlaying;
+        soundPosition = soundStartPosition_;
     }
     clockOrigin_ = clock_->Now();
     // The sound starts at the clock's origin, from the position the clock starts at.
     if (startSound) {
-        audioOutput_->Run(static_cast<int64_t>(startPosition_.load()));
+        audioOutput_->Run(soundPosition);
         {
             std::lock_guard<std::mutex> guard(stateLock_);
             audioStartPending_ = false;

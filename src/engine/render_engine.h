@@ -105,7 +105,8 @@ public:
     void SetViewDim(uint32_t width, uint32_t height);
     void SetVolume(int32_t volume);
 
-    // Playback control (Player's thread). Start(t >= 0) plays from t; Start(-1) resumes.
+    // Playback control (Player's thread). Start(t >= 0) plays from t; Start(-1) resumes. Either
+    // way the clock and the sound start together, once the decoder is a few frames ahead (Preroll).
     int32_t Start(Ticks time);
     int32_t StartSeek(Ticks time);  // presents the first frame that arrives at once
     int32_t Pause();
@@ -194,8 +195,13 @@ private:
     void RenderFrameView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable);
     // RenderFrameView, or on failure (out of memory) the frame loses its view sample and logs once.
     void DrawView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable);
-    // Waits until the clock reaches `leadMs` before the frame's time (at once in seek mode); false
-    // when stopping. Only the wait for the frame's time itself (no lead) polls its last stretch.
+    // Before the first clock reading after a Start in kPlaying, waits until the decoded queue holds
+    // kPrerollFrames, the stream's end is queued, or kPrerollLimit passed on the clock; ends early
+    // when the engine leaves kPlaying. False when stopping.
+    bool Preroll();
+    // Waits (after the preroll) until the clock reaches `leadMs` before the frame's time (at once in
+    // seek mode); false when stopping. Only the wait for the frame's time itself (no lead) polls its
+    // last stretch.
     bool WaitForPresentationTime(const FrameRecord& frame, float leadMs);
     float ClockElapsedMs();
     void PublishSamples(std::unique_ptr<FrameRecord> frame);
@@ -224,6 +230,7 @@ private:
     std::atomic<State> state_{State::kIdle};  // written under stateLock_, read anywhere
     bool clockRestartPending_ = false;  // the next clock reading sets a new origin
     bool audioStartPending_ = false;    // ... and starts the sound; audio blocks wait meanwhile
+    int64_t soundStartPosition_ = -1;   // where the sound starts; -1 continues after a pause
     std::atomic<double> startPosition_{0.0};  // ticks at which the clock starts
 
     uint32_t sourceWidth_ = 0;
