@@ -133,13 +133,13 @@ protected:
         return Find(object, method, from).size();
     }
 
-    // Calls on either reader from index `from` on, reference counting left out.
+    // Calls on either reader from index `from` on.
     size_t ReaderCalls(size_t from = 0) const {
         const std::vector<ScriptedCall> log = host.Log();
         size_t count = 0;
         for (size_t i = from; i < log.size(); ++i) {
-            const std::string object = ObjectName(log[i].object), method = log[i].method;
-            if ((object == "video" || object == "audio") && method != "AddRef" && method != "Release") ++count;
+            const std::string object = ObjectName(log[i].object);
+            if (object == "video" || object == "audio") ++count;
         }
         return count;
     }

@@ -12,7 +12,6 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -44,7 +43,6 @@ struct ReaderRecord {
     std::atomic<uint64_t> endOfStreams{0};
     std::atomic<uint64_t> deliveriesEnded{0};
     std::atomic<uint64_t> faults{0};
-    std::atomic<int64_t> lastPushedTime{-1};
     std::atomic<bool> destroyed{false};
 };
 
@@ -62,24 +60,14 @@ ScriptedScript CurrentScript() {
     return gScript;
 }
 
-uint64_t ThreadTag() { return std::hash<std::thread::id>{}(std::this_thread::get_id()); }
-
-void Log(const char* object, const char* method, std::initializer_list<int64_t> args = {},
-         int64_t result = 0, const void* record = nullptr, size_t recordSize = 0) {
+void Log(const char* object, const char* method, std::initializer_list<int64_t> args = {}) {
     ScriptedCall call{};
     std::snprintf(call.object, sizeof call.object, "%s", object);
     std::snprintf(call.method, sizeof call.method, "%s", method);
     for (int64_t arg : args) {
         if (call.argCount < 4) call.args[call.argCount++] = arg;
     }
-    call.result = result;
-    if (record != nullptr) {
-        call.recordSize = static_cast<uint32_t>(std::min(recordSize, sizeof call.record));
-        std::memcpy(call.record, record, call.recordSize);
-    }
-    call.threadTag = ThreadTag();
     std::lock_guard<std::mutex> lock(gMutex);
-    call.sequence = gLog.size();
     gLog.push_back(call);
 }
 
@@ -104,7 +92,6 @@ public:
         const uint32_t count = refs_.fetch_add(1) + 1;
         gLiveReferences.fetch_add(1);
         CountChanged(count);
-        Log(name_, "AddRef", {}, count);
         return count;
     }
 
@@ -112,11 +99,7 @@ public:
         const uint32_t count = refs_.fetch_sub(1) - 1;
         gLiveReferences.fetch_sub(1);
         CountChanged(count);
-        Log(name_, "Release", {}, count);
-        if (count == 0) {
-            Log(name_, "Destroyed");
-            delete this;
-        }
+        if (count == 0) delete this;
         return count;
     }
 
@@ -139,8 +122,6 @@ private:
     char name_[24] = {};
 };
 
-int64_t GuidArg(const GUID* id) { return id != nullptr ? id->Data1 : 0; }
-
 // ---------------------------------------------------------------------------------------------
 // Samples
 
@@ -153,23 +134,15 @@ public:
           stop_(stop),
           mediaKind_(mediaKind) {}
 
-    int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
-        return E_NOINTERFACE;
-    }
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
     int32_t GetBuffer(BufferDesc* buffer) override {
-        Log(name(), "GetBuffer", {buffer != nullptr});
         if (buffer == nullptr) return E_FAIL;
         buffer->data = data_.data();  // the host writes only the first 12 bytes
         buffer->size = static_cast<uint32_t>(data_.size());
         return 0;
     }
-    int32_t BufferAcquired() override {
-        Log(name(), "BufferAcquired");
-        return 0;
-    }
+    int32_t BufferAcquired() override { return 0; }
     int32_t GetInfo(SampleInfo* info) override {
-        Log(name(), "GetInfo", {}, 0, info, info ? sizeof(SampleInfo) : 0);
         if (info == nullptr) return E_FAIL;
         info->startTime = start_;
         info->stopTime = stop_;
@@ -217,28 +190,16 @@ public:
     explicit Description(const ScriptedScript& script)
         : Object(Kind::Description), script_(script) {}
 
-    int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
-        return E_NOINTERFACE;
-    }
-    int32_t Reserved1() override {
-        Log(name(), "Reserved1");
-        return 0;
-    }
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
+    int32_t Reserved1() override { return 0; }
     int32_t GetStreamCount(uint32_t* count) override {
-        Log(name(), "GetStreamCount", {count != nullptr});
         if (count == nullptr) return E_FAIL;
         *count = script_.streamCount;
         return 0;
     }
-    // Logged arguments: index, *first, *second and *streamDuration as found on entry (-1 for a
-    // null pointer), and whether the reserved argument was null.
     int32_t GetStreamInfo(uint16_t index, uint64_t* first, StreamInfo* info, uint64_t* second,
-                          uint64_t* streamDuration, void* reserved) override {
-        auto entry = [](const uint64_t* p) { return p ? static_cast<int64_t>(*p) : -1; };
-        Log(name(), "GetStreamInfo",
-            {index, entry(second), entry(streamDuration), reserved == nullptr}, 0, first,
-            first ? sizeof *first : 0);
+                          uint64_t* streamDuration, void*) override {
+        Log(name(), "GetStreamInfo", {index});
         if (info == nullptr || index >= script_.streamCount || index >= 4) return E_FAIL;
         const ScriptedStream& s = script_.streams[index];
         std::memset(info, 0xA5, sizeof *info);  // bytes the player must carry along untouched
@@ -262,23 +223,11 @@ class Stream final : public Object<MediaStream> {
 public:
     Stream() : Object(Kind::Stream) {}
 
-    int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
-        return E_NOINTERFACE;
-    }
-    int32_t Reserved1() override { return LogReserved("Reserved1"); }
-    int32_t Reserved2() override { return LogReserved("Reserved2"); }
-    int32_t Reserved3() override { return LogReserved("Reserved3"); }
-    int32_t SetProperty(const PropertyHeader* record) override {
-        Log(name(), "SetProperty", {}, 0, record, record ? record->size : 0);
-        return 0;
-    }
-
-private:
-    int32_t LogReserved(const char* method) {
-        Log(name(), method);
-        return 0;
-    }
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
+    int32_t Reserved1() override { return 0; }
+    int32_t Reserved2() override { return 0; }
+    int32_t Reserved3() override { return 0; }
+    int32_t SetProperty(const PropertyHeader*) override { return 0; }
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -313,7 +262,7 @@ public:
                 status = Answer(static_cast<PlaybackStatus*>(this), out);
             }
         }
-        Log(name(), "QueryInterface", {GuidArg(id)}, status, id, id ? sizeof(GUID) : 0);
+        Log(name(), "QueryInterface", {id != nullptr ? id->Data1 : 0});
         return status;
     }
 
@@ -321,12 +270,10 @@ public:
     int32_t Reserved2() override { return LogReserved("Reserved2"); }
     int32_t Reserved4() override { return LogReserved("Reserved4"); }
 
-    // The path is logged as its record; its pointer as the argument.
-    int32_t Open(const char* utf8Path, MediaDescription** out) override {
+    int32_t Open(const char*, MediaDescription** out) override {
         script_ = CurrentScript();
-        const size_t length = utf8Path ? std::strlen(utf8Path) + 1 : 0;
         const int32_t status = script_.failOpen || out == nullptr ? E_FAIL : 0;
-        Log(name(), "Open", {reinterpret_cast<intptr_t>(utf8Path)}, status, utf8Path, length);
+        Log(name(), "Open");
         if (out == nullptr) return E_FAIL;
         *out = nullptr;
         if (status != 0) return status;
@@ -338,7 +285,7 @@ public:
 
     int32_t SelectStream(uint32_t index, MediaStream** out) override {
         const bool valid = index < script_.streamCount && index < 4 && out != nullptr;
-        Log(name(), "SelectStream", {index}, valid ? 0 : E_FAIL);
+        Log(name(), "SelectStream", {index});
         if (!valid) return E_FAIL;
         kind_ = static_cast<int32_t>(script_.streams[index].kind);
         record_->kind = kind_;
@@ -357,9 +304,8 @@ public:
         return 0;
     }
 
-    // MediaFormat requests are logged as they arrive, before the reader fills them in.
     int32_t GetProperty(PropertyHeader* record) override {
-        Log(name(), "GetProperty", {}, 0, record, record ? record->size : 0);
+        Log(name(), "GetProperty");
         if (record == nullptr || record->size < sizeof(MediaFormat) ||
             record->key != KEY_MediaFormat) {
             return E_FAIL;
@@ -381,8 +327,8 @@ public:
         return 0;
     }
 
-    int32_t SetProperty(const PropertyHeader* record) override {
-        Log(name(), "SetProperty", {}, 0, record, record ? record->size : 0);
+    int32_t SetProperty(const PropertyHeader*) override {
+        Log(name(), "SetProperty");
         return 0;
     }
 
@@ -449,7 +395,7 @@ public:
     // PlaybackStatus
     int32_t GetState(uint32_t* state) override {
         const uint32_t value = gBusy ? kStateRunning : record_->state.load();
-        Log(name(), "GetState", {}, value);
+        Log(name(), "GetState");
         if (state == nullptr) return E_FAIL;
         *state = value;
         return 0;
@@ -505,7 +451,6 @@ private:
                                       start, start + interval, video ? 0u : 2u);
             sample->AddRef();
             record_->pushesStarted++;
-            record_->lastPushedTime = start;
             int32_t status = E_FAIL;
             try {
                 status = sink->Push(sample);
@@ -562,20 +507,10 @@ class Host final : public Object<CodecHost> {
 public:
     Host() : Object(Kind::Host) {}
 
-    int32_t QueryInterface(const GUID* id, void**) override {
-        Log(name(), "QueryInterface", {GuidArg(id)}, E_NOINTERFACE, id, id ? sizeof(GUID) : 0);
-        return E_NOINTERFACE;
-    }
-    int32_t Reserved1() override {
-        Log(name(), "Reserved1");
-        return 0;
-    }
-    int32_t Reserved2() override {
-        Log(name(), "Reserved2");
-        return 0;
-    }
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
+    int32_t Reserved1() override { return 0; }
+    int32_t Reserved2() override { return 0; }
     int32_t CreateReader(MediaReader** out) override {
-        Log(name(), "CreateReader", {out != nullptr});
         if (out == nullptr) return E_FAIL;
         auto* reader = new Reader();
         reader->AddRef();
@@ -591,7 +526,6 @@ public:
 
 SCRIPTED_EXPORT int32_t CreateCodecHost(CodecHost** out) {
     const bool fail = CurrentScript().failCreateHost;
-    Log("module", "CreateCodecHost", {out != nullptr}, fail ? E_FAIL : 0);
     if (out == nullptr) return E_FAIL;
     *out = nullptr;
     if (fail) return E_FAIL;
@@ -603,7 +537,6 @@ SCRIPTED_EXPORT int32_t CreateCodecHost(CodecHost** out) {
 
 SCRIPTED_EXPORT void ScriptedHost_Configure(const ScriptedScript* script) {
     if (script == nullptr) return;
-    gBusy = script->stateBusy;
     std::lock_guard<std::mutex> lock(gMutex);
     gScript = *script;
 }
@@ -648,7 +581,6 @@ SCRIPTED_EXPORT bool ScriptedHost_ReaderStats(uint32_t reader, ScriptedReaderSta
     out->endOfStreams = record->endOfStreams;
     out->deliveriesEnded = record->deliveriesEnded;
     out->faults = record->faults;
-    out->lastPushedTime = record->lastPushedTime;
     out->destroyed = record->destroyed;
     return true;
 }

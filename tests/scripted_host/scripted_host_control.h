@@ -1,5 +1,5 @@
 // Control surface of the scripted codec host, a libDecodeHost.so made for tests. The host plays a
-// configurable script instead of decoding files, records every call made on its objects, and counts
+// configurable script instead of decoding files, records the calls made on its readers, and counts
 // its live objects and references, so a test can check exactly what the player asked of it.
 //
 // A test reaches the host through the same module handle the player gets: ScriptedHostControl
@@ -53,22 +53,15 @@ struct ScriptedScript {
     bool failOpen = false;           // MediaReader::Open answers a negative status, no description
     bool noPlaybackControl = false;  // readers refuse QueryInterface(PlaybackControl)
     bool noPlaybackStatus = false;   // controls refuse QueryInterface(PlaybackStatus)
-    bool stateBusy = false;          // GetState reports 2 (busy) whatever the reader does
 };
 
-// One call on an object of the host. Objects are named by kind and a 1-based number per kind:
-// "module" (CreateCodecHost), "host1", "reader2", "description1", "stream1", "sample7".
-// "Destroyed" entries mark an object's end (its last Release).
+// One call on a reader (or GetStreamInfo on a description), reference counting left out.
+// Objects are named by kind and a 1-based number per kind: "reader2", "description1".
 struct ScriptedCall {
-    uint64_t sequence;
     char object[24];
     char method[24];
     uint32_t argCount;
     int64_t args[4];
-    int64_t result;       // status, or the new count for AddRef and Release
-    uint32_t recordSize;  // bytes kept in record
-    uint8_t record[112];  // property records and GUIDs as received, byte for byte
-    uint64_t threadTag;   // distinguishes the calling threads
 };
 
 // What one reader did with its span deliveries. Readers are numbered as in the log.
@@ -82,7 +75,6 @@ struct ScriptedReaderStats {
     uint64_t endOfStreams;     // EndOfStream calls on the sink
     uint64_t deliveriesEnded;  // delivery threads that have finished
     uint64_t faults;           // exceptions out of Push
-    int64_t lastPushedTime;    // start time of the last sample handed to Push, -1 before any
     bool destroyed;
 };
 
