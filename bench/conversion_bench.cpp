@@ -20,13 +20,15 @@ constexpr uint32_t kWidth = 3840, kHeight = 1920;
 
 template <class Fn>
 Fn ModuleFunction(const char* fileName, const char* symbol) {
-    void* module = dlopen((std::string(VEXEL_MODULE_DIR) + "/" + fileName).c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* module =
+        dlopen((std::string(VEXEL_MODULE_DIR) + "/" + fileName).c_str(), RTLD_NOW | RTLD_LOCAL);
     return module != nullptr ? reinterpret_cast<Fn>(dlsym(module, symbol)) : nullptr;
 }
 
 std::vector<uint8_t> Yuy2Picture() {
     std::vector<uint8_t> picture(size_t{kWidth} * kHeight * 2);
-    for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<uint8_t>(16 + (i * 7 + i / 4096) % 224);
+    for (size_t i = 0; i < picture.size(); ++i)
+        picture[i] = static_cast<uint8_t>(16 + (i * 7 + i / 4096) % 224);
     return picture;
 }
 
@@ -47,13 +49,15 @@ void Yuy2ToBgraScalar(const uint8_t* in, uint8_t* out, uint32_t width, uint32_t 
 }
 
 void BM_Yuy2ToBgra_Libyuv(benchmark::State& state) {
-    const auto convert = ModuleFunction<ConvertBuffersFn>(kPixelConvertModule, kConvertBuffersSymbol);
+    const auto convert =
+        ModuleFunction<ConvertBuffersFn>(kPixelConvertModule, kConvertBuffersSymbol);
     if (convert == nullptr) return state.SkipWithError("libPixelConvert.so not found");
     auto in = Yuy2Picture();
     std::vector<uint8_t> out(size_t{kWidth} * kHeight * 4);
     PixelBufferDesc source{}, destination{};
     source = {kPixelFormatYuy2, 0, kWidth, kHeight, 0, {}, kWidth * 2, 1, {}, in.data(), {}};
-    destination = {kPixelFormatBgra32, 0, kWidth, kHeight, 0, {}, kWidth * 4, 1, {}, out.data(), {}};
+    destination = {kPixelFormatBgra32, 0, kWidth, kHeight,    0, {},
+                   kWidth * 4,         1, {},     out.data(), {}};
     for (auto _ : state) {
         convert(&source, &destination);
         benchmark::DoNotOptimize(out.data());
@@ -83,7 +87,8 @@ struct DualFrame {
     UnwrapTarget target{};
 
     DualFrame() {
-        for (size_t i = 0; i < in.size(); ++i) in[i] = 0xFF000000u | static_cast<uint32_t>(i * 2654435761u >> 8);
+        for (size_t i = 0; i < in.size(); ++i)
+            in[i] = 0xFF000000u | static_cast<uint32_t>(i * 2654435761u >> 8);
         source.height = kHeight;
         source.width = kWidth;
         source.radius = kHeight / 2;
@@ -97,7 +102,13 @@ struct DualFrame {
     }
 
     unwrap::Geometry Geometry() const {
-        return {kWidth, kHeight, kWidth, kHeight, source.radius, source.lensAngle, 2,
+        return {kWidth,
+                kHeight,
+                kWidth,
+                kHeight,
+                source.radius,
+                source.lensAngle,
+                2,
                 {{source.leftRow, source.leftColumn}, {source.rightRow, source.rightColumn}}};
     }
 };
@@ -121,16 +132,20 @@ void BM_DualUnwrap_Kernel(benchmark::State& state) {
     const auto map = unwrap::BuildMap(frame.Geometry());
     const unwrap::SourcePicture source{frame.in.data(), kWidth};
     for (auto _ : state) {
-        (kPlain ? unwrap::UnwrapPlain : unwrap::UnwrapSse41)(source, map->taps.data(), map->taps.size(),
-                                                             map->blends.data(), map->blends.size(),
-                                                             frame.out.data());
+        (kPlain ? unwrap::UnwrapPlain : unwrap::UnwrapSse41)(source, map->taps.data(),
+                                                             map->taps.size(), map->blends.data(),
+                                                             map->blends.size(), frame.out.data());
         benchmark::DoNotOptimize(frame.out.data());
     }
     state.SetItemsProcessed(state.iterations());
     state.counters["blended"] = static_cast<double>(map->blends.size()) / map->taps.size();
 }
-BENCHMARK(BM_DualUnwrap_Kernel<true>)->Name("BM_DualUnwrap_PlainKernel")->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_DualUnwrap_Kernel<false>)->Name("BM_DualUnwrap_Sse41Kernel")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DualUnwrap_Kernel<true>)
+    ->Name("BM_DualUnwrap_PlainKernel")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DualUnwrap_Kernel<false>)
+    ->Name("BM_DualUnwrap_Sse41Kernel")
+    ->Unit(benchmark::kMillisecond);
 
 void BM_DualUnwrap_MapBuild(benchmark::State& state) {
     const DualFrame frame;

@@ -26,7 +26,8 @@ FramePtr Picture(AVPixelFormat format) {
     frame->color_range = AVCOL_RANGE_MPEG;
     if (av_frame_get_buffer(frame.get(), 0) < 0) return nullptr;
     for (int p = 0; p < 4 && frame->buf[p] != nullptr; ++p) {
-        for (size_t i = 0; i < frame->buf[p]->size; ++i) frame->buf[p]->data[i] = static_cast<uint8_t>(96 + i % 61);
+        for (size_t i = 0; i < frame->buf[p]->size; ++i)
+            frame->buf[p]->data[i] = static_cast<uint8_t>(96 + i % 61);
     }
     return frame;
 }
@@ -39,13 +40,15 @@ void BM_Picture_Libyuv(benchmark::State& state) {
         if (!converter.Convert(frame.get(), out.data())) state.SkipWithError("conversion failed");
         benchmark::DoNotOptimize(out.data());
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(out.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(out.size()));
 }
 
 void BM_Picture_Swscale(benchmark::State& state) {
     FramePtr frame = Picture(static_cast<AVPixelFormat>(state.range(0)));
-    SwsPtr context(sws_getContext(kWidth, kHeight, static_cast<AVPixelFormat>(frame->format), kWidth,
-                                  kHeight, AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr, nullptr));
+    SwsPtr context(sws_getContext(kWidth, kHeight, static_cast<AVPixelFormat>(frame->format),
+                                  kWidth, kHeight, AV_PIX_FMT_BGRA, SWS_BILINEAR, nullptr, nullptr,
+                                  nullptr));
     sws_setColorspaceDetails(context.get(), sws_getCoefficients(SWS_CS_ITU709), 0,
                              sws_getCoefficients(SWS_CS_DEFAULT), 1, 0, 1 << 16, 1 << 16);
     std::vector<uint8_t> out(static_cast<size_t>(kWidth) * kHeight * 4);
@@ -56,7 +59,8 @@ void BM_Picture_Swscale(benchmark::State& state) {
         sws_scale(context.get(), frame->data, frame->linesize, 0, kHeight, planes, strides);
         benchmark::DoNotOptimize(out.data());
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(out.size()));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                            static_cast<int64_t>(out.size()));
 }
 
 void Formats(benchmark::internal::Benchmark* b) {

@@ -1,10 +1,10 @@
 // The render engine's own cost per frame (row reversal, queueing, rendering a 1x1 view, publishing)
 // against one memcpy of the frame, and the CPU and memory it takes to present a 30 fps stream.
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <cstring>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -42,14 +42,18 @@ void BM_EngineFrameCost(benchmark::State& state) {
     int64_t frames = 0;
     for (auto _ : state) {
         // Times one tick apart: every frame is due at once.
-        for (int i = 0; i < 8; ++i, ++frames) engine.OnVideoSample(frame.data(), kFrameBytes, frames + 1, frames + 2);
+        for (int i = 0; i < 8; ++i, ++frames)
+            engine.OnVideoSample(frame.data(), kFrameBytes, frames + 1, frames + 2);
         WaitPresented(engine, frames);
     }
     engine.Stop();
     state.SetItemsProcessed(frames);
     state.SetBytesProcessed(frames * static_cast<int64_t>(kFrameBytes));
 }
-BENCHMARK(BM_EngineFrameCost)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+BENCHMARK(BM_EngineFrameCost)
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 void BM_FrameMemcpy(benchmark::State& state) {
     std::vector<uint8_t> source(kFrameBytes, 0x5A), destination(kFrameBytes);
@@ -93,12 +97,14 @@ void BM_PresentThirtyFps(benchmark::State& state) {
             engine.OnVideoSample(frame.data(), kFrameBytes, time, time + 333'333);
         }
         WaitPresented(engine, time);
-        const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double wall =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         engine.Stop();
         rusage after{};
         getrusage(RUSAGE_SELF, &after);
         auto cpu = [](const rusage& r) {
-            return r.ru_utime.tv_sec + r.ru_stime.tv_sec + (r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1e6;
+            return r.ru_utime.tv_sec + r.ru_stime.tv_sec +
+                   (r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1e6;
         };
         state.counters["cpu_percent"] = 100.0 * (cpu(after) - cpu(before)) / wall;
         state.counters["peak_rss_mb"] = after.ru_maxrss / 1024.0;

@@ -42,7 +42,8 @@ struct Panorama {
     Panorama() : pixels(static_cast<size_t>(kSourceWidth) * kSourceHeight), rows(kSourceHeight) {
         std::mt19937 random(1);
         for (uint32_t& pixel : pixels) pixel = static_cast<uint32_t>(random());
-        for (int32_t i = 0; i < kSourceHeight; ++i) rows[i] = pixels.data() + static_cast<size_t>(i) * kSourceWidth;
+        for (int32_t i = 0; i < kSourceHeight; ++i)
+            rows[i] = pixels.data() + static_cast<size_t>(i) * kSourceWidth;
     }
 };
 
@@ -84,7 +85,8 @@ void RunFrames(benchmark::State& state, int32_t width, int32_t height, Frame fra
     for (auto _ : state) frame();
     const double perFrame = (ThreadCpuSeconds() - start) / state.iterations();
     state.counters["Mpix/s"] =
-        benchmark::Counter(static_cast<double>(width) * height * state.iterations() / 1e6, benchmark::Counter::kIsRate);
+        benchmark::Counter(static_cast<double>(width) * height * state.iterations() / 1e6,
+                           benchmark::Counter::kIsRate);
     state.counters["x_memcpy"] = perFrame / copy;
 }
 
@@ -124,8 +126,8 @@ void TemporaryProjector(benchmark::State& state) {
     const Panorama& panorama = TestPanorama();
     std::vector<uint32_t> view(1920 * 1080);
     RunFrames(state, 1920, 1080, [&] {
-        vexel::RenderPanoramaView(panorama.pixels.data(), kSourceWidth, kSourceHeight, view.data(), 1920, 1080, 0,
-                                  0, kFov);
+        vexel::RenderPanoramaView(panorama.pixels.data(), kSourceWidth, kSourceHeight, view.data(),
+                                  1920, 1080, 0, 0, kFov);
         benchmark::DoNotOptimize(view.data());
         benchmark::ClobberMemory();
     });
@@ -143,13 +145,14 @@ void V360(benchmark::State& state, AVPixelFormat format, Case c) {
     }
     std::mt19937 random(2);
     for (int plane = 0; plane < 4 && input->data[plane] != nullptr; ++plane) {
-        const int rows = plane == 0 || format == AV_PIX_FMT_BGRA ? kSourceHeight : kSourceHeight / 2;
+        const int rows =
+            plane == 0 || format == AV_PIX_FMT_BGRA ? kSourceHeight : kSourceHeight / 2;
         for (int64_t i = 0; i < static_cast<int64_t>(input->linesize[plane]) * rows; ++i) {
             input->data[plane][i] = static_cast<uint8_t>(random());
         }
     }
-    V360Graph g = MakeV360Graph(kSourceWidth, kSourceHeight, format, AVRational{1, 25}, c.width, c.height, kFov,
-                                c.tilt, 1);
+    V360Graph g = MakeV360Graph(kSourceWidth, kSourceHeight, format, AVRational{1, 25}, c.width,
+                                c.height, kFov, c.tilt, 1);
     AVFilterContext *in = g.in, *out = g.out;
     if (in == nullptr) {
         state.SkipWithError("cannot set up the v360 filter");
@@ -158,7 +161,8 @@ void V360(benchmark::State& state, AVPixelFormat format, Case c) {
         int64_t pts = 0;
         const auto push = [&] {
             input->pts = pts++;
-            if (av_buffersrc_add_frame_flags(in, input, AV_BUFFERSRC_FLAG_KEEP_REF) < 0) std::abort();
+            if (av_buffersrc_add_frame_flags(in, input, AV_BUFFERSRC_FLAG_KEEP_REF) < 0)
+                std::abort();
             while (av_buffersink_get_frame(out, projected) >= 0) av_frame_unref(projected);
         };
         push();  // the filter builds its maps with the first frame
@@ -173,16 +177,21 @@ void V360(benchmark::State& state, AVPixelFormat format, Case c) {
 const bool kRegistered = [] {
     for (const vexel::RowKernel& kernel : vexel::SupportedRowKernels()) {
         for (const Case& c : kCases) {
-            const std::string name = std::string("Projection/") + vexel::CpuKernelName(kernel.level) + "/" + c.name;
-            benchmark::RegisterBenchmark(name.c_str(), ReusedProjector, &kernel, c)->Unit(benchmark::kMillisecond);
+            const std::string name =
+                std::string("Projection/") + vexel::CpuKernelName(kernel.level) + "/" + c.name;
+            benchmark::RegisterBenchmark(name.c_str(), ReusedProjector, &kernel, c)
+                ->Unit(benchmark::kMillisecond);
         }
     }
-    benchmark::RegisterBenchmark("Projection/temporary_projector/1920x1080_centre", TemporaryProjector)
+    benchmark::RegisterBenchmark("Projection/temporary_projector/1920x1080_centre",
+                                 TemporaryProjector)
         ->Unit(benchmark::kMillisecond);
     for (const Case& c : {kCases[0], kCases[2]}) {
         for (const AVPixelFormat format : {AV_PIX_FMT_BGRA, AV_PIX_FMT_YUV420P}) {
-            const std::string name = std::string("v360/") + av_get_pix_fmt_name(format) + "/" + c.name;
-            benchmark::RegisterBenchmark(name.c_str(), V360, format, c)->Unit(benchmark::kMillisecond);
+            const std::string name =
+                std::string("v360/") + av_get_pix_fmt_name(format) + "/" + c.name;
+            benchmark::RegisterBenchmark(name.c_str(), V360, format, c)
+                ->Unit(benchmark::kMillisecond);
         }
     }
     return true;

@@ -33,9 +33,9 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "%s: cannot open %s\n", argv[0], argv[1]);
         return 1;
     }
-    std::printf("%ux%u (half the stream's size), %.2f frames/s, library %d.%d.%d\n", GetWidth(player.get()),
-                GetHeight(player.get()), GetFrameRate(player.get()), VEXEL_VERSION_MAJOR, VEXEL_VERSION_MINOR,
-                VEXEL_VERSION_PATCH);
+    std::printf("%ux%u (half the stream's size), %.2f frames/s, library %d.%d.%d\n",
+                GetWidth(player.get()), GetHeight(player.get()), GetFrameRate(player.get()),
+                VEXEL_VERSION_MAJOR, VEXEL_VERSION_MINOR, VEXEL_VERSION_PATCH);
 
     Play(player.get(), 0);
     const auto start = std::chrono::steady_clock::now();
@@ -45,8 +45,9 @@ int main(int argc, char** argv) {
         Sample view(GetCurrentViewSample(player.get()));
         if (!view) continue;                               // no new frame since the last look
         if (InlayBuffer_GetWidth(view.get()) == 0) break;  // the end marker: the video is over
-        std::printf("%6.2f s: view %ux%u pan %6.1f tilt %5.1f fov %5.1f\n", InlayBuffer_GetTime(view.get()) / 1e7,
-                    InlayBuffer_GetWidth(view.get()), InlayBuffer_GetHeight(view.get()), InlayBuffer_GetPan(view.get()),
+        std::printf("%6.2f s: view %ux%u pan %6.1f tilt %5.1f fov %5.1f\n",
+                    InlayBuffer_GetTime(view.get()) / 1e7, InlayBuffer_GetWidth(view.get()),
+                    InlayBuffer_GetHeight(view.get()), InlayBuffer_GetPan(view.get()),
                     InlayBuffer_GetTilt(view.get()), InlayBuffer_GetFov(view.get()));
     }
     Stop(player.get());

@@ -1,10 +1,9 @@
 // The audio block plan for any block and freeze lookup: every piece must lie inside the split
 // block, and filling it must read only the block's own bytes (AddressSanitizer watches both).
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
+#include <fuzzer/FuzzedDataProvider.h>
 #include <vector>
 
 #include "audio/audio_block_plan.h"
@@ -46,14 +45,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     input.frameBytes = Any<uint32_t>(in);
 
     const vexel::AudioBlockPlan plan(input);
-    if (plan.HeadBytes() > input.size || plan.TailBytes() > input.size - plan.HeadBytes()) std::abort();
+    if (plan.HeadBytes() > input.size || plan.TailBytes() > input.size - plan.HeadBytes())
+        std::abort();
     const std::vector<uint8_t> block(input.size, 0x5a);
     std::vector<uint8_t> out;
     const uint32_t count = plan.PieceCount();
     for (uint32_t i = 0; i < count; ++i) {
         if (i == kPiecesChecked && count > kPiecesChecked + 1) i = count - 1;
         const vexel::AudioPiece piece = plan.Piece(i);
-        if (piece.offset > plan.TotalBytes() || piece.size > plan.TotalBytes() - piece.offset) std::abort();
+        if (piece.offset > plan.TotalBytes() || piece.size > plan.TotalBytes() - piece.offset)
+            std::abort();
         out.assign(piece.size, 0);
         plan.Fill(block.data(), piece, out.data(), 0);
     }

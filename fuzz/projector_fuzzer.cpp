@@ -1,9 +1,8 @@
 // The projector's parameters through RenderPanoramaView: source and view sizes (bounded so that one
 // input renders in milliseconds) and any pan, tilt and field of view, non-finite ones included.
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <bit>
 #include <cstdint>
+#include <fuzzer/FuzzedDataProvider.h>
 #include <vector>
 
 #include "projection/view_projector.h"
@@ -29,7 +28,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     std::vector<uint32_t> source(width > 0 && height > 0 ? static_cast<size_t>(width) * height : 1);
     for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint32_t>(i * 2654435761u);
-    std::vector<uint32_t> view(viewWidth > 0 && viewHeight > 0 ? static_cast<size_t>(viewWidth) * viewHeight : 1);
-    vexel::RenderPanoramaView(source.data(), width, height, view.data(), viewWidth, viewHeight, pan, tilt, fov);
+    std::vector<uint32_t> view(
+        viewWidth > 0 && viewHeight > 0 ? static_cast<size_t>(viewWidth) * viewHeight : 1);
+    vexel::RenderPanoramaView(source.data(), width, height, view.data(), viewWidth, viewHeight, pan,
+                              tilt, fov);
     return 0;
 }

@@ -1,11 +1,10 @@
-// The time-freeze list under any sequence of its operations (Set, Insert, Get, MapPlayTime, ShiftAt)
-// with any values, non-finite and extreme ones included. Checks what holds for every list: Get
-// reports the segments sorted by time, and a list without segments maps times unchanged.
-#include <fuzzer/FuzzedDataProvider.h>
-
+// The time-freeze list under any sequence of its operations (Set, Insert, Get, MapPlayTime,
+// ShiftAt) with any values, non-finite and extreme ones included. Checks what holds for every list:
+// Get reports the segments sorted by time, and a list without segments maps times unchanged.
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
+#include <fuzzer/FuzzedDataProvider.h>
 #include <vector>
 
 #include "engine/time_freeze.h"
@@ -14,9 +13,12 @@ namespace {
 
 double AnyDouble(FuzzedDataProvider& in) {
     switch (in.ConsumeIntegralInRange(0, 2)) {
-        case 0: return std::bit_cast<double>(in.ConsumeIntegral<uint64_t>());
-        case 1: return in.ConsumeFloatingPoint<double>();
-        default: return static_cast<double>(in.ConsumeIntegralInRange<int32_t>(-100000, 100000));
+        case 0:
+            return std::bit_cast<double>(in.ConsumeIntegral<uint64_t>());
+        case 1:
+            return in.ConsumeFloatingPoint<double>();
+        default:
+            return static_cast<double>(in.ConsumeIntegralInRange<int32_t>(-100000, 100000));
     }
 }
 
@@ -39,7 +41,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 list.Set(times.data(), durations.data(), count);
                 break;
             }
-            case 1: list.Insert(AnyDouble(in), AnyDouble(in)); break;
+            case 1:
+                list.Insert(AnyDouble(in), AnyDouble(in));
+                break;
             case 2: {
                 const int32_t count = list.Get(nullptr, nullptr, 0);
                 if (count < 0) std::abort();
@@ -57,7 +61,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 if (list.Get(nullptr, nullptr, 0) == 0 && mapped != position) std::abort();
                 break;
             }
-            default: list.ShiftAt(std::bit_cast<float>(in.ConsumeIntegral<uint32_t>())); break;
+            default:
+                list.ShiftAt(std::bit_cast<float>(in.ConsumeIntegral<uint32_t>()));
+                break;
         }
     }
     return 0;

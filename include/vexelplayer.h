@@ -147,7 +147,8 @@ VEXEL_API InlayBuffer* GetCurrentViewSample(PlayerHandle handle);
 /* ---- Sound ---- */
 
 /** Sets the volume in hundredths of a decibel: 0 full, -10000 silent; values outside that range
- * leave the volume unchanged. Without sound hardware the sound plays on a silent device. Null: nothing. */
+ * leave the volume unchanged. Without sound hardware the sound plays on a silent device. Null:
+ * nothing. */
 VEXEL_API void SetVolume(PlayerHandle handle, int32_t volume);
 
 /** Silences the sound (true) or restores the volume last set (false). Null: nothing. */
@@ -190,7 +191,8 @@ VEXEL_API void AddZoom(PlayerHandle handle, double fov);
 /** Ends the zoom gesture and stores its path as keyframes. Only while Playing. Null: nothing. */
 VEXEL_API void EndZoom(PlayerHandle handle);
 
-/* ---- Time freeze: stretches where the picture holds still while time runs on (milliseconds) ---- */
+/* ---- Time freeze: stretches where the picture holds still while time runs on (milliseconds) ----
+ */
 
 /** Replaces the freeze segments with count pairs (times[i], durations[i]) in milliseconds of media
  * time, rounded to whole milliseconds and sorted by time. A time or duration must lie between 0

@@ -103,7 +103,8 @@ TEST(AudioBlockPlan, BlockBoundaries) {
         EXPECT_EQ(plan.MappedStop(), 520 * kTicksPerMs);
     }
     {  // an earlier freeze shifts the block and every piece of its split
-        const AudioBlockPlan plan(Block(Freezes({{200, 300}, {1005, 500}}), 1000, 20, kBytesPerMs, kFrame));
+        const AudioBlockPlan plan(
+            Block(Freezes({{200, 300}, {1005, 500}}), 1000, 20, kBytesPerMs, kFrame));
         EXPECT_EQ(plan.HeadBytes(), 960u);
         EXPECT_EQ(plan.Piece(0).start, 1300 * kTicksPerMs);
         EXPECT_EQ(plan.Piece(25).stop, (1300 + 26 * 20) * kTicksPerMs);

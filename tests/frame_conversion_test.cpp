@@ -22,7 +22,8 @@ InlayBuffer* FirstPresented(RenderEngine& engine) {
     return nullptr;
 }
 
-void Configure(RenderEngine& engine, uint32_t width, uint32_t height, uint32_t format, uint32_t lensMode) {
+void Configure(RenderEngine& engine, uint32_t width, uint32_t height, uint32_t format,
+               uint32_t lensMode) {
     MediaFormatPayload payload{};
     payload.video.width = width;
     payload.video.height = height;
@@ -37,7 +38,8 @@ TEST(EngineConversion, Yuy2PicturesArriveAs32BitTopRowFirst) {
     RenderEngine engine;
     Configure(engine, 4, 2, kPixelFormatYuy2, 1);
     // Top row white (Y 235), bottom row black (Y 16), chroma neutral.
-    const uint8_t yuy2[] = {235, 128, 235, 128, 235, 128, 235, 128, 16, 128, 16, 128, 16, 128, 16, 128};
+    const uint8_t yuy2[] = {235, 128, 235, 128, 235, 128, 235, 128,
+                            16,  128, 16,  128, 16,  128, 16,  128};
     ASSERT_EQ(engine.OnVideoSample(yuy2, sizeof(yuy2), 0, 1), 0);
     InlayBuffer* pre = FirstPresented(engine);
     ASSERT_NE(pre, nullptr);
@@ -55,7 +57,9 @@ TEST(EngineConversion, DualFisheyePicturesAreUnwrappedAtTheirOwnSize) {
     RenderEngine engine;
     Configure(engine, 64, 32, kPixelFormatBgra32, 3);
     std::vector<uint32_t> picture(64 * 32, 0xFF808080u);
-    ASSERT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()), 64 * 32 * 4, 0, 1), 0);
+    ASSERT_EQ(
+        engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()), 64 * 32 * 4, 0, 1),
+        0);
     InlayBuffer* pre = FirstPresented(engine);
     ASSERT_NE(pre, nullptr);
     EXPECT_EQ(pre->width, 64u);

@@ -45,7 +45,8 @@ protected:
         std::remove(path.c_str());
         std::vector<Keyframe> keyframes;
         for (const auto& keyframe : json.at("keyframes")) {
-            if (keyframe.contains(field)) keyframes.push_back({keyframe.at("time"), keyframe.at(field)});
+            if (keyframe.contains(field))
+                keyframes.push_back({keyframe.at("time"), keyframe.at(field)});
         }
         return keyframes;
     }

@@ -1,6 +1,6 @@
 // Sound through the exported interface, as the audio renderer writes it with VEXEL_AUDIO_CAPTURE:
-// it starts with the first presented frame, runs on unbroken across a pause, carries the silence of a
-// time freeze, and follows volume and mute. The scripted host's sound is a ramp that tells each
+// it starts with the first presented frame, runs on unbroken across a pause, carries the silence of
+// a time freeze, and follows volume and mute. The scripted host's sound is a ramp that tells each
 // sample frame apart, so the capture shows exactly which frame of the stream played when.
 #include <dlfcn.h>
 
@@ -17,8 +17,8 @@
 namespace player_test {
 namespace {
 
-constexpr uint32_t kRate = 8000;            // the scripted sound: 8 kHz stereo 16-bit
-constexpr int64_t kFramesPerBlock = 160;    // 20 ms blocks
+constexpr uint32_t kRate = 8000;          // the scripted sound: 8 kHz stereo 16-bit
+constexpr int64_t kFramesPerBlock = 160;  // 20 ms blocks
 constexpr double kFps = 25.0;
 
 // Frame n of the scripted stream (left, right): block k holds the 16-bit values k*64 + byte offset.
@@ -39,7 +39,9 @@ struct Analysis {
     int64_t StreamAt(int64_t j) const { return firstStream + (j - firstFrame); }
 };
 
-bool Silent(const WavCaptureFile& wav, int64_t j) { return wav.samples[2 * j] == 0 && wav.samples[2 * j + 1] == 0; }
+bool Silent(const WavCaptureFile& wav, int64_t j) {
+    return wav.samples[2 * j] == 0 && wav.samples[2 * j + 1] == 0;
+}
 
 bool Heard(const WavCaptureFile& wav, int64_t j, int64_t n) {
     const auto [l, r] = StreamFrame(n);
@@ -60,7 +62,8 @@ Analysis Analyse(const WavCaptureFile& wav, int64_t streamFrames, int64_t hint =
     for (int64_t n = 0; n < streamFrames; ++n) {
         int64_t length = 0;
         while (length < 400 && j + length < frames && Heard(wav, j + length, n + length)) ++length;
-        if (length > best || (length == best && length > 0 && std::llabs(n - hint) < std::llabs(a.firstStream - hint))) {
+        if (length > best || (length == best && length > 0 &&
+                              std::llabs(n - hint) < std::llabs(a.firstStream - hint))) {
             best = length;
             a.firstStream = n;
         }
@@ -94,7 +97,9 @@ protected:
     void SetUp() override {
         capture = UseCaptureFile(testing::UnitTest::GetInstance()->current_test_info()->name());
         // Loaded by path here, the module answers the player's load by plain name (same soname).
-        ASSERT_NE(dlopen((std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so").c_str(), RTLD_NOW), nullptr);
+        ASSERT_NE(
+            dlopen((std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so").c_str(), RTLD_NOW),
+            nullptr);
         PlayerTest::SetUp();
     }
     void TearDown() override {
@@ -168,14 +173,16 @@ protected:
     // When the capture began, since `origin`: it runs until the device closes, at the end of
     // Destroy. Known to within CaptureStartUncertaintyMs.
     double CaptureStartMs(const WavCaptureFile& wav, Clock::time_point origin) const {
-        return std::chrono::duration<double, std::milli>(destroyEnd - origin).count() - wav.Seconds() * 1000.0;
+        return std::chrono::duration<double, std::milli>(destroyEnd - origin).count() -
+               wav.Seconds() * 1000.0;
     }
     double CaptureStartUncertaintyMs() const {
         return std::chrono::duration<double, std::milli>(destroyEnd - destroyStart).count();
     }
 
     void SleepUntil(Clock::time_point origin, double ms) {
-        std::this_thread::sleep_until(origin + std::chrono::microseconds(static_cast<int64_t>(ms * 1000)));
+        std::this_thread::sleep_until(origin +
+                                      std::chrono::microseconds(static_cast<int64_t>(ms * 1000)));
     }
 
     std::string capture;
@@ -289,7 +296,8 @@ TEST_F(PlayerAudio, VolumeScalesTheSoundAndMuteSilencesIt) {
         const auto to =
             static_cast<int64_t>((steps[i + 1].calledMs - captureStart - margin) * kRate / 1000);
         double dot = 0, norm = 0, loud = 0;
-        for (int64_t j = std::max(from, a.firstFrame); j < to && j < static_cast<int64_t>(wav.Frames()); ++j) {
+        for (int64_t j = std::max(from, a.firstFrame);
+             j < to && j < static_cast<int64_t>(wav.Frames()); ++j) {
             const auto [l, r] = StreamFrame(a.StreamAt(j));
             dot += double(wav.samples[2 * j]) * l + double(wav.samples[2 * j + 1]) * r;
             norm += double(l) * l + double(r) * r;
@@ -336,8 +344,10 @@ TEST_F(PlayerAudio, SoundAndPicturesStayTogether) {
     ASSERT_FALSE(late.empty());
     const double first = *std::min_element(early.begin(), early.end()),
                  final = *std::min_element(late.begin(), late.end());
-    std::printf("A/V offset over %.0f s: first second %+.2f ms, last second %+.2f ms (+-%.2f), drift %+.2f ms\n",
-                seconds, first, final, CaptureStartUncertaintyMs(), final - first);
+    std::printf(
+        "A/V offset over %.0f s: first second %+.2f ms, last second %+.2f ms (+-%.2f), drift %+.2f "
+        "ms\n",
+        seconds, first, final, CaptureStartUncertaintyMs(), final - first);
     EXPECT_LT(std::fabs(first), 20.0 + CaptureStartUncertaintyMs());
     EXPECT_LT(std::fabs(final - first), 10.0);
 }

@@ -50,7 +50,8 @@ TEST_F(Opening, FailsCleanlyWithoutAHostAFileAVideoStreamOrAControl) {
         host.Reset();
         testing::internal::CaptureStdout();
         ExpectCleanFailure(script, script.noPlaybackControl);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "") << "the module is there: nothing to say";
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "")
+            << "the module is there: nothing to say";
     }
 }
 

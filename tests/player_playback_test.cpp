@@ -92,8 +92,7 @@ TEST_F(Playback, DestroyEndsAPlayingOrPausedPlayerWhoseHostIsBlocked) {
 
 TEST_F(Playback, RendersSamplesOnRequestOnlyWhenNotPlaying) {
     InlayBuffer* picture = InlayBuffer_CreateSample(64, 32);
-    std::fill_n(reinterpret_cast<uint32_t*>(InlayBuffer_GetBuffer(picture)), 64 * 32,
-                0xFF336699u);
+    std::fill_n(reinterpret_cast<uint32_t*>(InlayBuffer_GetBuffer(picture)), 64 * 32, 0xFF336699u);
     InlayBuffer_SetView(picture, 0.0, 0.0, 90.0);
     std::vector<uint8_t> view(32 * 16 * 4);
     auto renders = [&] {

@@ -19,7 +19,9 @@ protected:
 
     // Waits for the command thread to run the video reader from `mark` on; the positioning comes
     // before that.
-    void WaitForSeekServed(size_t mark) { ASSERT_TRUE(WaitForCall("video", "Run", mark)) << "no seek served"; }
+    void WaitForSeekServed(size_t mark) {
+        ASSERT_TRUE(WaitForCall("video", "Run", mark)) << "no seek served";
+    }
 
     // Both readers were positioned once from `mark` on, at [start, stop).
     void ExpectPositioned(size_t mark, int64_t start, int64_t stop) {
@@ -181,7 +183,8 @@ TEST_F(Seeking, PlayDropsASeekTakenButNotYetServed) {
 }
 
 TEST_F(Seeking, TargetsOutsideTheMediaAreBroughtIntoIt) {
-    constexpr int64_t kMin = std::numeric_limits<int64_t>::min(), kMax = std::numeric_limits<int64_t>::max();
+    constexpr int64_t kMin = std::numeric_limits<int64_t>::min(),
+                      kMax = std::numeric_limits<int64_t>::max();
     // Far before the start: the first frame.
     for (const int64_t target : {kMin, int64_t{-1}}) {
         const size_t mark = LogSize();
@@ -208,7 +211,8 @@ TEST_F(Seeking, TargetsOutsideTheMediaAreBroughtIntoIt) {
     // Play: the same bounds; inside them nothing moves (Play(0) is the media's start, not the
     // range's).
     ASSERT_EQ(OpenScript(Script(300, 25.0), 20'000'000, 80'000'000), 0);
-    for (const auto& [target, start] : {std::pair<int64_t, int64_t>{kMin, 0}, {0, 0}, {kMax, 120'000'000}}) {
+    for (const auto& [target, start] :
+         {std::pair<int64_t, int64_t>{kMin, 0}, {0, 0}, {kMax, 120'000'000}}) {
         const size_t mark = LogSize();
         Play(player, target);
         ExpectPositioned(mark, start, 80'000'000);

@@ -30,7 +30,8 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
     // a whole scripted frame or an end marker, and every time lies inside the media.
     std::thread poller([&] {
         while (!done.load()) {
-            for (InlayBuffer* sample : {GetCurrentPreSample(player), GetCurrentViewSample(player)}) {
+            for (InlayBuffer* sample :
+                 {GetCurrentPreSample(player), GetCurrentViewSample(player)}) {
                 if (sample == nullptr) continue;
                 ++samples;
                 const double time = InlayBuffer_GetTime(sample);
@@ -49,10 +50,18 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
     std::thread flipper([&] {
         for (int i = 0; !done.load(); ++i) {
             switch (i % 4) {
-                case 0: Play(player, (i % 12) * kSecond); break;
-                case 1: Pause(player); break;
-                case 2: Play(player, 0); break;
-                default: Stop(player); break;
+                case 0:
+                    Play(player, (i % 12) * kSecond);
+                    break;
+                case 1:
+                    Pause(player);
+                    break;
+                case 2:
+                    Play(player, 0);
+                    break;
+                default:
+                    Stop(player);
+                    break;
             }
             std::this_thread::sleep_for(milliseconds(3));
         }
@@ -66,7 +75,8 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
     int seeks = 0;
     for (; seeks < 1000 && MsSince(start) < 3000; ++seeks) {
         Seek(player, seeks % 10 == 0 ? extremes[(seeks / 10) % 4] : inside(random));
-        if (seeks % 2 == 0) std::this_thread::sleep_for(milliseconds(1));  // interleave with the others
+        if (seeks % 2 == 0)
+            std::this_thread::sleep_for(milliseconds(1));  // interleave with the others
     }
     std::this_thread::sleep_for(milliseconds(200));  // seeks and plays being served meanwhile
     done.store(true);
@@ -88,7 +98,8 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
         if (pre != nullptr && InlayBuffer_GetWidth(pre) != 0) shown = FrameOf(pre);
         InlayBuffer_Release(pre);
         return shown == 100;
-    })) << "the seek after the storm showed frame " << shown;
+    })) << "the seek after the storm showed frame "
+        << shown;
 }
 
 // What the process holds: open file descriptors, threads, bytes allocated on the heap.
@@ -151,7 +162,8 @@ TEST_F(Stress, OpenPlayCloseChurnGivesBackDescriptorsThreadsAndMemory) {
     // Pooled picture buffers and allocator caches may stay; a leak of even one frame's pictures a
     // cycle would not.
     if (before.heapBytes != 0) {
-        EXPECT_LT(after.heapBytes, before.heapBytes + (size_t{1} << 20)) << "after " << cycles << " cycles";
+        EXPECT_LT(after.heapBytes, before.heapBytes + (size_t{1} << 20))
+            << "after " << cycles << " cycles";
     }
     EXPECT_EQ(host.LiveObjects(), 0);
 }

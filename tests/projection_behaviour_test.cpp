@@ -23,23 +23,30 @@ Picture Noise(int32_t width, int32_t height, uint32_t seed) {
     return {width, height, testing::NoisePicture(width, height, seed)};
 }
 
-std::vector<uint32_t> Render(const Picture& picture, int32_t w, int32_t h, double pan, double tilt, double fov) {
+std::vector<uint32_t> Render(const Picture& picture, int32_t w, int32_t h, double pan, double tilt,
+                             double fov) {
     std::vector<uint32_t> view(static_cast<size_t>(w) * h, 0x5A5A5A5Au);
-    RenderPanoramaView(picture.pixels.data(), picture.width, picture.height, view.data(), w, h, pan, tilt, fov);
+    RenderPanoramaView(picture.pixels.data(), picture.width, picture.height, view.data(), w, h, pan,
+                       tilt, fov);
     return view;
 }
 
-std::vector<uint32_t> TurnedHalfway(const std::vector<uint32_t>& view) { return {view.rbegin(), view.rend()}; }
+std::vector<uint32_t> TurnedHalfway(const std::vector<uint32_t>& view) {
+    return {view.rbegin(), view.rend()};
+}
 
 TEST(ProjectionBehaviourTest, UniformPicturesGiveUniformViews) {
     // The blend weights sum to 65025: full intensity comes out as 253. Source alpha is ignored and
     // every written pixel is opaque, the poles and the seam included.
-    const double directions[][3] = {{0, 0, 120}, {180, 10, 90}, {-30, 90, 165}, {77, -88, 100}, {10, 120, 60}};
-    for (const auto& [input, output] : {std::pair{0xFFFFFFFFu, 0xFFFDFDFDu}, std::pair{0x00FFFFFFu, 0xFFFDFDFDu},
-                                        std::pair{0x00000000u, 0xFF000000u}}) {
+    const double directions[][3] = {
+        {0, 0, 120}, {180, 10, 90}, {-30, 90, 165}, {77, -88, 100}, {10, 120, 60}};
+    for (const auto& [input, output] :
+         {std::pair{0xFFFFFFFFu, 0xFFFDFDFDu}, std::pair{0x00FFFFFFu, 0xFFFDFDFDu},
+          std::pair{0x00000000u, 0xFF000000u}}) {
         const Picture picture{512, 256, std::vector<uint32_t>(512 * 256, input)};
         for (const auto& [pan, tilt, fov] : directions) {
-            EXPECT_EQ(Render(picture, 97, 41, pan, tilt, fov), std::vector<uint32_t>(97 * 41, output))
+            EXPECT_EQ(Render(picture, 97, 41, pan, tilt, fov),
+                      std::vector<uint32_t>(97 * 41, output))
                 << "pan " << pan << ", tilt " << tilt << ", fov " << fov;
         }
     }
@@ -51,8 +58,10 @@ TEST(ProjectionBehaviourTest, BeyondThePoleLooksBackTurnedOver) {
         const auto above = Render(picture, w, h, 30, 95, 100);
         EXPECT_EQ(above, TurnedHalfway(Render(picture, w, h, 210, 85, 100)));
         EXPECT_NE(above, Render(picture, w, h, 210, 85, 100));
-        EXPECT_EQ(Render(picture, w, h, -120, -95, 100), TurnedHalfway(Render(picture, w, h, 60, -85, 100)));
-        EXPECT_EQ(Render(picture, w, h, 0, 170, 90), TurnedHalfway(Render(picture, w, h, 180, 10, 90)));
+        EXPECT_EQ(Render(picture, w, h, -120, -95, 100),
+                  TurnedHalfway(Render(picture, w, h, 60, -85, 100)));
+        EXPECT_EQ(Render(picture, w, h, 0, 170, 90),
+                  TurnedHalfway(Render(picture, w, h, 180, 10, 90)));
     }
 }
 

@@ -30,8 +30,8 @@ struct View {
     double pan, tilt, fov;
 };
 
-std::vector<uint32_t> Draw(const RowKernel& kernel, const std::vector<const uint32_t*>& rows, int32_t sourceWidth,
-                           const View& view) {
+std::vector<uint32_t> Draw(const RowKernel& kernel, const std::vector<const uint32_t*>& rows,
+                           int32_t sourceWidth, const View& view) {
     std::vector<uint32_t> out(static_cast<size_t>(view.w) * view.h, 0x5A5A5A5Au);
     ViewProjector projector(sourceWidth, static_cast<int32_t>(rows.size()));
     projector.UseKernel(kernel);
@@ -40,15 +40,17 @@ std::vector<uint32_t> Draw(const RowKernel& kernel, const std::vector<const uint
     return out;
 }
 
-void ExpectKernelsAgree(const std::vector<const uint32_t*>& rows, int32_t sourceWidth, const View& view) {
+void ExpectKernelsAgree(const std::vector<const uint32_t*>& rows, int32_t sourceWidth,
+                        const View& view) {
     const auto kernels = SupportedRowKernels();
     const std::vector<uint32_t> plain = Draw(kernels[0], rows, sourceWidth, view);
     for (size_t k = 1; k < kernels.size(); ++k) {
         const std::vector<uint32_t> other = Draw(kernels[k], rows, sourceWidth, view);
         for (size_t i = 0; i < plain.size(); ++i) {
-            ASSERT_EQ(other[i], plain[i]) << CpuKernelName(kernels[k].level) << ", pixel " << i << " of " << view.w
-                                          << "x" << view.h << ", source " << sourceWidth << "x" << rows.size()
-                                          << ", pan " << view.pan << ", tilt " << view.tilt << ", fov " << view.fov;
+            ASSERT_EQ(other[i], plain[i])
+                << CpuKernelName(kernels[k].level) << ", pixel " << i << " of " << view.w << "x"
+                << view.h << ", source " << sourceWidth << "x" << rows.size() << ", pan "
+                << view.pan << ", tilt " << view.tilt << ", fov " << view.fov;
         }
     }
 }
@@ -58,7 +60,8 @@ TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
     struct Source {
         int32_t width, height;
     };
-    const Source sources[] = {{3840, 1920}, {1024, 512}, {1001, 500}, {4096, 1024}, {1000, 300}, {257, 128}};
+    const Source sources[] = {{3840, 1920}, {1024, 512}, {1001, 500},
+                              {4096, 1024}, {1000, 300}, {257, 128}};
     std::vector<std::vector<uint32_t>> pictures;
     std::vector<std::vector<const uint32_t*>> rowTables;
     for (const Source& s : sources) {
@@ -68,11 +71,12 @@ TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
     }
 
     // Fixed cases: 4K, the seam, both poles, looking back over them, tall and 1-pixel views.
-    const View fixed[] = {{3840, 2160, 0, 0, 100},   {1920, 1080, 180, 0, 90},  {1920, 1080, -179.9, 80, 100},
-                          {1920, 1080, 10, 90, 120}, {1280, 720, 33, -90, 150}, {1081, 607, 179, 95, 110},
-                          {640, 360, -20, -150, 75}, {123, 299, 0, 0, 160},     {1080, 1920, 45, 60, 90},
-                          {1, 1, 0, 0, 90},          {1, 77, 0, 89, 120},       {77, 1, 180, -89, 165},
-                          {17, 5, 90, 45, 60}};
+    const View fixed[] = {
+        {3840, 2160, 0, 0, 100},   {1920, 1080, 180, 0, 90},  {1920, 1080, -179.9, 80, 100},
+        {1920, 1080, 10, 90, 120}, {1280, 720, 33, -90, 150}, {1081, 607, 179, 95, 110},
+        {640, 360, -20, -150, 75}, {123, 299, 0, 0, 160},     {1080, 1920, 45, 60, 90},
+        {1, 1, 0, 0, 90},          {1, 77, 0, 89, 120},       {77, 1, 180, -89, 165},
+        {17, 5, 90, 45, 60}};
     for (const View& view : fixed) {
         if (static_cast<int64_t>(view.w) * view.h > kLargestView) continue;
         ExpectKernelsAgree(rowTables[0], sources[0].width, view);
@@ -83,8 +87,9 @@ TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
     std::uniform_real_distribution<double> unit(0, 1);
     for (int i = 0; i < kRandomViews; ++i) {
         const size_t source = random() % std::size(sources);
-        View view{1 + static_cast<int32_t>(random() % 700), 1 + static_cast<int32_t>(random() % 500),
-                  -200 + 400 * unit(random), -180 + 360 * unit(random), 30 + 135 * unit(random)};
+        View view{1 + static_cast<int32_t>(random() % 700),
+                  1 + static_cast<int32_t>(random() % 500), -200 + 400 * unit(random),
+                  -180 + 360 * unit(random), 30 + 135 * unit(random)};
         if (i % 5 == 0) view.pan = random() % 2 ? 180 : -180;
         if (i % 7 == 0) view.tilt = random() % 2 ? 90 : -90;
         ExpectKernelsAgree(rowTables[source], sources[source].width, view);
@@ -114,17 +119,23 @@ TEST(ProjectionKernelTest, RowSteppingAgreesWhereUNeedsManyWraps) {
         const int32_t count = 1 + static_cast<int32_t>(random() % 300);
         std::vector<int32_t> gridU(count / step + 2), gridV(gridU.size());
         for (size_t k = 0; k < gridU.size(); ++k) {
-            gridU[k] = random() % 4 ? (k ? gridU[k - 1] : 0) + (u(random) >> (random() % 12)) % fullTurn : u(random);
+            gridU[k] = random() % 4
+                           ? (k ? gridU[k - 1] : 0) + (u(random) >> (random() % 12)) % fullTurn
+                           : u(random);
             gridV[k] = v(random);
         }
         std::vector<int32_t> plainU(count + kRowPadding), plainV(plainU.size());
-        StepRowPlain(gridU.data(), gridV.data(), step, count, fullTurn, plainU.data(), plainV.data());
+        StepRowPlain(gridU.data(), gridV.data(), step, count, fullTurn, plainU.data(),
+                     plainV.data());
         for (const RowKernel& kernel : SupportedRowKernels()) {
             std::vector<int32_t> outU(count + kRowPadding), outV(outU.size());
-            kernel.stepRow(gridU.data(), gridV.data(), step, count, fullTurn, outU.data(), outV.data());
+            kernel.stepRow(gridU.data(), gridV.data(), step, count, fullTurn, outU.data(),
+                           outV.data());
             for (int32_t x = 0; x < count; ++x) {
-                ASSERT_EQ(outU[x], plainU[x]) << CpuKernelName(kernel.level) << ", step " << step << ", pixel " << x;
-                ASSERT_EQ(outV[x], plainV[x]) << CpuKernelName(kernel.level) << ", step " << step << ", pixel " << x;
+                ASSERT_EQ(outU[x], plainU[x])
+                    << CpuKernelName(kernel.level) << ", step " << step << ", pixel " << x;
+                ASSERT_EQ(outV[x], plainV[x])
+                    << CpuKernelName(kernel.level) << ", step " << step << ", pixel " << x;
             }
         }
     }

@@ -33,15 +33,20 @@ inline double ViewDistance(int32_t viewWidth, double fov) {
 struct Camera {
     Camera(int32_t viewWidth, int32_t viewHeight, double pan, double tilt, double fov, bool turned)
         : centreX(turned ? viewWidth >> 1 : (viewWidth - 1) >> 1),
-          centreY(turned ? (viewHeight - 1) >> 1 : viewHeight >> 1), d(ViewDistance(viewWidth, fov)),
-          ct(std::cos(Radians(tilt))), st(std::sin(Radians(tilt))), cp(std::cos(Radians(pan))),
+          centreY(turned ? (viewHeight - 1) >> 1 : viewHeight >> 1),
+          d(ViewDistance(viewWidth, fov)),
+          ct(std::cos(Radians(tilt))),
+          st(std::sin(Radians(tilt))),
+          cp(std::cos(Radians(pan))),
           sp(std::sin(Radians(pan))) {}
 
     Vector Ray(int32_t column, int32_t row) const {
         const double x = column - centreX, y = row - centreY;
-        // Tilt about the camera's x axis: forward goes to (0, -sin t, cos t), down to (0, cos t, sin t).
+        // Tilt about the camera's x axis: forward goes to (0, -sin t, cos t), down to (0, cos t,
+        // sin t).
         const Vector tilted{x, y * ct - d * st, y * st + d * ct};
-        // Pan about the vertical axis: forward goes to (sin p, 0, cos p), right to (cos p, 0, -sin p).
+        // Pan about the vertical axis: forward goes to (sin p, 0, cos p), right to (cos p, 0, -sin
+        // p).
         return {tilted.x * cp + tilted.z * sp, tilted.y, -tilted.x * sp + tilted.z * cp};
     }
 
@@ -68,7 +73,8 @@ inline double Latitude(const Vector& ray, int32_t sourceWidth) {
 inline Vector PanoramaDirection(double u, double v, int32_t sourceWidth) {
     const double longitude = u / UnitsPerRadian(sourceWidth);
     const double latitude = v / UnitsPerRadian(sourceWidth);
-    return {std::cos(latitude) * std::sin(longitude), std::sin(latitude), std::cos(latitude) * std::cos(longitude)};
+    return {std::cos(latitude) * std::sin(longitude), std::sin(latitude),
+            std::cos(latitude) * std::cos(longitude)};
 }
 
 // Angle between two directions in radians; neither needs unit length.
@@ -115,9 +121,10 @@ struct Agreement {
 // u, v: traced coordinates of a w x h view, element j*w + i for column i, row j. pan, tilt, fov:
 // the direction the camera really looks in (tilt may be beyond +-90 for a turned view).
 // With stride > 1 only every stride-th row and column is checked.
-inline Agreement CompareWithOracle(int32_t sourceWidth, int32_t viewWidth, int32_t viewHeight, double pan,
-                                   double tilt, double fov, bool turned, const std::vector<int32_t>& u,
-                                   const std::vector<int32_t>& v, double tolerance, int32_t stride = 1) {
+inline Agreement CompareWithOracle(int32_t sourceWidth, int32_t viewWidth, int32_t viewHeight,
+                                   double pan, double tilt, double fov, bool turned,
+                                   const std::vector<int32_t>& u, const std::vector<int32_t>& v,
+                                   double tolerance, int32_t stride = 1) {
     const double columnAngle = 2.0 * kPi / sourceWidth;
     const int32_t coarsestStep = std::max(1, viewWidth / 20);
     const double cellAngle = (coarsestStep + 1.0) / ViewDistance(viewWidth, fov);
@@ -130,7 +137,8 @@ inline Agreement CompareWithOracle(int32_t sourceWidth, int32_t viewWidth, int32
             const Vector ray = PixelRay(viewWidth, viewHeight, pan, tilt, fov, column, row, turned);
             if (std::fabs(Latitude(ray, sourceWidth)) >= poleMargin) continue;
             const size_t element = static_cast<size_t>(row) * viewWidth + column;
-            const double error = AngleBetween(ray, PanoramaDirection(u[element], v[element], sourceWidth)) / unit;
+            const double error =
+                AngleBetween(ray, PanoramaDirection(u[element], v[element], sourceWidth)) / unit;
             ++result.checked;
             result.sum += error;
             if (error <= tolerance) ++result.within;
@@ -149,13 +157,16 @@ inline Agreement CompareWithOracle(int32_t sourceWidth, int32_t viewWidth, int32
 // round each pole, so a wrong longitude next to a pole shows.
 inline std::vector<uint32_t> SmoothGlobe(int32_t width, int32_t height) {
     std::vector<uint32_t> pixels(static_cast<size_t>(width) * height);
-    const auto channel = [](double value) { return static_cast<uint32_t>(std::lround(128 + 100 * value)); };
+    const auto channel = [](double value) {
+        return static_cast<uint32_t>(std::lround(128 + 100 * value));
+    };
     for (int32_t row = 0; row < height; ++row) {
         const double latitude = (row + 0.5 - height / 2.0) * 2 * kPi / width;
         for (int32_t column = 0; column < width; ++column) {
             const double longitude = (column + 0.5 - width / 2.0) * 2 * kPi / width;
-            pixels[static_cast<size_t>(row) * width + column] =
-                channel(std::cos(longitude)) << 16 | channel(std::sin(longitude)) << 8 | channel(std::sin(latitude));
+            pixels[static_cast<size_t>(row) * width + column] = channel(std::cos(longitude)) << 16 |
+                                                                channel(std::sin(longitude)) << 8 |
+                                                                channel(std::sin(latitude));
         }
     }
     return pixels;
@@ -166,13 +177,14 @@ inline std::vector<uint32_t> SmoothGlobe(int32_t width, int32_t height) {
 // 65025/65536 scale), over the pixels (column, row) for which checked(column, row) holds. Pixels
 // that look within 1e-6 radian of a pole have no defined longitude and are skipped.
 template <class Checked>
-int WorstLevelDifference(const std::vector<uint32_t>& picture, int32_t sourceWidth, int32_t sourceHeight,
-                         const std::vector<uint32_t>& view, int32_t viewWidth, int32_t viewHeight, double pan,
-                         double tilt, double fov, Checked checked) {
+int WorstLevelDifference(const std::vector<uint32_t>& picture, int32_t sourceWidth,
+                         int32_t sourceHeight, const std::vector<uint32_t>& view, int32_t viewWidth,
+                         int32_t viewHeight, double pan, double tilt, double fov, Checked checked) {
     auto channel = [&](int32_t column, int32_t row, int shift) {
         column = (column % sourceWidth + sourceWidth) % sourceWidth;
         row = std::clamp(row, 0, sourceHeight - 1);
-        return static_cast<double>((picture[static_cast<size_t>(row) * sourceWidth + column] >> shift) & 255);
+        return static_cast<double>(
+            (picture[static_cast<size_t>(row) * sourceWidth + column] >> shift) & 255);
     };
     const Camera camera(viewWidth, viewHeight, pan, tilt, fov, false);
     int worst = 0;
@@ -183,15 +195,18 @@ int WorstLevelDifference(const std::vector<uint32_t>& picture, int32_t sourceWid
             if (std::hypot(ray.x, ray.z) < 1e-6 * std::fabs(ray.y)) continue;
             const double x = Longitude(ray, sourceWidth) / 256 + (sourceWidth >> 1);
             const double y = Latitude(ray, sourceWidth) / 256 + (sourceHeight >> 1);
-            const auto x0 = static_cast<int32_t>(std::floor(x)), y0 = static_cast<int32_t>(std::floor(y));
+            const auto x0 = static_cast<int32_t>(std::floor(x)),
+                       y0 = static_cast<int32_t>(std::floor(y));
             const double fx = x - x0, fy = y - y0;
             const uint32_t drawn = view[static_cast<size_t>(j) * viewWidth + i];
             for (int shift = 0; shift < 24; shift += 8) {
                 const double expected = ((1 - fx) * (1 - fy) * channel(x0, y0, shift) +
                                          fx * (1 - fy) * channel(x0 + 1, y0, shift) +
                                          (1 - fx) * fy * channel(x0, y0 + 1, shift) +
-                                         fx * fy * channel(x0 + 1, y0 + 1, shift)) * 65025.0 / 65536.0;
-                worst = std::max(worst, static_cast<int>(std::fabs(((drawn >> shift) & 255) - expected) + 0.5));
+                                         fx * fy * channel(x0 + 1, y0 + 1, shift)) *
+                                        65025.0 / 65536.0;
+                worst = std::max(
+                    worst, static_cast<int>(std::fabs(((drawn >> shift) & 255) - expected) + 0.5));
             }
         }
     }

@@ -21,32 +21,33 @@ namespace {
 using oracle::kPoleViewFractionWithin;
 using oracle::kTolerance;
 
-std::string Describe(int32_t sourceWidth, int32_t sourceHeight, int32_t w, int32_t h, double pan, double tilt,
-                     double fov) {
+std::string Describe(int32_t sourceWidth, int32_t sourceHeight, int32_t w, int32_t h, double pan,
+                     double tilt, double fov) {
     std::ostringstream text;
-    text << "source " << sourceWidth << "x" << sourceHeight << ", view " << w << "x" << h << ", pan " << pan
-         << ", tilt " << tilt << ", fov " << fov;
+    text << "source " << sourceWidth << "x" << sourceHeight << ", view " << w << "x" << h
+         << ", pan " << pan << ", tilt " << tilt << ", fov " << fov;
     return text.str();
 }
 
 std::string Describe(const oracle::Agreement& a) {
     std::ostringstream text;
-    text << a.checked << " pixels checked, " << a.within << " within " << kTolerance << ", mean " << a.mean()
-         << ", worst " << a.worst << " at column " << a.worstColumn << ", row " << a.worstRow;
+    text << a.checked << " pixels checked, " << a.within << " within " << kTolerance << ", mean "
+         << a.mean() << ", worst " << a.worst << " at column " << a.worstColumn << ", row "
+         << a.worstRow;
     return text.str();
 }
 
 // Sets the view on a fresh projector and compares its traced coordinates with the oracle, for the
 // direction the projector really took (fov and tilt may have been adjusted to the picture).
-oracle::Agreement TraceAndCompare(int32_t sourceWidth, int32_t sourceHeight, int32_t w, int32_t h, double pan,
-                                  double tilt, double fov) {
+oracle::Agreement TraceAndCompare(int32_t sourceWidth, int32_t sourceHeight, int32_t w, int32_t h,
+                                  double pan, double tilt, double fov) {
     ViewProjector projector(sourceWidth, sourceHeight);
     projector.SetViewBuffer(nullptr, w, h);
     projector.SetView(pan, tilt, fov);
     std::vector<int32_t> u, v;
     projector.TraceCoordinatesForTesting(u, v, false);
-    return oracle::CompareWithOracle(sourceWidth, w, h, projector.pan(), projector.tilt(), projector.fov(), false,
-                                     u, v, kTolerance);
+    return oracle::CompareWithOracle(sourceWidth, w, h, projector.pan(), projector.tilt(),
+                                     projector.fov(), false, u, v, kTolerance);
 }
 
 TEST(ProjectionOracleTest, RandomViewsClearOfThePoles) {
@@ -68,7 +69,8 @@ TEST(ProjectionOracleTest, RandomViewsClearOfThePoles) {
         const double pan = -180 + 360 * unit(random);
         const double tilt = (2 * unit(random) - 1) * reach;
         SCOPED_TRACE(Describe(source.width, source.height, w, h, pan, tilt, fov));
-        const oracle::Agreement a = TraceAndCompare(source.width, source.height, w, h, pan, tilt, fov);
+        const oracle::Agreement a =
+            TraceAndCompare(source.width, source.height, w, h, pan, tilt, fov);
         ASSERT_GT(a.checked, 0);
         ASSERT_EQ(a.within, a.checked) << Describe(a);
         total.checked += a.checked;
@@ -92,10 +94,12 @@ TEST(ProjectionOracleTest, RandomViewsOverAPole) {
         const double halfHeight = ViewProjector::VerticalFov(fov, w, h) / 2;
         if (halfHeight < 5) continue;
         // The pole inside the view: |tilt| between 90 - halfHeight and 90.
-        const double tilt = (random() % 2 ? 1 : -1) * (90 - std::min(halfHeight, 30.0) * unit(random));
+        const double tilt =
+            (random() % 2 ? 1 : -1) * (90 - std::min(halfHeight, 30.0) * unit(random));
         const double pan = -180 + 360 * unit(random);
         SCOPED_TRACE(Describe(sourceWidth, sourceWidth / 2, w, h, pan, tilt, fov));
-        const oracle::Agreement a = TraceAndCompare(sourceWidth, sourceWidth / 2, w, h, pan, tilt, fov);
+        const oracle::Agreement a =
+            TraceAndCompare(sourceWidth, sourceWidth / 2, w, h, pan, tilt, fov);
         if (a.checked == 0) continue;
         ASSERT_GE(a.fractionWithin(), kPoleViewFractionWithin) << Describe(a);
         total.checked += a.checked;
@@ -128,8 +132,8 @@ TEST(ProjectionOracleTest, LookingBackOverThePoleTurnsTheView) {
         std::vector<int32_t> u, v;
         projector.TraceCoordinatesForTesting(u, v, true);
         const double cameraTilt = up ? 180 - projector.tilt() : -180 - projector.tilt();
-        const oracle::Agreement a = oracle::CompareWithOracle(512, w, h, projector.pan() - 180, cameraTilt,
-                                                              projector.fov(), true, u, v, kTolerance);
+        const oracle::Agreement a = oracle::CompareWithOracle(
+            512, w, h, projector.pan() - 180, cameraTilt, projector.fov(), true, u, v, kTolerance);
         ASSERT_GT(a.checked, 0);
         ASSERT_GE(a.fractionWithin(), kPoleViewFractionWithin) << Describe(a);
         total.checked += a.checked;
@@ -203,7 +207,8 @@ TEST(ProjectionOracleTest, SmoothGlobeViewsStayWithinTwentyLevels) {
     const double pans[] = {0, 180, 37, -100};
     for (const auto& [w, h] : {std::pair{1920, 1080}, {1280, 720}, {1080, 1920}, {720, 1280}}) {
         for (int fov = 60; fov <= 150; fov += 30) {
-            for (int tilt = -80; tilt <= 80; tilt += 20) views.push_back({w, h, pans[views.size() % 4], 1.0 * tilt, 1.0 * fov});
+            for (int tilt = -80; tilt <= 80; tilt += 20)
+                views.push_back({w, h, pans[views.size() % 4], 1.0 * tilt, 1.0 * fov});
         }
     }
     const size_t sweep = views.size();
@@ -221,7 +226,8 @@ TEST(ProjectionOracleTest, SmoothGlobeViewsStayWithinTwentyLevels) {
         ViewProjector projector(kWidth, kHeight);
         projector.SetViewBuffer(drawn.data(), view.w, view.h);
         projector.SetView(view.pan, view.tilt, view.fov);
-        SCOPED_TRACE(Describe(kWidth, kHeight, view.w, view.h, projector.pan(), projector.tilt(), projector.fov()));
+        SCOPED_TRACE(Describe(kWidth, kHeight, view.w, view.h, projector.pan(), projector.tilt(),
+                              projector.fov()));
         projector.Render(rows.data(), false);
         projector.SetViewBuffer(gridOnly.data(), view.w, view.h);
         projector.InterpolateEveryCellForTesting();
@@ -232,11 +238,13 @@ TEST(ProjectionOracleTest, SmoothGlobeViewsStayWithinTwentyLevels) {
         const auto checked = [&](int32_t column, int32_t row) {
             const size_t element = static_cast<size_t>(row) * view.w + column;
             const double dx = column - ((view.w - 1) >> 1), dy = row - poleRow;
-            return (column % 5 == 0 && row % 5 == 0) || drawn[element] != gridOnly[element] || dx * dx + dy * dy < 3600;
+            return (column % 5 == 0 && row % 5 == 0) || drawn[element] != gridOnly[element] ||
+                   dx * dx + dy * dy < 3600;
         };
         const auto worst = [&](const std::vector<uint32_t>& pixels) {
-            return oracle::WorstLevelDifference(globe, kWidth, kHeight, pixels, view.w, view.h, projector.pan(),
-                                                projector.tilt(), projector.fov(), checked);
+            return oracle::WorstLevelDifference(globe, kWidth, kHeight, pixels, view.w, view.h,
+                                                projector.pan(), projector.tilt(), projector.fov(),
+                                                checked);
         };
         EXPECT_LE(worst(drawn), 20);
         if (i < sweep && drawn != gridOnly) {

@@ -27,7 +27,8 @@ using std::chrono::milliseconds;
 
 // Loaded by path, the module answers the engine's load by plain name (the same soname).
 bool LoadFeedModule() {
-    static void* module = dlopen((std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so").c_str(), RTLD_NOW);
+    static void* module =
+        dlopen((std::string(VEXEL_MODULE_DIR) + "/libAudioFeedFilter.so").c_str(), RTLD_NOW);
     return module != nullptr;
 }
 
@@ -68,7 +69,8 @@ int32_t DeliverVideo(RenderEngine& engine, int64_t timeMs) {
 std::future<int32_t> DeliverAudioAsync(RenderEngine& engine, int64_t timeMs) {
     return std::async(std::launch::async, [&engine, timeMs] {
         std::vector<uint8_t> block(640, 1);
-        return engine.OnAudioSample(block.data(), 640, timeMs * kTicksPerMs, (timeMs + 20) * kTicksPerMs);
+        return engine.OnAudioSample(block.data(), 640, timeMs * kTicksPerMs,
+                                    (timeMs + 20) * kTicksPerMs);
     });
 }
 
@@ -115,7 +117,8 @@ TEST(RenderEngineAudio, TheSoundStartsWithTheFirstPictureAfterThePreroll) {
     EXPECT_EQ(held.get(), kOk);
     InlayBuffer* shown = nullptr;
     for (int i = 0; i < 2000 && shown == nullptr; ++i) {
-        if ((shown = engine.TakeCurrentPreSample()) == nullptr) std::this_thread::sleep_for(milliseconds(1));
+        if ((shown = engine.TakeCurrentPreSample()) == nullptr)
+            std::this_thread::sleep_for(milliseconds(1));
     }
     EXPECT_NE(shown, nullptr);
     ReleaseInlayBuffer(shown);
@@ -151,7 +154,8 @@ TEST(RenderEngineAudio, WithoutAGraphManagerThereIsNoSoundAndNoWaiting) {
     public:
         HRESULT QueryInterface(const GUID* iid, void** out) override {
             *out = nullptr;
-            if (*iid == IID_IUnknown || *iid == IID_IClassFactory) return ShareInterface<IClassFactory>(this, out);
+            if (*iid == IID_IUnknown || *iid == IID_IClassFactory)
+                return ShareInterface<IClassFactory>(this, out);
             return E_NOINTERFACE;
         }
         HRESULT CreateInstance(IUnknown*, const GUID*, void** out) override {

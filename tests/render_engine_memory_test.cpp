@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "vexel/status.h"
 #include "engine/render_engine.h"
 #include "test_tick_clock.h"
+#include "vexel/status.h"
 
 namespace vexel {
 namespace {
@@ -25,7 +25,8 @@ using std::chrono::milliseconds;
 double StatusBytes(const std::string& field) {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field + ":", 0) == 0) return std::stod(line.substr(field.size() + 1)) * 1024.0;
+        if (line.rfind(field + ":", 0) == 0)
+            return std::stod(line.substr(field.size() + 1)) * 1024.0;
     }
     return 0.0;
 }
@@ -55,7 +56,9 @@ TEST(RenderEngineMemory, A4kPlaybackStaysWithinThePicturesInFlight) {
         std::thread decoder([&] {
             for (uint32_t i = 0; i < kFrames; ++i) {
                 const int64_t t = int64_t{i} * 333'333;
-                if (engine.OnVideoSample(picture.data(), static_cast<uint32_t>(picture.size()), t, t + 333'333) != kOk) return;
+                if (engine.OnVideoSample(picture.data(), static_cast<uint32_t>(picture.size()), t,
+                                         t + 333'333) != kOk)
+                    return;
                 ++delivered;
             }
             engine.OnVideoEndOfStream();
@@ -73,7 +76,8 @@ TEST(RenderEngineMemory, A4kPlaybackStaysWithinThePicturesInFlight) {
         ReleaseInlayBuffer(first);
         clock.Advance(milliseconds(5));
         for (bool ended = false; !ended;) {
-            clock.AwaitWaiters([&] { return engine.GetStateForTesting() == RenderEngine::State::kEnded; });
+            clock.AwaitWaiters(
+                [&] { return engine.GetStateForTesting() == RenderEngine::State::kEnded; });
             InlayBuffer* pre = engine.TakeCurrentPreSample();
             ReleaseInlayBuffer(engine.TakeCurrentViewSample());
             ended = pre != nullptr && pre->width == 0;

@@ -4,6 +4,8 @@
 // stopping, the engine's states, and view changes (gesture values, SetView, path keyframes, view
 // sizes) showing on the next presented frame, with every view sample's pixels checked against a
 // drawing of its panorama at the angles it carries.
+#include "engine/render_engine.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -13,17 +15,16 @@
 #include <utility>
 #include <vector>
 
-#include "vexel/status.h"
-#include "engine/render_engine.h"
 #include "projection/view_projector.h"
 #include "sibling_module.h"
 #include "test_tick_clock.h"
+#include "vexel/status.h"
 
 namespace vexel {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::microseconds;
+using std::chrono::milliseconds;
 using State = RenderEngine::State;
 constexpr uint32_t kWidth = 64, kHeight = 32;
 
@@ -59,11 +60,13 @@ protected:
     int32_t Deliver(uint32_t number, int64_t timeMs, bool pattern = false) {
         std::vector<uint32_t> picture(size_t{kWidth} * kHeight, number);
         for (uint32_t y = 0; pattern && y < kHeight; ++y) {
-            for (uint32_t x = 0; x < kWidth; ++x) picture[size_t{y} * kWidth + x] += (x << 10) | (y << 18);
+            for (uint32_t x = 0; x < kWidth; ++x)
+                picture[size_t{y} * kWidth + x] += (x << 10) | (y << 18);
         }
         const int64_t ticks = Ticks(milliseconds(timeMs)).count();
         return engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()),
-                                    static_cast<uint32_t>(picture.size() * 4), ticks, ticks + 100'000);
+                                    static_cast<uint32_t>(picture.size() * 4), ticks,
+                                    ticks + 100'000);
     }
 
     // Takes the current samples, if a frame was presented since the last take (the view after
@@ -82,10 +85,11 @@ protected:
             // The view shows the panorama in the direction it claims, whenever that was decided.
             if (view->pixels != nullptr && pre->pixels != nullptr) {
                 std::vector<uint32_t> expected(size_t{view->width} * view->height);
-                RenderPanoramaView(reinterpret_cast<const uint32_t*>(pre->pixels), static_cast<int32_t>(pre->width),
-                                   static_cast<int32_t>(pre->height), expected.data(),
-                                   static_cast<int32_t>(view->width), static_cast<int32_t>(view->height), view->pan,
-                                   view->tilt, view->fov);
+                RenderPanoramaView(
+                    reinterpret_cast<const uint32_t*>(pre->pixels),
+                    static_cast<int32_t>(pre->width), static_cast<int32_t>(pre->height),
+                    expected.data(), static_cast<int32_t>(view->width),
+                    static_cast<int32_t>(view->height), view->pan, view->tilt, view->fov);
                 EXPECT_EQ(std::memcmp(expected.data(), view->pixels, expected.size() * 4), 0)
                     << "frame " << number << " was not drawn at pan " << view->pan;
             }
@@ -114,7 +118,8 @@ protected:
             // Once the present thread waits on the clock, whatever was due is published. The end
             // marker is published without the clock once the last frame was taken.
             std::optional<Presented> frame;
-            clock.AwaitWaiters([&] { return (frame = Take()) || engine.GetStateForTesting() == State::kEnded; });
+            clock.AwaitWaiters(
+                [&] { return (frame = Take()) || engine.GetStateForTesting() == State::kEnded; });
             if (frame || (frame = Take())) {
                 seen.push_back(*frame);
                 if (frame->IsEnd() || seen.size() == count) return seen;
@@ -134,16 +139,20 @@ protected:
             clock.Advance(wait);
             clock.AwaitWaiters([&] { return (early = Take()).has_value(); });
         }
-        ASSERT_FALSE(early.has_value()) << "frame " << early->number << " came before the decoder was ahead";
+        ASSERT_FALSE(early.has_value())
+            << "frame " << early->number << " came before the decoder was ahead";
     }
 
     // Each frame comes in the 5 ms step that reaches its time, its time counted from `startMs`
     // at the clock reading `origin`.
-    static void ExpectOnTime(const std::vector<Presented>& frames, TickClock::TimePoint origin, int64_t startMs) {
+    static void ExpectOnTime(const std::vector<Presented>& frames, TickClock::TimePoint origin,
+                             int64_t startMs) {
         for (const Presented& p : frames) {
             if (p.IsEnd()) continue;
-            const double lateMs = std::chrono::duration<double, std::milli>(p.at - origin).count() - (p.timeMs - startMs);
-            EXPECT_TRUE(lateMs >= 0.0 && lateMs < 5.0) << "frame " << p.number << " " << lateMs << " ms late";
+            const double lateMs = std::chrono::duration<double, std::milli>(p.at - origin).count() -
+                                  (p.timeMs - startMs);
+            EXPECT_TRUE(lateMs >= 0.0 && lateMs < 5.0)
+                << "frame " << p.number << " " << lateMs << " ms late";
         }
     }
 
@@ -161,7 +170,7 @@ TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeAndNotBefore
     clock.AwaitWaiters();
     clock.Advance(microseconds(500));  // off the frame grid, so no reading lands on a frame's time
     for (uint32_t i = 1; i < 20; ++i) {
-        clock.AwaitWaiters();  // the present thread waits for frame i
+        clock.AwaitWaiters();            // the present thread waits for frame i
         clock.Advance(milliseconds(7));  // 2.5 ms before its time
         clock.AwaitWaiters();
         ASSERT_FALSE(Take().has_value()) << "frame " << i << " came early";
@@ -175,7 +184,8 @@ TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeAndNotBefore
     const Presented end = Next();  // taken at once: no wait for the client
     EXPECT_TRUE(end.IsEnd());
     EXPECT_FALSE(end.seek);
-    EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190))) << "the end marker is not a frame";
+    EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190)))
+        << "the end marker is not a frame";
 }
 
 TEST_F(RenderEngineTest, TheLastPictureStaysASecondForTheClientBeforeTheEnd) {
@@ -187,7 +197,8 @@ TEST_F(RenderEngineTest, TheLastPictureStaysASecondForTheClientBeforeTheEnd) {
     clock.AwaitWaiters();
     EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
     clock.Advance(milliseconds(2));
-    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kEnded; ++i) std::this_thread::sleep_for(milliseconds(1));
+    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kEnded; ++i)
+        std::this_thread::sleep_for(milliseconds(1));
     const Presented end = Next();
     EXPECT_TRUE(end.IsEnd()) << "the last picture was not replaced";
 }
@@ -306,8 +317,13 @@ TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
 
 TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     // Empty views, a side over 16384 or a picture over 512 MiB are refused; the size stays.
-    for (const auto& [width, height] : {std::pair<uint32_t, uint32_t>{100000, 100000}, {16385, 1}, {1, 16385},
-                                       {16384, 8193}, {0, 8}, {8, 0}, {UINT32_MAX, UINT32_MAX}}) {
+    for (const auto& [width, height] : {std::pair<uint32_t, uint32_t>{100000, 100000},
+                                        {16385, 1},
+                                        {1, 16385},
+                                        {16384, 8193},
+                                        {0, 8},
+                                        {8, 0},
+                                        {UINT32_MAX, UINT32_MAX}}) {
         engine.SetViewDim(width, height);
         EXPECT_EQ(engine.ViewWidth(), 320u) << width << "x" << height;
         EXPECT_EQ(engine.ViewHeight(), 180u) << width << "x" << height;
@@ -317,7 +333,8 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     engine.SetViewDim(16, 8);
     engine.Start(Ticks(0));
     std::vector<uint32_t> tooShort(10, 0);
-    EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), kOk);
+    EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
+              kOk);
     EXPECT_EQ(engine.OnVideoSample(nullptr, kWidth * kHeight * 4, 0, 1), kOk);
     ASSERT_EQ(Deliver(5, 0), kOk);
     engine.OnVideoEndOfStream();
@@ -325,7 +342,8 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     InlayBuffer* view = nullptr;
     for (int i = 0; i < 5000 && view == nullptr; ++i) {
         ReleaseInlayBuffer(engine.TakeCurrentPreSample());
-        if ((view = engine.TakeCurrentViewSample()) == nullptr) std::this_thread::sleep_for(milliseconds(1));
+        if ((view = engine.TakeCurrentViewSample()) == nullptr)
+            std::this_thread::sleep_for(milliseconds(1));
     }
     ASSERT_NE(view, nullptr);
     EXPECT_EQ(view->width, 16u);
@@ -337,9 +355,11 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     ReleaseInlayBuffer(view);
 
     // Without an audio output, blocks are taken and dropped at once; once stopped, refused.
-    EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), kOk);
+    EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
+              kOk);
     engine.Stop();
-    EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1), ERR_SAMPLE_REFUSED);
+    EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
+              ERR_SAMPLE_REFUSED);
 }
 
 TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackGoesOn) {
@@ -357,7 +377,8 @@ TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackG
     auto next = [this](uint32_t number, std::optional<bool> withView) {
         InlayBuffer* pre = nullptr;
         for (int i = 0; i < 5000 && pre == nullptr; ++i) {
-            if ((pre = engine.TakeCurrentPreSample()) == nullptr) std::this_thread::sleep_for(milliseconds(1));
+            if ((pre = engine.TakeCurrentPreSample()) == nullptr)
+                std::this_thread::sleep_for(milliseconds(1));
         }
         ASSERT_NE(pre, nullptr) << "frame " << number << " was not presented";
         EXPECT_EQ(reinterpret_cast<const uint32_t*>(pre->pixels)[0], number);
@@ -367,7 +388,8 @@ TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackG
         }
         if (view != nullptr) {
             EXPECT_EQ(view->width, 16u);
-            EXPECT_NEAR(reinterpret_cast<const uint32_t*>(view->pixels)[0], 0xFF000000u | number, 1u);
+            EXPECT_NEAR(reinterpret_cast<const uint32_t*>(view->pixels)[0], 0xFF000000u | number,
+                        1u);
         }
         ReleaseInlayBuffer(pre);
         ReleaseInlayBuffer(view);
@@ -395,7 +417,8 @@ protected:
 
     void SetUp() override {
         RenderEngineTest::SetUp();
-        clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
+        clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule,
+                                                              kClearPanoramaPathSymbol);
         ASSERT_NE(clear_, nullptr);
         clear_();
         PanoramaLens lens;  // loaded by path above, the module is now found by its name
@@ -412,6 +435,7 @@ protected:
     Presented StartFrames(uint32_t count) {
         engine.Start(Ticks(0));
         for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(Deliver(i + 1, i * kSpacingMs, true), kOk);
+        engine.OnVideoEndOfStream();  // every frame queued: the clock starts without waiting
         const Presented first = Next();
         clock.AwaitWaiters();
         clock.Advance(microseconds(500));  // off the frame grid
@@ -439,7 +463,8 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     StartFrames(kFrames);  // frame 0 shows the view an empty path leaves alone
     live.push_back(NextAfter([&] { engine.SetView(40.0, 10.0, 90.0); }).view);
     EXPECT_TRUE(SameView(live.back(), {40.0, 10.0, 90.0}));
-    live.push_back(NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
+    live.push_back(
+        NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
     EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
     // A pan turning at every frame, so that its keyframes keep every sample.
     live.push_back(NextAfter([&] {
@@ -460,7 +485,8 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     const Presented resized = NextAfter([&] { engine.SetViewDim(16, 8); });
     live.push_back(resized.view);
     EXPECT_EQ(resized.viewWidth, 16u) << "a new view size waited for a frame drawn later";
-    EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0})) << "the gesture's keyframes overrode SetView";
+    EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0}))
+        << "the gesture's keyframes overrode SetView";
 
     // Played again, the path alone shows what was shown live, frame by frame (the field of view,
     // keyed at 80 on both sides of the gesture, is read between keyframes, to rounding).

@@ -28,7 +28,8 @@ struct Direction {
 
 // The scene: a colour that changes smoothly with the direction, every channel well inside 0..255.
 std::array<double, 3> SceneColour(Direction d, double offset = 0.0) {
-    return {120 + 100 * d.x + offset, 120 + 100 * d.y + offset, 120 + 100 * d.z + offset};  // B, G, R
+    return {120 + 100 * d.x + offset, 120 + 100 * d.y + offset,
+            120 + 100 * d.z + offset};  // B, G, R
 }
 
 uint32_t Pack(std::array<double, 3> bgr) {
@@ -57,15 +58,16 @@ struct Lens {
 // Paints the fisheye picture, pixel by pixel from the centre outwards: the angle from the axis is
 // distance / radius x half the lens angle. Each lens paints the columns nearest its centre, past
 // its rim too, so sampling at the rim finds the scene rather than a border.
-std::vector<uint32_t> RenderFisheye(uint32_t width, uint32_t height, int32_t radius, double lensAngle,
-                                    const std::vector<Lens>& lenses) {
+std::vector<uint32_t> RenderFisheye(uint32_t width, uint32_t height, int32_t radius,
+                                    double lensAngle, const std::vector<Lens>& lenses) {
     std::vector<uint32_t> picture(size_t{width} * height);
     const double half = lensAngle * kPi / 360;
     for (uint32_t r = 0; r < height; ++r) {
         for (uint32_t c = 0; c < width; ++c) {
-            const Lens& lens = *std::min_element(lenses.begin(), lenses.end(), [&](const Lens& a, const Lens& b) {
-                return std::abs(c + 0.5 - a.column) < std::abs(c + 0.5 - b.column);
-            });
+            const Lens& lens =
+                *std::min_element(lenses.begin(), lenses.end(), [&](const Lens& a, const Lens& b) {
+                    return std::abs(c + 0.5 - a.column) < std::abs(c + 0.5 - b.column);
+                });
             const double dx = c + 0.5 - lens.column, dy = r + 0.5 - lens.row;
             const double rho = std::hypot(dx, dy);
             const double theta = std::min(rho / radius * half, kPi);
@@ -81,9 +83,10 @@ std::vector<uint32_t> RenderFisheye(uint32_t width, uint32_t height, int32_t rad
 class SphereUnwrapTest : public ::testing::Test {
 protected:
     // The records as the player fills them; size in bytes for one lens, in pixels for two.
-    std::vector<uint32_t> Unwrap(const std::vector<uint32_t>& picture, uint32_t width, uint32_t height,
-                                 int32_t radius, float lensAngle, const std::vector<Lens>& lenses,
-                                 uint32_t targetWidth, uint32_t targetHeight) {
+    std::vector<uint32_t> Unwrap(const std::vector<uint32_t>& picture, uint32_t width,
+                                 uint32_t height, int32_t radius, float lensAngle,
+                                 const std::vector<Lens>& lenses, uint32_t targetWidth,
+                                 uint32_t targetHeight) {
         UnwrapSource source{};
         source.height = height;
         source.width = width;
@@ -105,7 +108,8 @@ protected:
         target.height = targetHeight;
         target.width = targetWidth;
         target.pixels = reinterpret_cast<uint8_t*>(out.data());
-        target.size = lenses.size() == 1 ? targetWidth * targetHeight * 4 : targetWidth * targetHeight;
+        target.size =
+            lenses.size() == 1 ? targetWidth * targetHeight * 4 : targetWidth * targetHeight;
         EXPECT_EQ((lenses.size() == 1 ? single : dual)(&source, &target), S_OK);
         return out;
     }
@@ -121,7 +125,8 @@ struct Difference {
 
 // Compares the target with the scene over the pixels `inside` selects.
 template <class Inside>
-Difference CompareWithScene(const std::vector<uint32_t>& target, uint32_t width, uint32_t height, Inside inside) {
+Difference CompareWithScene(const std::vector<uint32_t>& target, uint32_t width, uint32_t height,
+                            Inside inside) {
     Difference diff;
     size_t count = 0;
     for (uint32_t r = 0; r < height; ++r) {
@@ -154,8 +159,8 @@ TEST_F(SphereUnwrapTest, SingleLensRoundTripMatchesTheSceneInsideItsField) {
     const auto target = Unwrap(picture, 256, 256, 128, 240.0f, lenses, 512, 256);  // 4R x 2R
 
     const double half = 120 * kPi / 180, margin = 0.5 * kPi / 180;
-    const Difference inside =
-        CompareWithScene(target, 512, 256, [&](Direction d) { return std::acos(d.z) < half - margin; });
+    const Difference inside = CompareWithScene(
+        target, 512, 256, [&](Direction d) { return std::acos(d.z) < half - margin; });
     EXPECT_LE(inside.largest, kLargestError);
     EXPECT_LE(inside.mean, kMeanError);
     // Behind the lens's field the panorama is black.
@@ -195,13 +200,15 @@ TEST_F(SphereUnwrapTest, DualLensOverlapBlendsWithoutASeam) {
         for (uint32_t c = 0; c < 512; ++c) {
             const uint32_t expected = Pack(SceneColour(TargetDirection(c, row, 512, 256)));
             double sum = 0;
-            for (int ch = 0; ch < 3; ++ch) sum += Channel(target[row * 512 + c], ch) - Channel(expected, ch);
+            for (int ch = 0; ch < 3; ++ch)
+                sum += Channel(target[row * 512 + c], ch) - Channel(expected, ch);
             excess[c] = sum / 3;
         }
         EXPECT_NEAR(excess[256], 0, 2) << "front, row " << row;
         EXPECT_NEAR(excess[0], kOffset, 2) << "back, row " << row;
         double largestStep = 0;
-        for (uint32_t c = 1; c < 512; ++c) largestStep = std::max(largestStep, std::abs(excess[c] - excess[c - 1]));
+        for (uint32_t c = 1; c < 512; ++c)
+            largestStep = std::max(largestStep, std::abs(excess[c] - excess[c - 1]));
         EXPECT_LE(largestStep, 12) << "row " << row;  // a hard cut would step by 60
     }
 }
@@ -231,19 +238,26 @@ TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
         int32_t status;
     };
     const std::vector<Case> cases = {
-        {"no source picture", [](UnwrapSource& s, UnwrapTarget&) { s.pixels = nullptr; }, E_POINTER},
-        {"no target picture", [](UnwrapSource&, UnwrapTarget& t) { t.pixels = nullptr; }, E_POINTER},
+        {"no source picture", [](UnwrapSource& s, UnwrapTarget&) { s.pixels = nullptr; },
+         E_POINTER},
+        {"no target picture", [](UnwrapSource&, UnwrapTarget& t) { t.pixels = nullptr; },
+         E_POINTER},
         {"zero source width", [](UnwrapSource& s, UnwrapTarget&) { s.width = 0; }, E_INVALIDARG},
-        {"absurd source height", [](UnwrapSource& s, UnwrapTarget&) { s.height = 0xFFFFFFF0u; }, E_INVALIDARG},
-        {"source smaller than its size", [](UnwrapSource& s, UnwrapTarget&) { s.size -= 4; }, E_INVALIDARG},
-        {"zero target height", [](UnwrapSource&, UnwrapTarget& t) { t.height = 0; }, E_INVALIDARG},
-        {"absurd target", [](UnwrapSource&, UnwrapTarget& t) { t.width = t.height = kMaxPictureSide; },
+        {"absurd source height", [](UnwrapSource& s, UnwrapTarget&) { s.height = 0xFFFFFFF0u; },
          E_INVALIDARG},
-        {"target smaller than its size", [](UnwrapSource&, UnwrapTarget& t) { t.size -= 1; }, E_INVALIDARG},
+        {"source smaller than its size", [](UnwrapSource& s, UnwrapTarget&) { s.size -= 4; },
+         E_INVALIDARG},
+        {"zero target height", [](UnwrapSource&, UnwrapTarget& t) { t.height = 0; }, E_INVALIDARG},
+        {"absurd target",
+         [](UnwrapSource&, UnwrapTarget& t) { t.width = t.height = kMaxPictureSide; },
+         E_INVALIDARG},
+        {"target smaller than its size", [](UnwrapSource&, UnwrapTarget& t) { t.size -= 1; },
+         E_INVALIDARG},
         {"zero radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = 0; }, E_INVALIDARG},
         {"negative radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = -5; }, E_INVALIDARG},
         {"zero angle", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 0.0f; }, E_INVALIDARG},
-        {"angle past a full turn", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 400.0f; }, E_INVALIDARG},
+        {"angle past a full turn", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 400.0f; },
+         E_INVALIDARG},
         {"angle not a number", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = std::nanf(""); },
          E_INVALIDARG},
     };
@@ -253,7 +267,9 @@ TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
             UnwrapTarget target = goodTarget;
             c.spoil(source, target);
             EXPECT_EQ(fn(&source, &target), c.status) << c.what;
-            EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint32_t p) { return p == 0x12345678u; })) << c.what;
+            EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint32_t p) {
+                return p == 0x12345678u;
+            })) << c.what;
         }
     }
     // Centres far outside the picture are no error: nothing is seen there, so all is black.
@@ -272,7 +288,8 @@ TEST_F(SphereUnwrapTest, ConcurrentCallsWithDifferentGeometries) {
     for (int32_t shift = 0; shift < 4; ++shift) {
         geometries.push_back({{32, 32 + shift, false, 0}, {32, 96 - shift, true, 20}});
         pictures.push_back(RenderFisheye(kWidth, kHeight, 32, 190, geometries.back()));
-        expected.push_back(Unwrap(pictures.back(), kWidth, kHeight, 32, 190.0f, geometries.back(), kWidth, kHeight));
+        expected.push_back(Unwrap(pictures.back(), kWidth, kHeight, 32, 190.0f, geometries.back(),
+                                  kWidth, kHeight));
     }
     std::vector<std::thread> threads;
     std::atomic<int> mismatches{0};
@@ -280,7 +297,8 @@ TEST_F(SphereUnwrapTest, ConcurrentCallsWithDifferentGeometries) {
         threads.emplace_back([&, t] {
             for (size_t round = 0; round < 8; ++round) {
                 const size_t g = (t + round) % geometries.size();
-                if (Unwrap(pictures[g], kWidth, kHeight, 32, 190.0f, geometries[g], kWidth, kHeight) != expected[g]) {
+                if (Unwrap(pictures[g], kWidth, kHeight, 32, 190.0f, geometries[g], kWidth,
+                           kHeight) != expected[g]) {
                     ++mismatches;
                 }
             }
@@ -302,18 +320,22 @@ TEST(UnwrapKernel, Sse41MatchesPlainBitForBit) {
     const unwrap::SourcePicture source{picture.data(), kWidth};
     const auto randomTap = [&] {
         const uint32_t x = random() % (kWidth - 1), y = random() % (kHeight - 1);
-        return unwrap::MakeTap(y * kWidth + x, random() % (unwrap::kOne + 1), random() % (unwrap::kOne + 1));
+        return unwrap::MakeTap(y * kWidth + x, random() % (unwrap::kOne + 1),
+                               random() % (unwrap::kOne + 1));
     };
     std::vector<unwrap::Tap> taps(5000);  // more than one chunk of the SSE version
-    for (auto& tap : taps) tap = random() % 20 == 0 ? unwrap::Tap{unwrap::kNoTap, 0, 0} : randomTap();
+    for (auto& tap : taps)
+        tap = random() % 20 == 0 ? unwrap::Tap{unwrap::kNoTap, 0, 0} : randomTap();
     taps[0] = unwrap::MakeTap(0, unwrap::kOne, unwrap::kOne);  // the extremes
     taps[1] = unwrap::MakeTap((kHeight - 2) * kWidth + kWidth - 2, 0, unwrap::kOne);
     std::vector<unwrap::BlendTap> blends;
     for (uint32_t target = 0; target < taps.size(); target += 1 + random() % 4) {
-        blends.push_back({target, static_cast<uint32_t>(random() % (unwrap::kOne + 1)), randomTap()});
+        blends.push_back(
+            {target, static_cast<uint32_t>(random() % (unwrap::kOne + 1)), randomTap()});
     }
     std::vector<uint32_t> plain(taps.size()), sse(taps.size());
-    unwrap::UnwrapPlain(source, taps.data(), taps.size(), blends.data(), blends.size(), plain.data());
+    unwrap::UnwrapPlain(source, taps.data(), taps.size(), blends.data(), blends.size(),
+                        plain.data());
     unwrap::UnwrapSse41(source, taps.data(), taps.size(), blends.data(), blends.size(), sse.data());
     EXPECT_EQ(plain, sse);
 }

@@ -36,7 +36,8 @@ public:
         parked_.notify_all();
         changed.wait(lock);  // until Advance, or the engine's own notification
         std::lock_guard<std::mutex> guard(lock_);
-        waiters_.erase(std::remove_if(waiters_.begin(), waiters_.end(), [id](const Waiter& w) { return w.id == id; }),
+        waiters_.erase(std::remove_if(waiters_.begin(), waiters_.end(),
+                                      [id](const Waiter& w) { return w.id == id; }),
                        waiters_.end());
     }
 

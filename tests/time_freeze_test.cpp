@@ -88,17 +88,19 @@ TEST(TimeFreezeList, InsertMapsThePresentationTimeAndMergesFreezesAtOneMediaTime
 
 TEST(TimeFreezeList, SetAndInsertShareOneBoundAndTheListOneCap) {
     constexpr double kMax = TimeFreezeList::kMaxMs;
-    const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity(),
+                 nan = std::numeric_limits<double>::quiet_NaN();
     // Each value as a time and as a duration: Set stores the pair exactly when Insert takes it.
-    for (const double value : {-1e300, -inf, nan, inf, 1e300, -1.0, -0.1, 0.0, 0.4, 1000.0, kMax - 0.2, kMax,
-                               kMax + 0.1, kMax + 1.0, 9.3e15}) {
+    for (const double value : {-1e300, -inf, nan, inf, 1e300, -1.0, -0.1, 0.0, 0.4, 1000.0,
+                               kMax - 0.2, kMax, kMax + 0.1, kMax + 1.0, 9.3e15}) {
         for (const bool asTime : {true, false}) {
             const double time = asTime ? value : 500.0, duration = asTime ? 20.0 : value;
             TimeFreezeList set, inserted;
             set.Set(&time, &duration, 1);
             inserted.Insert(time, duration);
             const int32_t count = set.Get(nullptr, nullptr, 0);
-            EXPECT_EQ(count, inserted.Get(nullptr, nullptr, 0)) << value << (asTime ? " as time" : " as duration");
+            EXPECT_EQ(count, inserted.Get(nullptr, nullptr, 0))
+                << value << (asTime ? " as time" : " as duration");
             EXPECT_EQ(count == 1, value >= 0.0 && value <= kMax) << value;
             for (const auto& segment : Read(set)) {
                 EXPECT_LE(segment.time, kMax);
@@ -109,7 +111,8 @@ TEST(TimeFreezeList, SetAndInsertShareOneBoundAndTheListOneCap) {
 
     // A million pairs keep the first kMaxSegments valid ones; a full list refuses inserts.
     std::vector<double> times(1'000'000), durations(times.size(), kMax);
-    for (size_t i = 0; i < times.size(); ++i) times[i] = (i % 2 == 0) ? -1.0 : static_cast<double>(i);
+    for (size_t i = 0; i < times.size(); ++i)
+        times[i] = (i % 2 == 0) ? -1.0 : static_cast<double>(i);
     TimeFreezeList list;
     list.Set(times.data(), durations.data(), static_cast<int32_t>(times.size()));
     const auto segments = Read(list);

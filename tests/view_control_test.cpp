@@ -1,10 +1,10 @@
 // View stepping without threads: one queued gesture value per frame, the view path between
 // gestures, what each frame asks to record, and the lens time clamped into the play range.
+#include "engine/view_control.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
-
-#include "engine/view_control.h"
 
 namespace vexel {
 namespace {
@@ -109,7 +109,8 @@ TEST(ViewControl, APredictionIsTheNextStepWithoutItsQueuedValues) {
     const ViewAngles predicted = control.Predict(5.0, 10.0, path);
     EXPECT_EQ(predicted.pan, 0.0) << "panning: the current pan until a frame takes a value";
     EXPECT_EQ(predicted.fov, 95.0) << "the path still steers the field of view";
-    EXPECT_EQ(control.Step(5.0, 10.0, path).view.pan, 40.0) << "the prediction took the queued value";
+    EXPECT_EQ(control.Step(5.0, 10.0, path).view.pan, 40.0)
+        << "the prediction took the queued value";
     const ViewAngles still = control.Predict(6.0, 10.0, path);
     const ViewAngles stepped = control.Step(6.0, 10.0, path).view;
     EXPECT_EQ(still.pan, stepped.pan);

@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "vexelplayer.h"
 #include "../bench_clip.h"
+#include "vexelplayer.h"
 
 namespace {
 
@@ -45,7 +45,9 @@ double Worst(const std::vector<double>& values) {
 // shows a few milliseconds at most, a starved one (decoding slower than real time) much more.
 class Lateness {
 public:
-    void Add(double sampleTicks) { offsets_.push_back(Ms(Clock::now().time_since_epoch()) - sampleTicks / 1e4); }
+    void Add(double sampleTicks) {
+        offsets_.push_back(Ms(Clock::now().time_since_epoch()) - sampleTicks / 1e4);
+    }
     size_t Count() const { return offsets_.size(); }
     std::vector<double> Values() const {
         std::vector<double> late;
@@ -62,11 +64,13 @@ private:
 // Polls the view samples until one for which shows(sample) holds, or until the deadline;
 // pre-samples are dropped.
 template <class Shows>
-bool AwaitView(PlayerHandle player, Shows shows, Clock::time_point deadline, Lateness* lateness = nullptr) {
+bool AwaitView(PlayerHandle player, Shows shows, Clock::time_point deadline,
+               Lateness* lateness = nullptr) {
     while (Clock::now() < deadline) {
         InlayBuffer_Release(GetCurrentPreSample(player));
         if (InlayBuffer* view = GetCurrentViewSample(player)) {
-            if (lateness && InlayBuffer_GetWidth(view) != 0) lateness->Add(InlayBuffer_GetTime(view));
+            if (lateness && InlayBuffer_GetWidth(view) != 0)
+                lateness->Add(InlayBuffer_GetTime(view));
             const bool shown = shows(view);
             InlayBuffer_Release(view);
             if (shown) return true;
@@ -79,7 +83,8 @@ bool AwaitView(PlayerHandle player, Shows shows, Clock::time_point deadline, Lat
 // Milliseconds from each change to the first view sample showing it; `gesture` uses AddPan inside
 // one pan gesture, otherwise SetView. `run` makes the pans of every run distinct, as SetView's
 // keyframes stay in the view path.
-std::vector<double> ChangeLatencies(const std::string& clip, Size size, bool gesture, int run, Lateness& lateness) {
+std::vector<double> ChangeLatencies(const std::string& clip, Size size, bool gesture, int run,
+                                    Lateness& lateness) {
     PlayerHandle player = Create();
     if (Open(player, clip.c_str(), 0, 0, 0) != 0) {
         std::fprintf(stderr, "cannot open %s\n", clip.c_str());
@@ -88,7 +93,8 @@ std::vector<double> ChangeLatencies(const std::string& clip, Size size, bool ges
     SetViewDim(player, size.width, size.height);
     Play(player, 0);
     // Playing steadily first: the first frame, then a few more.
-    AwaitView(player, [](InlayBuffer*) { return true; }, Clock::now() + std::chrono::seconds(5));
+    AwaitView(
+        player, [](InlayBuffer*) { return true; }, Clock::now() + std::chrono::seconds(5));
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     if (gesture) StartPan(player);
 
@@ -105,7 +111,8 @@ std::vector<double> ChangeLatencies(const std::string& clip, Size size, bool ges
         if (AwaitView(player, carries, asked + std::chrono::seconds(2), &lateness)) {
             latencies.push_back(Ms(Clock::now() - asked));
         }
-        AwaitView(player, [](InlayBuffer*) { return false; }, asked + kChangeSpacing, &lateness);
+        AwaitView(
+            player, [](InlayBuffer*) { return false; }, asked + kChangeSpacing, &lateness);
     }
     if (gesture) EndPan(player);
     Stop(player);
@@ -120,7 +127,8 @@ void DrawingTime(const std::string& clip, Size size, double* drawMs, double* cop
     Open(player, clip.c_str(), 0, 0, 0);
     Play(player, 0);
     InlayBuffer* panorama = nullptr;
-    for (const Clock::time_point end = Clock::now() + std::chrono::seconds(5); !panorama && Clock::now() < end;) {
+    for (const Clock::time_point end = Clock::now() + std::chrono::seconds(5);
+         !panorama && Clock::now() < end;) {
         panorama = GetCurrentPreSample(player);
         if (panorama && InlayBuffer_GetWidth(panorama) == 0) {
             InlayBuffer_Release(std::exchange(panorama, nullptr));
@@ -139,7 +147,8 @@ void DrawingTime(const std::string& clip, Size size, double* drawMs, double* cop
     std::vector<double> draws, copies;
     for (int i = 0; i < 30; ++i) {
         Clock::time_point t0 = Clock::now();
-        InlayBuffer_ExtractView(panorama, reinterpret_cast<uint8_t*>(view.data()), size.width, size.height);
+        InlayBuffer_ExtractView(panorama, reinterpret_cast<uint8_t*>(view.data()), size.width,
+                                size.height);
         draws.push_back(Ms(Clock::now() - t0));
         t0 = Clock::now();
         std::memcpy(copy.data(), view.data(), bytes);
@@ -163,9 +172,10 @@ int main(int argc, char** argv) {
     Open(probe, clip.c_str(), 0, 0, 0);
     const double frameMs = 1000.0 / GetFrameRate(probe);
     Destroy(probe);
-    std::printf("clip: %s, frame interval %.1f ms; %d changes %lld ms apart, polled every %lld us\n",
-                clip.c_str(), frameMs, kChanges, static_cast<long long>(kChangeSpacing.count()),
-                static_cast<long long>(kPoll.count()));
+    std::printf(
+        "clip: %s, frame interval %.1f ms; %d changes %lld ms apart, polled every %lld us\n",
+        clip.c_str(), frameMs, kChanges, static_cast<long long>(kChangeSpacing.count()),
+        static_cast<long long>(kPoll.count()));
     std::printf("target: worst at most one frame interval + 5 ms = %.1f ms\n", frameMs + 5.0);
 
     bool met = true;
@@ -173,21 +183,28 @@ int main(int argc, char** argv) {
     for (const Size size : {Size{1280, 720}, Size{1920, 1080}}) {
         for (const bool gesture : {true, false}) {
             Lateness lateness;
-            const std::vector<double> latencies = ChangeLatencies(clip, size, gesture, run++, lateness);
+            const std::vector<double> latencies =
+                ChangeLatencies(clip, size, gesture, run++, lateness);
             const double worst = Worst(latencies);
-            const bool ok = static_cast<int>(latencies.size()) == kChanges && worst <= frameMs + 5.0;
+            const bool ok =
+                static_cast<int>(latencies.size()) == kChanges && worst <= frameMs + 5.0;
             met = met && ok;
-            std::printf("%4ux%-4u %-8s shown %2zu/%d: median %5.1f ms, worst %5.1f ms (%.2f frame intervals)%s\n",
-                        size.width, size.height, gesture ? "AddPan" : "SetView", latencies.size(), kChanges,
-                        Median(latencies), worst, worst / frameMs, ok ? "" : "  OVER TARGET");
-            std::printf("          %zu frames presented in %.1f s; lateness median %.1f ms, worst %.1f ms\n",
-                        lateness.Count(), kChanges * Ms(kChangeSpacing) / 1000, Median(lateness.Values()),
-                        Worst(lateness.Values()));
+            std::printf(
+                "%4ux%-4u %-8s shown %2zu/%d: median %5.1f ms, worst %5.1f ms (%.2f frame "
+                "intervals)%s\n",
+                size.width, size.height, gesture ? "AddPan" : "SetView", latencies.size(), kChanges,
+                Median(latencies), worst, worst / frameMs, ok ? "" : "  OVER TARGET");
+            std::printf(
+                "          %zu frames presented in %.1f s; lateness median %.1f ms, worst %.1f "
+                "ms\n",
+                lateness.Count(), kChanges * Ms(kChangeSpacing) / 1000, Median(lateness.Values()),
+                Worst(lateness.Values()));
         }
         double drawMs = 0, copyMs = 0;
         DrawingTime(clip, size, &drawMs, &copyMs);
-        std::printf("%4ux%-4u drawing a view: %.2f ms median (memcpy of the view %.3f ms, ratio %.1f)\n", size.width,
-                    size.height, drawMs, copyMs, drawMs / copyMs);
+        std::printf(
+            "%4ux%-4u drawing a view: %.2f ms median (memcpy of the view %.3f ms, ratio %.1f)\n",
+            size.width, size.height, drawMs, copyMs, drawMs / copyMs);
     }
     return met ? 0 : 1;
 }

@@ -17,8 +17,6 @@
 //    seek being served, so both should stay far below one seek's latency (target: under 5 ms).
 //
 // Usage: vexel_playback_bench [clip]; without a clip one is made (once) with vexel-make-sample.
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -28,6 +26,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -58,13 +57,15 @@ constexpr int kPicturesInFlight = 35;
 double ProcessCpuSeconds() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
 }
 
 double ThreadCpuSeconds() {
     rusage usage{};
     getrusage(RUSAGE_THREAD, &usage);
-    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
 }
 
 double Ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
@@ -73,7 +74,8 @@ double Ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(
 double StatusBytes(const std::string& field) {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field + ":", 0) == 0) return std::stod(line.substr(field.size() + 1)) * 1024.0;
+        if (line.rfind(field + ":", 0) == 0)
+            return std::stod(line.substr(field.size() + 1)) * 1024.0;
     }
     return 0.0;
 }
@@ -84,7 +86,8 @@ void ResetPeakMemory() { std::ofstream("/proc/self/clear_refs") << "5"; }
 double Percentile(std::vector<double> values, double p) {
     if (values.empty()) return 0.0;
     std::sort(values.begin(), values.end());
-    return values[std::min(values.size() - 1, static_cast<size_t>(p * static_cast<double>(values.size())))];
+    return values[std::min(values.size() - 1,
+                           static_cast<size_t>(p * static_cast<double>(values.size())))];
 }
 
 struct Run {
@@ -129,12 +132,14 @@ Run PlayThroughLibrary(const std::string& clip, double* contentSeconds) {
                     first = seen;
                     firstTicks = ticks;
                 }
-                run.latenessMs.push_back(Ms(seen - first) - static_cast<double>(ticks - firstTicks) / 1e4);
+                run.latenessMs.push_back(Ms(seen - first) -
+                                         static_cast<double>(ticks - firstTicks) / 1e4);
             }
             InlayBuffer_Release(view);
         }
         if (InlayBuffer* pre = GetCurrentPreSample(player)) {
-            run.pictureBytes = std::max(run.pictureBytes, InlayBuffer_GetWidth(pre) * InlayBuffer_GetHeight(pre) * 4);
+            run.pictureBytes = std::max(run.pictureBytes,
+                                        InlayBuffer_GetWidth(pre) * InlayBuffer_GetHeight(pre) * 4);
             InlayBuffer_Release(pre);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -166,8 +171,8 @@ Run ProjectWithV360(const std::string& clip) {
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     avcodec_open2(decoder, codec, nullptr);
 
-    V360Graph g = MakeV360Graph(decoder->width, decoder->height, decoder->pix_fmt, stream->time_base, kViewWidth,
-                                kViewHeight, kFov, 0.0, 0);
+    V360Graph g = MakeV360Graph(decoder->width, decoder->height, decoder->pix_fmt,
+                                stream->time_base, kViewWidth, kViewHeight, kFov, 0.0, 0);
     AVFilterGraph* graph = g.graph;
     AVFilterContext *in = g.in, *out = g.out;
     if (in == nullptr) {
@@ -256,7 +261,8 @@ StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
                 result.sampleMs.push_back(Ms(Clock::now() - t0));
                 InlayBuffer_Release(sample);
             }
-            std::this_thread::sleep_for(std::chrono::microseconds(100));  // a host polling at ~10 kHz
+            std::this_thread::sleep_for(
+                std::chrono::microseconds(100));  // a host polling at ~10 kHz
         }
     });
     std::thread stopper([&] {
@@ -284,7 +290,8 @@ StormCalls SeekStorm(const std::string& clip, double contentSeconds) {
 
 std::string BenchClip(const char* makeSample, const std::string& folder) {
     const std::string clip = folder + "/bench-3840x1920-30fps.mp4";
-    return MakeClipOnce(makeSample, clip, "--size 3840x1920 --fps 30 --seconds 10 --keyframes 30 --no-audio");
+    return MakeClipOnce(makeSample, clip,
+                        "--size 3840x1920 --fps 30 --seconds 10 --keyframes 30 --no-audio");
 }
 
 }  // namespace
@@ -296,39 +303,48 @@ int main(int argc, char** argv) {
     double content = 0.0;
     const Run library = PlayThroughLibrary(clip, &content);
     const Run reference = ProjectWithV360(clip);
-    const double libraryRate = library.cpuSeconds / content, referenceRate = reference.cpuSeconds / content;
-    std::printf("clip: %s, %.2f s, view %dx%d, fov %.0f, %u cores\n", clip.c_str(), content, kViewWidth, kViewHeight,
-                kFov, std::thread::hardware_concurrency());
-    std::printf("library (real-time playback): %.3f CPU s per s of video (%d frames, %.2f s wall)\n", libraryRate,
-                library.frames, library.wallSeconds);
-    std::printf("v360 (as fast as it goes):    %.3f CPU s per s of video (%d frames, %.2f s wall)\n", referenceRate,
-                reference.frames, reference.wallSeconds);
+    const double libraryRate = library.cpuSeconds / content,
+                 referenceRate = reference.cpuSeconds / content;
+    std::printf("clip: %s, %.2f s, view %dx%d, fov %.0f, %u cores\n", clip.c_str(), content,
+                kViewWidth, kViewHeight, kFov, std::thread::hardware_concurrency());
+    std::printf(
+        "library (real-time playback): %.3f CPU s per s of video (%d frames, %.2f s wall)\n",
+        libraryRate, library.frames, library.wallSeconds);
+    std::printf(
+        "v360 (as fast as it goes):    %.3f CPU s per s of video (%d frames, %.2f s wall)\n",
+        referenceRate, reference.frames, reference.wallSeconds);
     std::printf("ratio library / v360:         %.2f\n", libraryRate / referenceRate);
-    std::printf("host view of the playback:    %d of %d frames taken (%d missed), lateness p99 %.1f ms, max %.1f ms\n",
-                library.frames, reference.frames, reference.frames - library.frames,
-                Percentile(library.latenessMs, 0.99), Percentile(library.latenessMs, 1.0));
+    std::printf(
+        "host view of the playback:    %d of %d frames taken (%d missed), lateness p99 %.1f ms, "
+        "max %.1f ms\n",
+        library.frames, reference.frames, reference.frames - library.frames,
+        Percentile(library.latenessMs, 0.99), Percentile(library.latenessMs, 1.0));
     const double bound = 1.1 * kPicturesInFlight * library.pictureBytes, mib = 1024.0 * 1024.0;
-    std::printf("peak memory of the playback:  %.0f MiB, bound %.0f MiB (%d pictures of %.1f MiB + 10 %%): %.2f of it\n",
-                library.peakBytes / mib, bound / mib, kPicturesInFlight, library.pictureBytes / mib,
-                library.peakBytes / bound);
+    std::printf(
+        "peak memory of the playback:  %.0f MiB, bound %.0f MiB (%d pictures of %.1f MiB + 10 %%): "
+        "%.2f of it\n",
+        library.peakBytes / mib, bound / mib, kPicturesInFlight, library.pictureBytes / mib,
+        library.peakBytes / bound);
 
     const std::vector<double> latencies = SeekLatencies(clip, content);
     if (latencies.empty()) {
         std::printf("seek latency: no seek was presented\n");
         return 1;
     }
-    std::printf("seek latency (%zu seeks, keyframe every 1 s): median %.1f ms, max %.1f ms\n", latencies.size(),
-                latencies[latencies.size() / 2], latencies.back());
+    std::printf("seek latency (%zu seeks, keyframe every 1 s): median %.1f ms, max %.1f ms\n",
+                latencies.size(), latencies[latencies.size() / 2], latencies.back());
 
     // A call that the scheduler interrupts counts the interruption too: on a loaded machine the
     // longest sample call shows that, the 99.9th percentile the calls themselves.
     const StormCalls storm = SeekStorm(clip, content);
     const std::vector<double>& calls = storm.sampleMs;
     const double longestCall = std::max(storm.longestSeekMs, calls.back());
-    std::printf("seek storm (1000 seeks, Stop every 20 ms): longest Seek call %.3f ms; sample calls: %zu, "
-                "99.9th percentile %.3f ms, longest %.3f ms, %zu over 5 ms\n",
-                storm.longestSeekMs, calls.size(), calls[calls.size() * 999 / 1000], calls.back(),
-                static_cast<size_t>(calls.end() - std::upper_bound(calls.begin(), calls.end(), 5.0)));
-    std::printf("longest call / median seek latency: %.4f\n", longestCall / latencies[latencies.size() / 2]);
+    std::printf(
+        "seek storm (1000 seeks, Stop every 20 ms): longest Seek call %.3f ms; sample calls: %zu, "
+        "99.9th percentile %.3f ms, longest %.3f ms, %zu over 5 ms\n",
+        storm.longestSeekMs, calls.size(), calls[calls.size() * 999 / 1000], calls.back(),
+        static_cast<size_t>(calls.end() - std::upper_bound(calls.begin(), calls.end(), 5.0)));
+    std::printf("longest call / median seek latency: %.4f\n",
+                longestCall / latencies[latencies.size() / 2]);
     return 0;
 }

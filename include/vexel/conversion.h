@@ -50,16 +50,16 @@ inline constexpr uint64_t kMaxUnwrapTargetPixels = uint64_t{1} << 26;
 
 // A picture for libPixelConvert.so (52 bytes).
 struct PixelBufferDesc {
-    uint32_t format;  // kPixelFormatYuy2 or kPixelFormatBgra32
+    uint32_t format;     // kPixelFormatYuy2 or kPixelFormatBgra32
     uint32_t reserved0;  // not interpreted
-    uint32_t width;   // pixels
-    uint32_t height;  // pixels
-    uint8_t flag0;    // not interpreted
+    uint32_t width;      // pixels
+    uint32_t height;     // pixels
+    uint8_t flag0;       // not interpreted
     uint8_t unused0[3];
     uint32_t stride;  // bytes from one row to the next, at least the packed row size
     uint8_t flag1;    // not interpreted
     uint8_t unused1[3];
-    uint8_t* data;  // first byte of the top row
+    uint8_t* data;       // first byte of the top row
     uint8_t* planes[2];  // set by CalculatePlanePointer: planes[0] = data, planes[1] = null
 };
 
@@ -68,8 +68,8 @@ struct PixelBufferDesc {
 // in the same height-then-width order as the first two fields. The single-lens function reads
 // centerRow/centerColumn, the dual-lens function the left and right pairs.
 struct UnwrapSource {
-    uint32_t height;  // pixels
-    uint32_t width;   // pixels
+    uint32_t height;       // pixels
+    uint32_t width;        // pixels
     int32_t centerRow;     // single lens
     int32_t centerColumn;  // single lens
     int32_t radius;        // of each lens's image circle, pixels
@@ -86,8 +86,8 @@ struct UnwrapSource {
 // top row first, rows of width x 4 bytes; longitude runs left to right from -180 to 180 degrees
 // (0 in the middle, the forward direction), latitude from +90 at the top row to -90.
 struct UnwrapTarget {
-    uint32_t height;  // pixels
-    uint32_t width;   // pixels
+    uint32_t height;       // pixels
+    uint32_t width;        // pixels
     uint8_t reserved[12];  // not interpreted
     // Bytes, or pixels, at pixels: the player passes bytes for a single lens and the pixel count
     // for two, so any value of at least width x height is accepted as a pixel count. The caller
@@ -143,13 +143,15 @@ VEXEL_MODULE_EXPORT int32_t CalculatePlanePointer(PixelBufferDesc* desc);
 // Converts source into destination (same width and height) of format BGRA32: from YUY2 (an odd
 // width takes a final half pair, so its rows need ((width + 1) / 2) x 4 bytes) or from BGRA32 (a
 // plain copy).
-VEXEL_MODULE_EXPORT int32_t ConvertBuffers(const PixelBufferDesc* source, const PixelBufferDesc* destination);
+VEXEL_MODULE_EXPORT int32_t ConvertBuffers(const PixelBufferDesc* source,
+                                           const PixelBufferDesc* destination);
 
 }  // extern "C"
 
 typedef uint32_t (*CalculateBufferSizeFn)(const PixelBufferDesc* desc);
 typedef int32_t (*CalculatePlanePointerFn)(PixelBufferDesc* desc);
-typedef int32_t (*ConvertBuffersFn)(const PixelBufferDesc* source, const PixelBufferDesc* destination);
+typedef int32_t (*ConvertBuffersFn)(const PixelBufferDesc* source,
+                                    const PixelBufferDesc* destination);
 inline constexpr char kCalculateBufferSizeSymbol[] = "CalculateBufferSize";
 inline constexpr char kCalculatePlanePointerSymbol[] = "CalculatePlanePointer";
 inline constexpr char kConvertBuffersSymbol[] = "ConvertBuffers";
@@ -252,7 +254,8 @@ VEXEL_MODULE_EXPORT int32_t SetPanoramaZoom(double time, double fov);
 VEXEL_MODULE_EXPORT int32_t ClearPanoramaPath(void);
 // Writes the path to a JSON file (UTF-8 path), replacing it whole:
 //   {"format": "vexel-view-path", "version": 1,
-//    "keyframes": [{"time": 0.0, "pan": 10.0, "tilt": 0.0, "fov": 90.0}, {"time": 2.5, "fov": 60.0}]}
+//    "keyframes": [{"time": 0.0, "pan": 10.0, "tilt": 0.0, "fov": 90.0}, {"time": 2.5,
+//    "fov": 60.0}]}
 // with keyframes in time order, "pan" and "tilt" together or not at all.
 VEXEL_MODULE_EXPORT int32_t SavePanoramaPath(const char* path);
 // Replaces the path with the one in a file written by SavePanoramaPath. A file that cannot be read,

@@ -15,17 +15,22 @@ enum class CpuKernel { kPlain, kSse41, kAvx2, kAvx512 };
 
 inline const char* CpuKernelName(CpuKernel level) {
     switch (level) {
-        case CpuKernel::kSse41: return "sse41";
-        case CpuKernel::kAvx2: return "avx2";
-        case CpuKernel::kAvx512: return "avx512";
-        default: return "plain";
+        case CpuKernel::kSse41:
+            return "sse41";
+        case CpuKernel::kAvx2:
+            return "avx2";
+        case CpuKernel::kAvx512:
+            return "avx512";
+        default:
+            return "plain";
     }
 }
 
 // The best level this processor runs. The AVX-512 kernels use the F and BW subsets.
 inline CpuKernel SupportedCpuKernel() {
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw")) return CpuKernel::kAvx512;
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw"))
+        return CpuKernel::kAvx512;
     if (__builtin_cpu_supports("avx2")) return CpuKernel::kAvx2;
     if (__builtin_cpu_supports("sse4.1")) return CpuKernel::kSse41;
     return CpuKernel::kPlain;

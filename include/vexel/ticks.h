@@ -20,7 +20,9 @@ constexpr int64_t kTicksPerMs = kTicksPerSecond / 1000;
 using TicksF = std::chrono::duration<double, Ticks::period>;
 
 // Milliseconds and seconds of a tick count (ticks / 10^4, ticks / 10^7).
-constexpr double ToMs(TicksF time) { return std::chrono::duration<double, std::milli>(time).count(); }
+constexpr double ToMs(TicksF time) {
+    return std::chrono::duration<double, std::milli>(time).count();
+}
 constexpr double ToSeconds(TicksF time) { return std::chrono::duration<double>(time).count(); }
 
 // Fractional milliseconds and seconds as ticks, before truncation (ms x 10^4, s x 10^7).

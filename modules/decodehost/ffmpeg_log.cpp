@@ -41,8 +41,10 @@ void Callback(void* context, int level, const char* format, va_list args) {
 void RouteFfmpegLog() {
     static std::once_flag once;
     std::call_once(once, [] {
-        // FFmpeg drops messages above its own level before calling back; let debug through when asked.
-        if (vexel::CurrentLogSetting().Shows(vexel::LogLevel::Debug)) av_log_set_level(AV_LOG_DEBUG);
+        // FFmpeg drops messages above its own level before calling back; let debug through when
+        // asked.
+        if (vexel::CurrentLogSetting().Shows(vexel::LogLevel::Debug))
+            av_log_set_level(AV_LOG_DEBUG);
         av_log_set_callback(&Callback);
     });
 }

@@ -1,11 +1,10 @@
 #include "input_policy.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 extern "C" {

@@ -32,13 +32,15 @@ double StreamFrameRate(AVFormatContext* context, AVStream* stream) {
     return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0.0;
 }
 
-std::unique_ptr<MediaFile> MediaFile::Open(const char* path, InterruptCheck interrupted, int* error) {
+std::unique_ptr<MediaFile> MediaFile::Open(const char* path, InterruptCheck interrupted,
+                                           int* error) {
     *error = CheckInput(path);
     if (*error < 0) return nullptr;
     return OpenInput(path, nullptr, std::move(interrupted), error);
 }
 
-std::unique_ptr<MediaFile> MediaFile::Open(AVIOContext* io, InterruptCheck interrupted, int* error) {
+std::unique_ptr<MediaFile> MediaFile::Open(AVIOContext* io, InterruptCheck interrupted,
+                                           int* error) {
     return OpenInput("", io, std::move(interrupted), error);
 }
 
@@ -62,7 +64,7 @@ std::unique_ptr<MediaFile> MediaFile::OpenInput(const char* path, AVIOContext* i
     av_dict_set(&options, "protocol_whitelist", ProtocolWhitelist().c_str(), 0);
     av_dict_set(&options, "rw_timeout", kNetworkTimeoutMicroseconds, 0);
     av_dict_set(&options, "timeout", kNetworkTimeoutMicroseconds, 0);  // connecting, for tcp
-    *error = avformat_open_input(&context, path, nullptr, &options);  // frees context on failure
+    *error = avformat_open_input(&context, path, nullptr, &options);   // frees context on failure
     av_dict_free(&options);
     if (*error < 0) return nullptr;
     file->context_.reset(context);
@@ -108,7 +110,8 @@ void MediaFile::Describe() {
             duration = av_rescale_q(context->duration, AV_TIME_BASE_Q, kTickBase);
             // Matroska's (and WebM's) duration is where the segment ends, counted from time zero
             // rather than from the first time stamp: a file that starts late ends that much sooner.
-            if (std::strstr(context->iformat->name, "matroska") != nullptr) duration = SubTicks(duration, originTicks_);
+            if (std::strstr(context->iformat->name, "matroska") != nullptr)
+                duration = SubTicks(duration, originTicks_);
         }
         entry.durationTicks = duration > 0 ? static_cast<uint64_t>(duration) : 0;
 
@@ -116,7 +119,8 @@ void MediaFile::Describe() {
             entry.info.width = static_cast<uint32_t>(std::max(params->width, 0));
             entry.info.height = static_cast<uint32_t>(std::max(params->height, 0));
             entry.info.frameRate = StreamFrameRate(context, stream);
-            entry.info.duration = vexel::ToSeconds(vexel::TicksF(static_cast<double>(entry.durationTicks)));
+            entry.info.duration =
+                vexel::ToSeconds(vexel::TicksF(static_cast<double>(entry.durationTicks)));
         } else if (entry.info.kind == kStreamKindAudio) {
             entry.info.channels = static_cast<uint32_t>(std::max(params->ch_layout.nb_channels, 0));
             entry.info.samplesPerSecond = static_cast<uint32_t>(std::max(params->sample_rate, 0));

@@ -43,7 +43,8 @@ public:
     // Opens `path` (a regular file, or a URL of an allowed protocol: input_policy.h) and reads
     // its stream parameters. Null on failure, with the libavformat error in *error. Network input
     // gives up after a deadline, or when `interrupted` says so.
-    static std::unique_ptr<MediaFile> Open(const char* path, InterruptCheck interrupted, int* error);
+    static std::unique_ptr<MediaFile> Open(const char* path, InterruptCheck interrupted,
+                                           int* error);
     // Opens a file that libavformat reads through `io` (a custom I/O context, which the caller
     // keeps and frees after the file).
     static std::unique_ptr<MediaFile> Open(AVIOContext* io, InterruptCheck interrupted, int* error);

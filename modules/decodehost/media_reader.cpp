@@ -43,7 +43,8 @@ int32_t Reader::Open(const char* utf8Path, MediaDescription** out) {
     if (Busy()) return E_NOT_READY;
     watched_.store(span_.load());  // Stop now interrupts the open
     int error = 0;
-    std::unique_ptr<MediaFile> file = MediaFile::Open(utf8Path, [this] { return Interrupted(); }, &error);
+    std::unique_ptr<MediaFile> file = MediaFile::Open(
+        utf8Path, [this] { return Interrupted(); }, &error);
     if (!file) return E_FAIL;
     *out = NewObject<Description>(file->streams());
     video_.reset();

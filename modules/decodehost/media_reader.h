@@ -98,8 +98,8 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable wake_;  // delivery thread: new span, resume, quit
     std::atomic<uint32_t> state_{kIdle};
-    std::atomic<bool> quit_{false};   // destruction; also ends blocking reads of the file
-    std::atomic<uint64_t> span_{0};   // the span to deliver; a change abandons the one under way
+    std::atomic<bool> quit_{false};     // destruction; also ends blocking reads of the file
+    std::atomic<uint64_t> span_{0};     // the span to deliver; a change abandons the one under way
     std::atomic<uint64_t> watched_{0};  // the span (or, for Open, the value of span_) whose input
                                         // a change of span_ interrupts
 

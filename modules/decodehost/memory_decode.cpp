@@ -35,11 +35,19 @@ struct MemoryInput {
         auto* in = static_cast<MemoryInput*>(opaque);
         int64_t base = 0;
         switch (whence & ~AVSEEK_FORCE) {
-            case AVSEEK_SIZE: return in->size;
-            case SEEK_SET: base = 0; break;
-            case SEEK_CUR: base = in->position; break;
-            case SEEK_END: base = in->size; break;
-            default: return AVERROR(EINVAL);
+            case AVSEEK_SIZE:
+                return in->size;
+            case SEEK_SET:
+                base = 0;
+                break;
+            case SEEK_CUR:
+                base = in->position;
+                break;
+            case SEEK_END:
+                base = in->size;
+                break;
+            default:
+                return AVERROR(EINVAL);
         }
         if (offset < -base || offset > in->size - base) return AVERROR(EINVAL);
         in->position = base + offset;
@@ -112,15 +120,18 @@ DecodeSummary DecodeMemory(const uint8_t* data, size_t size, const DecodeLimits&
             video = std::make_unique<VideoConverter>(codec->width, codec->height);
         } else {
             if (codec->ch_layout.nb_channels <= 0 || codec->sample_rate <= 0) continue;
-            audio = std::make_unique<AudioConverter>(codec->ch_layout.nb_channels, codec->sample_rate);
+            audio =
+                std::make_unique<AudioConverter>(codec->ch_layout.nb_channels, codec->sample_rate);
         }
         ++summary.streams;
         // From the start, then from the middle, as a play and a seek would.
         decoder->Seek(0);
-        summary.frames += DecodePass(*decoder, video.get(), audio.get(), limits.framesPerPass, *file, buffer);
+        summary.frames +=
+            DecodePass(*decoder, video.get(), audio.get(), limits.framesPerPass, *file, buffer);
         decoder->Seek(static_cast<int64_t>(entry.durationTicks / 2));
         if (audio) audio->Reset();
-        summary.frames += DecodePass(*decoder, video.get(), audio.get(), limits.framesPerPass, *file, buffer);
+        summary.frames +=
+            DecodePass(*decoder, video.get(), audio.get(), limits.framesPerPass, *file, buffer);
     }
     return summary;
 }

@@ -63,7 +63,8 @@ void Reader::DeliverSpan(const Span& span) {
         if (frame == nullptr || start >= SubTicks(stop, kTimeSlack)) break;
 
         Block block;
-        const bool ready = isVideo ? start >= SubTicks(span.current, kTimeSlack) && PrepareVideo(frame, start, block)
+        const bool ready = isVideo ? start >= SubTicks(span.current, kTimeSlack) &&
+                                         PrepareVideo(frame, start, block)
                                    : PrepareAudio(frame, start, span, block);
         if (ready && !CallSink(span.id, &block)) return;
     }
@@ -88,7 +89,8 @@ bool Reader::PrepareAudio(AVFrame* frame, int64_t start, const Span& span, Block
 
     // Keep only the samples inside the span.
     int64_t first = 0, last = count;
-    if (start < span.current) first = std::min<int64_t>(TicksToSamples(SubTicks(span.current, start), rate), count);
+    if (start < span.current)
+        first = std::min<int64_t>(TicksToSamples(SubTicks(span.current, start), rate), count);
     if (span.stop > 0 && AddTicks(start, SamplesToTicks(count, rate)) > span.stop) {
         last = std::clamp<int64_t>(TicksToSamples(SubTicks(span.stop, start), rate), 0, count);
     }

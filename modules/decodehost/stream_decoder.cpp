@@ -125,7 +125,8 @@ AVFrame* StreamDecoder::Decode(int64_t* ticks) {
         av_frame_unref(frame_.get());
         const int status = avcodec_receive_frame(codec_.get(), frame_.get());
         if (status == 0) {
-            if (codec_->codec_type == AVMEDIA_TYPE_VIDEO) pictures_.fetch_add(1, std::memory_order_relaxed);
+            if (codec_->codec_type == AVMEDIA_TYPE_VIDEO)
+                pictures_.fetch_add(1, std::memory_order_relaxed);
             *ticks = FrameTicks(frame_.get());
             return frame_.get();
         }

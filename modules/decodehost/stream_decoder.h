@@ -47,7 +47,7 @@ private:
     void Reset(int64_t ticks);   // forgets decoder state after a seek
     bool DecodeFirst();          // decodes the first picture after a seek into the pending one
     AVFrame* Decode(int64_t* ticks);
-    void FeedPacket();  // sends the next packet of the stream, or the end of input
+    void FeedPacket();   // sends the next packet of the stream, or the end of input
     void SetSkipping();  // whether the decoder may drop the packet about to be sent
     int64_t FrameTicks(const AVFrame* frame);
 

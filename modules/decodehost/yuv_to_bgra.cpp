@@ -1,9 +1,8 @@
 #include "yuv_to_bgra.h"
 
+#include <cmath>
 #include <libyuv/convert_argb.h>
 #include <libyuv/row.h>
-
-#include <cmath>
 
 namespace vexel::decodehost {
 
@@ -78,13 +77,16 @@ bool YuvToBottomUpBgra(const AVFrame& frame, uint8_t* out) {
     switch (frame.format) {
         case AV_PIX_FMT_YUV420P:
         case AV_PIX_FMT_YUVJ420P:
-            return libyuv::I420ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w, h) == 0;
+            return libyuv::I420ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w,
+                                            h) == 0;
         case AV_PIX_FMT_YUV422P:
         case AV_PIX_FMT_YUVJ422P:
-            return libyuv::I422ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w, h) == 0;
+            return libyuv::I422ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w,
+                                            h) == 0;
         case AV_PIX_FMT_YUV444P:
         case AV_PIX_FMT_YUVJ444P:
-            return libyuv::I444ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w, h) == 0;
+            return libyuv::I444ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w,
+                                            h) == 0;
         case AV_PIX_FMT_NV12:
             return libyuv::NV12ToARGBMatrix(d[0], s[0], d[1], s[1], out, stride, m, w, h) == 0;
         case AV_PIX_FMT_NV21:
@@ -95,8 +97,9 @@ bool YuvToBottomUpBgra(const AVFrame& frame, uint8_t* out) {
         case AV_PIX_FMT_YUV420P12LE: {
             const auto convert = frame.format == AV_PIX_FMT_YUV420P10LE   ? libyuv::I010ToARGBMatrix
                                  : frame.format == AV_PIX_FMT_YUV422P10LE ? libyuv::I210ToARGBMatrix
-                                 : frame.format == AV_PIX_FMT_YUV444P10LE ? libyuv::I410ToARGBMatrix
-                                                                          : libyuv::I012ToARGBMatrix;
+                                 : frame.format == AV_PIX_FMT_YUV444P10LE
+                                     ? libyuv::I410ToARGBMatrix
+                                     : libyuv::I012ToARGBMatrix;
             return convert(Plane16(frame, 0), s0, Plane16(frame, 1), s1, Plane16(frame, 2), s2, out,
                            stride, m, w, h) == 0;
         }

@@ -6,15 +6,16 @@
 #include <string>
 
 #include "path_file.h"
-#include "view_path.h"
 #include "vexel/conversion.h"
+#include "view_path.h"
 
 namespace {
 
 using vexel::lens::PathKeys;
 using vexel::lens::ViewPath;
 
-// Defaults for a 2:1 picture of two circles side by side (X: fraction of the height, Y: of the width).
+// Defaults for a 2:1 picture of two circles side by side (X: fraction of the height, Y: of the
+// width).
 constexpr double kLeftX = 0.5, kLeftY = 0.25, kRightX = 0.5, kRightY = 0.75, kRadius = 0.5;
 // Bounds that keep every product with a picture side far inside 32 bits.
 constexpr double kMaxCoordinate = 4.0;
@@ -22,7 +23,8 @@ constexpr double kMaxCoordinate = 4.0;
 // Each value is read and written whole; a frame that meets a calibration half done sees some old
 // and some new values, and the next frame sees them all.
 struct Geometry {
-    std::atomic<double> leftX{kLeftX}, leftY{kLeftY}, rightX{kRightX}, rightY{kRightY}, radius{kRadius};
+    std::atomic<double> leftX{kLeftX}, leftY{kLeftY}, rightX{kRightX}, rightY{kRightY},
+        radius{kRadius};
 };
 
 Geometry& Lens() {
@@ -47,7 +49,9 @@ int32_t Set(std::atomic<double>& target, double value, double low) {
     return S_OK;
 }
 
-int32_t SetCoordinate(std::atomic<double>& target, double value) { return Set(target, value, -kMaxCoordinate); }
+int32_t SetCoordinate(std::atomic<double>& target, double value) {
+    return Set(target, value, -kMaxCoordinate);
+}
 
 bool AllFinite(std::initializer_list<double> values) {
     for (const double v : values) {
@@ -77,7 +81,9 @@ int32_t SetPanoramaLeftCenterX(double value) { return SetCoordinate(Lens().leftX
 int32_t SetPanoramaLeftCenterY(double value) { return SetCoordinate(Lens().leftY, value); }
 int32_t SetPanoramaRightCenterX(double value) { return SetCoordinate(Lens().rightX, value); }
 int32_t SetPanoramaRightCenterY(double value) { return SetCoordinate(Lens().rightY, value); }
-int32_t SetPanoramaRadius(double value) { return value > 0.0 ? Set(Lens().radius, value, 0.0) : E_INVALIDARG; }
+int32_t SetPanoramaRadius(double value) {
+    return value > 0.0 ? Set(Lens().radius, value, 0.0) : E_INVALIDARG;
+}
 
 int32_t ResetPanoramaGeometry(void) {
     Geometry& lens = Lens();
@@ -149,7 +155,8 @@ int32_t LoadPanoramaPath(const char* path) {
     if (path == nullptr) return E_POINTER;
     try {
         std::string text;
-        if (const int32_t status = vexel::lens::ReadTextFile(path, text); status != S_OK) return status;
+        if (const int32_t status = vexel::lens::ReadTextFile(path, text); status != S_OK)
+            return status;
         PathKeys keys;
         if (!vexel::lens::PathFromJson(text, keys)) return E_INVALID_DATA;
         Path().Replace(std::move(keys));

@@ -1,13 +1,13 @@
 #include "path_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sys/stat.h>
 
 #include "vexel/conversion.h"
 
@@ -37,8 +37,9 @@ std::string PathToJson(const PathKeys& keys) {
     auto zoom = keys.zooms.begin();
     // Merge the two tracks in time order.
     while (direction != keys.directions.end() || zoom != keys.zooms.end()) {
-        const bool takeDirection = zoom == keys.zooms.end() ||
-                                   (direction != keys.directions.end() && direction->time <= zoom->time);
+        const bool takeDirection =
+            zoom == keys.zooms.end() ||
+            (direction != keys.directions.end() && direction->time <= zoom->time);
         const bool takeZoom = zoom != keys.zooms.end() &&
                               (direction == keys.directions.end() || zoom->time <= direction->time);
         json frame = {{"time", takeDirection ? direction->time : zoom->time}};
@@ -53,7 +54,8 @@ std::string PathToJson(const PathKeys& keys) {
         }
         frames.push_back(std::move(frame));
     }
-    const json root = {{"format", kFormat}, {"version", kVersion}, {"keyframes", std::move(frames)}};
+    const json root = {
+        {"format", kFormat}, {"version", kVersion}, {"keyframes", std::move(frames)}};
     return root.dump(2) + "\n";
 }
 
@@ -63,9 +65,9 @@ bool PathFromJson(std::string_view text, PathKeys& keys) {
     const auto format = root.find("format");
     const auto version = root.find("version");
     const auto frames = root.find("keyframes");
-    if (format == root.end() || *format != kFormat || version == root.end() || !version->is_number_integer() ||
-        *version != kVersion || frames == root.end() || !frames->is_array() ||
-        frames->size() > 2 * ViewPath::kMaxKeys) {
+    if (format == root.end() || *format != kFormat || version == root.end() ||
+        !version->is_number_integer() || *version != kVersion || frames == root.end() ||
+        !frames->is_array() || frames->size() > 2 * ViewPath::kMaxKeys) {
         return false;
     }
     PathKeys loaded;
@@ -75,7 +77,8 @@ bool PathFromJson(std::string_view text, PathKeys& keys) {
         const auto time = FiniteNumber(frame, "time");
         if (!time || *time <= previous) return false;
         previous = *time;
-        const bool hasPan = frame.contains("pan"), hasTilt = frame.contains("tilt"), hasFov = frame.contains("fov");
+        const bool hasPan = frame.contains("pan"), hasTilt = frame.contains("tilt"),
+                   hasFov = frame.contains("fov");
         if (hasPan != hasTilt || (!hasPan && !hasFov)) return false;
         if (hasPan) {
             const auto pan = FiniteNumber(frame, "pan"), tilt = FiniteNumber(frame, "tilt");
@@ -88,7 +91,8 @@ bool PathFromJson(std::string_view text, PathKeys& keys) {
             loaded.zooms.push_back({*time, {*fov}});
         }
     }
-    if (loaded.directions.size() > ViewPath::kMaxKeys || loaded.zooms.size() > ViewPath::kMaxKeys) return false;
+    if (loaded.directions.size() > ViewPath::kMaxKeys || loaded.zooms.size() > ViewPath::kMaxKeys)
+        return false;
     keys = std::move(loaded);
     return true;
 }
@@ -107,7 +111,8 @@ int32_t ReadTextFile(const char* path, std::string& text) {
             if (got <= 0) break;
             done += static_cast<size_t>(got);
         }
-        text.resize(done);  // a file that shrank meanwhile is read as it is now, and judged by its text
+        text.resize(
+            done);  // a file that shrank meanwhile is read as it is now, and judged by its text
         status = S_OK;
     }
     close(fd);

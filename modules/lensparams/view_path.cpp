@@ -8,7 +8,9 @@ namespace vexel::lens {
 namespace {
 
 // The same angle difference taken the shorter way: [-180, 180).
-double ShorterArc(double difference) { return difference - 360.0 * std::floor((difference + 180.0) / 360.0); }
+double ShorterArc(double difference) {
+    return difference - 360.0 * std::floor((difference + 180.0) / 360.0);
+}
 
 // Fritsch-Carlson tangent at a key between two secants of widths h0, h1 and slopes d0, d1: zero at
 // a reversal or a plateau, else a weighted harmonic mean that keeps each piece monotone.
@@ -76,8 +78,8 @@ double Track<N>::Interpolate(size_t i, size_t c, double time) const {
         m2 = Tangent(h, d, h1, step(i + 1) / h1);
     }
     const double s = (time - t1) / h, s2 = s * s, s3 = s2 * s;
-    const double value = (2 * s3 - 3 * s2 + 1) * u1 + (s3 - 2 * s2 + s) * h * m1 + (3 * s2 - 2 * s3) * u2 +
-                         (s3 - s2) * h * m2;
+    const double value = (2 * s3 - 3 * s2 + 1) * u1 + (s3 - 2 * s2 + s) * h * m1 +
+                         (3 * s2 - 2 * s3) * u2 + (s3 - s2) * h * m2;
     // Keys a hair apart can make the tangents overflow; a straight line is the fallback.
     return std::isfinite(value) ? value : u1 + s * (u2 - u1);
 }

@@ -1,11 +1,10 @@
 // libPixelConvert.so: YUY2 (BT.709, limited range) or BGRA32 pictures to BGRA32, over libyuv.
-#include <libyuv/convert_argb.h>
-#include <libyuv/planar_functions.h>
-#include <libyuv/row.h>  // the layout of YuvConstants
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <libyuv/convert_argb.h>
+#include <libyuv/planar_functions.h>
+#include <libyuv/row.h>  // the layout of YuvConstants
 #include <new>
 #include <vector>
 
@@ -16,9 +15,12 @@ namespace {
 // Bytes of one packed row; 0 for an unknown format.
 uint64_t RowBytes(uint32_t format, uint32_t width) {
     switch (format) {
-        case kPixelFormatYuy2: return (uint64_t{width} + 1) / 2 * 4;
-        case kPixelFormatBgra32: return uint64_t{width} * 4;
-        default: return 0;
+        case kPixelFormatYuy2:
+            return (uint64_t{width} + 1) / 2 * 4;
+        case kPixelFormatBgra32:
+            return uint64_t{width} * 4;
+        default:
+            return 0;
     }
 }
 
@@ -44,7 +46,8 @@ const libyuv::YuvConstants* Bt709Constants() {
     alignas(64) static const libyuv::YuvConstants constants = [] {
         libyuv::YuvConstants c;
         std::memcpy(&c, &libyuv::kYuvH709Constants, sizeof c);
-        for (size_t i = 0; i < sizeof c.kUVToB; i += 2) c.kUVToB[i] = 135;  // (U, V) pairs; V adds no blue
+        for (size_t i = 0; i < sizeof c.kUVToB; i += 2)
+            c.kUVToB[i] = 135;  // (U, V) pairs; V adds no blue
         return c;
     }();
     return &constants;
@@ -69,8 +72,8 @@ int32_t Yuy2ToBgra(const PixelBufferDesc& source, const PixelBufferDesc& destina
         const int rows = static_cast<int>(std::min(kStripRows, source.height - row));
         const uint8_t* in = source.data + size_t{row} * source.stride;
         uint8_t* out = destination.data + size_t{row} * destination.stride;
-        if (libyuv::YUY2ToI422(in, static_cast<int>(source.stride), y, width, u, chromaWidth, v, chromaWidth,
-                               width, rows) != 0 ||
+        if (libyuv::YUY2ToI422(in, static_cast<int>(source.stride), y, width, u, chromaWidth, v,
+                               chromaWidth, width, rows) != 0 ||
             libyuv::I422ToARGBMatrix(y, width, u, chromaWidth, v, chromaWidth, out,
                                      static_cast<int>(destination.stride), Bt709Constants(), width,
                                      rows) != 0) {
@@ -109,9 +112,10 @@ int32_t ConvertBuffers(const PixelBufferDesc* source, const PixelBufferDesc* des
         return E_INVALIDARG;
     }
     if (source->format == kPixelFormatYuy2) return Yuy2ToBgra(*source, *destination);
-    const int status = libyuv::ARGBCopy(source->data, static_cast<int>(source->stride), destination->data,
-                                        static_cast<int>(destination->stride), static_cast<int>(source->width),
-                                        static_cast<int>(source->height));
+    const int status =
+        libyuv::ARGBCopy(source->data, static_cast<int>(source->stride), destination->data,
+                         static_cast<int>(destination->stride), static_cast<int>(source->width),
+                         static_cast<int>(source->height));
     return status == 0 ? S_OK : E_INVALIDARG;
 }
 

@@ -17,19 +17,22 @@ bool ValidSide(uint32_t side) { return side >= 2 && side <= kMaxPictureSide; }
 // The geometry of a call, or an error for records that cannot be unwrapped.
 int32_t ReadGeometry(const UnwrapSource* source, const UnwrapTarget* target, uint32_t lensCount,
                      Geometry& geometry) {
-    if (source == nullptr || target == nullptr || source->pixels == nullptr || target->pixels == nullptr) {
+    if (source == nullptr || target == nullptr || source->pixels == nullptr ||
+        target->pixels == nullptr) {
         return E_POINTER;
     }
     const uint64_t sourcePixels = uint64_t{source->width} * source->height;
     const uint64_t targetPixels = uint64_t{target->width} * target->height;
-    if (!ValidSide(source->width) || !ValidSide(source->height) || source->size < sourcePixels * 4 ||
-        !ValidSide(target->width) || !ValidSide(target->height) || targetPixels > kMaxUnwrapTargetPixels ||
+    if (!ValidSide(source->width) || !ValidSide(source->height) ||
+        source->size < sourcePixels * 4 || !ValidSide(target->width) ||
+        !ValidSide(target->height) || targetPixels > kMaxUnwrapTargetPixels ||
         target->size < targetPixels || source->radius < 1 || source->radius > kMaxRadius ||
-        !std::isfinite(source->lensAngle) || source->lensAngle <= 0.0f || source->lensAngle > 360.0f) {
+        !std::isfinite(source->lensAngle) || source->lensAngle <= 0.0f ||
+        source->lensAngle > 360.0f) {
         return E_INVALIDARG;
     }
-    geometry = Geometry{source->width, source->height, target->width, target->height, source->radius,
-                        source->lensAngle, lensCount, {}};
+    geometry = Geometry{source->width,  source->height,    target->width, target->height,
+                        source->radius, source->lensAngle, lensCount,     {}};
     if (lensCount == 1) {
         geometry.lenses[0] = {source->centerRow, source->centerColumn};
     } else {
@@ -48,9 +51,11 @@ int32_t Unwrap(const UnwrapSource* source, const UnwrapTarget* target, uint32_t 
     }
     try {
         const auto map = cache.Get(geometry);
-        const SourcePicture picture{reinterpret_cast<const uint32_t*>(source->pixels), source->width};
+        const SourcePicture picture{reinterpret_cast<const uint32_t*>(source->pixels),
+                                    source->width};
         auto* out = reinterpret_cast<uint32_t*>(target->pixels);
-        BestUnwrap()(picture, map->taps.data(), map->taps.size(), map->blends.data(), map->blends.size(), out);
+        BestUnwrap()(picture, map->taps.data(), map->taps.size(), map->blends.data(),
+                     map->blends.size(), out);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

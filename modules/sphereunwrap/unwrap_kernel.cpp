@@ -30,8 +30,8 @@ uint32_t SampleOne(SourcePicture source, Tap tap) {
 
 }  // namespace
 
-void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends, size_t blendCount,
-                 uint32_t* out) {
+void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends,
+                 size_t blendCount, uint32_t* out) {
     for (size_t i = 0; i < count; ++i) out[i] = SampleOne(source, taps[i]);
     for (size_t i = 0; i < blendCount; ++i) {
         uint32_t& pixel = out[blends[i].target];
@@ -46,7 +46,8 @@ void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const Blen
 }
 
 UnwrapFunction BestUnwrap() {
-    static const UnwrapFunction best = ChosenCpuKernel() >= CpuKernel::kSse41 ? UnwrapSse41 : UnwrapPlain;
+    static const UnwrapFunction best =
+        ChosenCpuKernel() >= CpuKernel::kSse41 ? UnwrapSse41 : UnwrapPlain;
     return best;
 }
 

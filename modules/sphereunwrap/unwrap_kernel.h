@@ -28,7 +28,8 @@ static_assert(sizeof(Tap) == 8);
 inline constexpr uint32_t kNoTap = UINT32_MAX;
 
 inline constexpr Tap MakeTap(uint32_t offset, uint32_t fx, uint32_t fy) {
-    return {offset, static_cast<uint16_t>((kOne - fx) | fx << 8), static_cast<uint16_t>((kOne - fy) | fy << 8)};
+    return {offset, static_cast<uint16_t>((kOne - fx) | fx << 8),
+            static_cast<uint16_t>((kOne - fy) | fy << 8)};
 }
 
 // A second tap for one target pixel: target = first x (kOne - weight) + second x weight, rounded.
@@ -45,13 +46,13 @@ struct SourcePicture {
 };
 
 // out[i] = the pixel of taps[i], mixed with the second taps that name i.
-using UnwrapFunction = void (*)(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends,
-                                size_t blendCount, uint32_t* out);
+using UnwrapFunction = void (*)(SourcePicture source, const Tap* taps, size_t count,
+                                const BlendTap* blends, size_t blendCount, uint32_t* out);
 
-void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends, size_t blendCount,
-                 uint32_t* out);
-void UnwrapSse41(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends, size_t blendCount,
-                 uint32_t* out);
+void UnwrapPlain(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends,
+                 size_t blendCount, uint32_t* out);
+void UnwrapSse41(SourcePicture source, const Tap* taps, size_t count, const BlendTap* blends,
+                 size_t blendCount, uint32_t* out);
 
 // The fastest version this processor runs (or the plain one when VEXEL_CPU=plain), chosen once.
 UnwrapFunction BestUnwrap();

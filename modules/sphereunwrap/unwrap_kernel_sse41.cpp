@@ -36,7 +36,8 @@ __attribute__((target("sse4.1"))) Constants MakeConstants() {
 }
 
 // Byte pairs times their weights, rounded back to 8 bits in 16-bit lanes.
-__attribute__((target("sse4.1"))) inline __m128i Mix(__m128i pairs, __m128i weights, const Constants& k) {
+__attribute__((target("sse4.1"))) inline __m128i Mix(__m128i pairs, __m128i weights,
+                                                     const Constants& k) {
     return _mm_srli_epi16(_mm_add_epi16(_mm_maddubs_epi16(pairs, weights), k.half), 6);
 }
 
@@ -49,8 +50,10 @@ __attribute__((target("sse4.1"))) inline __m128i SampleOne(SourcePicture source,
     const __m128i block = _mm_castpd_si128(
         _mm_loadh_pd(_mm_castsi128_pd(top), reinterpret_cast<const double*>(p + source.width)));
     const __m128i weights = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&tap));
-    const __m128i rows = Mix(_mm_shuffle_epi8(block, k.pairLeftRight), _mm_shuffle_epi8(weights, k.broadcastWx), k);
-    return Mix(_mm_shuffle_epi8(rows, k.pairTopBottom), _mm_shuffle_epi8(weights, k.broadcastWy), k);
+    const __m128i rows =
+        Mix(_mm_shuffle_epi8(block, k.pairLeftRight), _mm_shuffle_epi8(weights, k.broadcastWx), k);
+    return Mix(_mm_shuffle_epi8(rows, k.pairTopBottom), _mm_shuffle_epi8(weights, k.broadcastWy),
+               k);
 }
 
 __attribute__((target("sse4.1"))) inline void Prefetch(SourcePicture source, const Tap& tap) {
@@ -61,13 +64,15 @@ __attribute__((target("sse4.1"))) inline void Prefetch(SourcePicture source, con
 }
 
 __attribute__((target("sse4.1"))) inline uint32_t Pack(__m128i lanes, const Constants& k) {
-    return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_or_si128(_mm_packus_epi16(lanes, lanes), k.alpha)));
+    return static_cast<uint32_t>(
+        _mm_cvtsi128_si32(_mm_or_si128(_mm_packus_epi16(lanes, lanes), k.alpha)));
 }
 
 }  // namespace
 
-__attribute__((target("sse4.1"))) void UnwrapSse41(SourcePicture source, const Tap* taps, size_t count,
-                                                   const BlendTap* blends, size_t blendCount, uint32_t* out) {
+__attribute__((target("sse4.1"))) void UnwrapSse41(SourcePicture source, const Tap* taps,
+                                                   size_t count, const BlendTap* blends,
+                                                   size_t blendCount, uint32_t* out) {
     const Constants k = MakeConstants();
     const BlendTap* blend = blends;
     const BlendTap* const blendEnd = blends + blendCount;
@@ -80,9 +85,11 @@ __attribute__((target("sse4.1"))) void UnwrapSse41(SourcePicture source, const T
         for (; blend != blendEnd && blend->target < end; ++blend) {
             uint32_t& pixel = out[blend->target];
             const __m128i first = _mm_cvtsi32_si128(static_cast<int>(pixel));
-            const __m128i second = _mm_packus_epi16(SampleOne(source, blend->tap, k), _mm_setzero_si128());
+            const __m128i second =
+                _mm_packus_epi16(SampleOne(source, blend->tap, k), _mm_setzero_si128());
             const __m128i pairs = _mm_unpacklo_epi8(first, second);  // (first, second) per channel
-            const __m128i weights = _mm_set1_epi16(static_cast<int16_t>((kOne - blend->weight) | blend->weight << 8));
+            const __m128i weights =
+                _mm_set1_epi16(static_cast<int16_t>((kOne - blend->weight) | blend->weight << 8));
             pixel = Pack(Mix(pairs, weights, k), k);
         }
     }

@@ -25,10 +25,12 @@ Tap TapAt(double x, double y, uint32_t width, uint32_t height) {
 }
 
 // Where the lens sees a direction given in its own frame (x right, y up, z along the axis).
-Tap LensTap(const Geometry& g, const LensPlacement& lens, double theta, double x, double y, double rho) {
+Tap LensTap(const Geometry& g, const LensPlacement& lens, double theta, double x, double y,
+            double rho) {
     const double r = g.radius * theta / (g.lensAngle * kPi / 360.0);
     const double scale = rho > 0.0 ? r / rho : 0.0;
-    return TapAt(lens.centerColumn + x * scale, lens.centerRow - y * scale, g.sourceWidth, g.sourceHeight);
+    return TapAt(lens.centerColumn + x * scale, lens.centerRow - y * scale, g.sourceWidth,
+                 g.sourceHeight);
 }
 
 // Share of the front lens for a direction theta from its axis: 1 well inside its half, falling
@@ -58,15 +60,18 @@ std::shared_ptr<const UnwrapMap> BuildMap(const Geometry& g) {
         for (uint32_t j = 0; j < g.targetWidth; ++j) {
             const double x = cosLat * sinLon[j], z = cosLat * cosLon[j];
             const double rho = std::sqrt(x * x + y * y);
-            const double theta = std::atan2(rho, z);  // from the front axis; the back lens sees pi - theta
+            const double theta =
+                std::atan2(rho, z);  // from the front axis; the back lens sees pi - theta
             const uint32_t index = i * g.targetWidth + j;
             // The back lens is the front one turned half round the vertical: its x and z flip.
-            const Tap front = theta <= halfAngle ? LensTap(g, g.lenses[0], theta, x, y, rho) : kNothing;
+            const Tap front =
+                theta <= halfAngle ? LensTap(g, g.lenses[0], theta, x, y, rho) : kNothing;
             const Tap back = g.lensCount == 2 && kPi - theta <= halfAngle
                                  ? LensTap(g, g.lenses[1], kPi - theta, -x, y, rho)
                                  : kNothing;
             double share = front.offset == kNoTap ? 0.0 : 1.0;
-            if (front.offset != kNoTap && back.offset != kNoTap) share = FrontShare(theta, halfAngle);
+            if (front.offset != kNoTap && back.offset != kNoTap)
+                share = FrontShare(theta, halfAngle);
             const auto backWeight = static_cast<uint32_t>(std::lround((1.0 - share) * kOne));
             if (backWeight == 0) {
                 map->taps[index] = front;

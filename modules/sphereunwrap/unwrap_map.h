@@ -31,15 +31,15 @@ struct LensPlacement {
 struct Geometry {
     uint32_t sourceWidth, sourceHeight;
     uint32_t targetWidth, targetHeight;
-    int32_t radius;   // pixels, > 0
-    float lensAngle;  // degrees, (0, 360]
+    int32_t radius;      // pixels, > 0
+    float lensAngle;     // degrees, (0, 360]
     uint32_t lensCount;  // 1: front only; 2: front and back
     LensPlacement lenses[2];
     bool operator==(const Geometry&) const = default;
 };
 
 struct UnwrapMap {
-    std::vector<Tap> taps;  // one per target pixel
+    std::vector<Tap> taps;         // one per target pixel
     std::vector<BlendTap> blends;  // second lens where both see the direction
 };
 

@@ -13,7 +13,8 @@ namespace vexel {
 std::unique_ptr<AudioDevice> AudioDevice::Open(const WAVEFORMATEX& format, PullFn pull) {
     if (std::unique_ptr<AudioDevice> device = OpenSdlAudioDevice(format, pull)) return device;
     static std::atomic<bool> reported{false};
-    if (!reported.exchange(true)) LogAt(LogLevel::Info, "vexel: no audio output device; sound plays on a silent device\n");
+    if (!reported.exchange(true))
+        LogAt(LogLevel::Info, "vexel: no audio output device; sound plays on a silent device\n");
     return OpenSilentAudioDevice(format, std::move(pull));
 }
 

@@ -1,12 +1,12 @@
 // The SDL output of AudioDevice. SDL's audio subsystem is started once per process, on the first
 // device asked for, and kept; its calls are serialised by one lock.
-#include <SDL2/SDL.h>
 #include <glob.h>
-#include <sys/stat.h>
 
+#include <SDL2/SDL.h>
 #include <cstdlib>
 #include <mutex>
 #include <string>
+#include <sys/stat.h>
 
 #include "audio/audio_device.h"
 
@@ -25,19 +25,22 @@ bool Exists(const std::string& path) {
 }
 
 // Whether any sound output could be reached: a sound card, a sound server's socket, an ALSA
-// configuration of the user's (which may point anywhere) or an SDL driver chosen by name. Where none
-// is, SDL is not asked at all: its ALSA driver would have libasound print its failures to the
+// configuration of the user's (which may point anywhere) or an SDL driver chosen by name. Where
+// none is, SDL is not asked at all: its ALSA driver would have libasound print its failures to the
 // terminal ("ALSA lib ... cannot find card '0'").
 bool SoundOutputMayExist() {
-    if (std::getenv("SDL_AUDIODRIVER") != nullptr || std::getenv("PULSE_SERVER") != nullptr) return true;
+    if (std::getenv("SDL_AUDIODRIVER") != nullptr || std::getenv("PULSE_SERVER") != nullptr)
+        return true;
     glob_t cards{};
     const bool card = glob("/dev/snd/pcmC*", GLOB_NOSORT, nullptr, &cards) == 0;
     globfree(&cards);
     if (card || Exists("/etc/asound.conf") || Exists("/run/pulse/native")) return true;
-    if (const char* home = std::getenv("HOME"); home != nullptr && Exists(std::string(home) + "/.asoundrc")) return true;
+    if (const char* home = std::getenv("HOME");
+        home != nullptr && Exists(std::string(home) + "/.asoundrc"))
+        return true;
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    return runtime != nullptr &&
-           (Exists(std::string(runtime) + "/pulse/native") || Exists(std::string(runtime) + "/pipewire-0"));
+    return runtime != nullptr && (Exists(std::string(runtime) + "/pulse/native") ||
+                                  Exists(std::string(runtime) + "/pipewire-0"));
 }
 
 // Under SdlLock. False when SDL has no audio output here (no driver, or none that starts).

@@ -13,7 +13,8 @@ namespace vexel {
 void LogPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Prints the message the first time `done` is found clear, and never again for that flag.
-void LogOnce(std::atomic<bool>& done, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void LogOnce(std::atomic<bool>& done, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 
 // Prints the message if VEXEL_LOG shows `level`.
 void LogAt(LogLevel level, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -33,7 +33,9 @@ void FrameQueue::MarkEnd(bool ended) {
 }
 
 void FrameQueue::WakeAll() {
-    { std::lock_guard<std::mutex> guard(lock_); }  // a waiter between its test and its wait sees the change
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+    }  // a waiter between its test and its wait sees the change
     changed_.notify_all();
 }
 

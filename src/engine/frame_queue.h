@@ -1,8 +1,8 @@
 // FrameQueue: a first-in first-out queue of frame records with its own lock. Producers wait for
 // room below a bound, consumers for a frame or the marked end of the stream.
 //
-// Threads: any number of producers and consumers. Each wait also ends when the condition it is given
-// holds; whoever makes that condition true calls WakeAll afterwards.
+// Threads: any number of producers and consumers. Each wait also ends when the condition it is
+// given holds; whoever makes that condition true calls WakeAll afterwards.
 #pragma once
 
 #include <condition_variable>
@@ -35,7 +35,8 @@ public:
     // Waits until `count` frames wait or the end is marked, until `clock` reaches `deadline`, or
     // until cancel() holds.
     template <class Cancel>
-    void WaitForFrames(size_t count, TickClock& clock, TickClock::TimePoint deadline, Cancel cancel) {
+    void WaitForFrames(size_t count, TickClock& clock, TickClock::TimePoint deadline,
+                       Cancel cancel) {
         std::unique_lock<std::mutex> guard(lock_);
         while (frames_.size() < count && !ended_ && !cancel() && clock.Now() < deadline) {
             clock.WaitUntil(guard, changed_, deadline);
@@ -63,9 +64,9 @@ public:
     void Push(std::unique_ptr<FrameRecord> frame);  // no bound applied
     // The time of the first frame; `otherwise` when none waits or the first is the end marker.
     int64_t FrontTime(int64_t otherwise);
-    void Clear();                                    // frees every waiting frame
-    void MarkEnd(bool ended);                        // the producer's last frame is queued
-    void WakeAll();                                  // after a cancel condition became true
+    void Clear();              // frees every waiting frame
+    void MarkEnd(bool ended);  // the producer's last frame is queued
+    void WakeAll();            // after a cancel condition became true
 
 private:
     const size_t bound_;

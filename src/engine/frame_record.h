@@ -22,7 +22,7 @@ struct FrameRecord {
     PixelBuffer pixels;  // equirectangular picture, 32 bits per pixel, top row first
     uint32_t width = 0;  // a record with width or height 0 is the end marker
     uint32_t height = 0;
-    uint32_t size = 0;      // bytes in pixels
+    uint32_t size = 0;       // bytes in pixels
     PixelBuffer viewPixels;  // rendered view; null until the render thread renders the frame
     uint32_t viewWidth = 0;
     uint32_t viewHeight = 0;

@@ -1,7 +1,8 @@
-// FreezeCopyPlan: where a decoded frame goes on the presentation timeline, and the copies of it that
-// fill a time freeze starting less than one frame interval before it. A frame is shown later by all
-// the frozen time before it; the first frame after a freeze begins is repeated once per frame
-// interval from the presentation time at which the freeze begins. Seek previews make no copies.
+// FreezeCopyPlan: where a decoded frame goes on the presentation timeline, and the copies of it
+// that fill a time freeze starting less than one frame interval before it. A frame is shown later
+// by all the frozen time before it; the first frame after a freeze begins is repeated once per
+// frame interval from the presentation time at which the freeze begins. Seek previews make no
+// copies.
 //
 // Threads: a value computed on the delivery thread; no lock, no shared state.
 #pragma once

@@ -19,10 +19,10 @@ Fn Lens(const char* symbol) {
 PanoramaLens::PanoramaLens() { lensParams.Load(); }
 
 bool PanoramaLens::Available() {
-    for (const char* symbol :
-         {kGetPanoramaAngleSymbol, kGetPanoramaPanSymbol, kGetPanoramaZoomSymbol,
-          kSetPanoramaAngleSymbol, kSetPanoramaPanSymbol, kGetLeftCenterXSymbol,
-          kGetLeftCenterYSymbol, kGetRightCenterXSymbol, kGetRightCenterYSymbol, kGetRadiusSymbol}) {
+    for (const char* symbol : {kGetPanoramaAngleSymbol, kGetPanoramaPanSymbol,
+                               kGetPanoramaZoomSymbol, kSetPanoramaAngleSymbol,
+                               kSetPanoramaPanSymbol, kGetLeftCenterXSymbol, kGetLeftCenterYSymbol,
+                               kGetRightCenterXSymbol, kGetRightCenterYSymbol, kGetRadiusSymbol}) {
         if (lensParams.Symbol(symbol) == nullptr) return false;
     }
     return true;

@@ -6,10 +6,10 @@
 #include <thread>
 
 #include "common/log.h"
-#include "vexel/status.h"
-#include "vexel/tick_math.h"
 #include "engine/freeze_copy_plan.h"
 #include "projection/view_projector.h"
+#include "vexel/status.h"
+#include "vexel/tick_math.h"
 
 namespace vexel {
 
@@ -19,8 +19,8 @@ using std::chrono::duration;
 using State = RenderEngine::State;
 
 // The engine's clock counts milliseconds in 32-bit floats from the clock's native ticks.
-constexpr float kMsPerClockTick =
-    1000.0f / static_cast<float>(TickClock::Duration::period::den / TickClock::Duration::period::num);
+constexpr float kMsPerClockTick = 1000.0f / static_cast<float>(TickClock::Duration::period::den /
+                                                               TickClock::Duration::period::num);
 // How long the present thread keeps the last picture of a stream for the client before the
 // empty end samples replace it.
 constexpr std::chrono::milliseconds kLastPictureHold{1000};
@@ -44,7 +44,9 @@ public:
     void GetAngle(double time, double* pan, double* tilt, double* fov) override {
         PanoramaLens::GetAngle(time, pan, tilt, fov);
     }
-    void GetPan(double time, double* pan, double* tilt) override { PanoramaLens::GetPan(time, pan, tilt); }
+    void GetPan(double time, double* pan, double* tilt) override {
+        PanoramaLens::GetPan(time, pan, tilt);
+    }
     void GetZoom(double time, double* fov) override { PanoramaLens::GetZoom(time, fov); }
 };
 
@@ -159,7 +161,9 @@ int32_t RenderEngine::StartAt(Ticks time, bool seek) {
         std::lock_guard<std::mutex> guard(stateLock_);
         const State from = state_.load();
         // Seeking lasts until a stop; an ended engine has no threads to play with.
-        to = from == State::kEnded ? State::kEnded : (seek || Seeks(from)) ? State::kSeeking : State::kPlaying;
+        to = from == State::kEnded   ? State::kEnded
+             : (seek || Seeks(from)) ? State::kSeeking
+                                     : State::kPlaying;
         state_.store(to);
         // A resume continues the sound where it paused, unless it never ran since the last start.
         if (!resume) {
@@ -172,8 +176,11 @@ int32_t RenderEngine::StartAt(Ticks time, bool seek) {
     }
     WakeWaits();
     if (!renderThread_.IsStarted() && !presentThread_.IsStarted()) {
-        if (!renderThread_.Start([this] { RunGuarded("render", [this] { RenderThreadProc(); }); }, "vexel-render") ||
-            !presentThread_.Start([this] { RunGuarded("present", [this] { PresentThreadProc(); }); }, "vexel-present")) {
+        if (!renderThread_.Start([this] { RunGuarded("render", [this] { RenderThreadProc(); }); },
+                                 "vexel-render") ||
+            !presentThread_.Start(
+                [this] { RunGuarded("present", [this] { PresentThreadProc(); }); },
+                "vexel-present")) {
             LogPrintf("vexel: could not start the render threads\n");
         }
     }
@@ -217,7 +224,8 @@ bool RenderEngine::PushDecodedFrame(std::unique_ptr<FrameRecord> frame) {
         decodedQueue_.Push(std::move(record));
         return true;
     };
-    const FreezeCopyPlan plan(Ticks(frame->time), freezes_, videoStreamInfo_.frameRate, Seeks(state_.load()));
+    const FreezeCopyPlan plan(Ticks(frame->time), freezes_, videoStreamInfo_.frameRate,
+                              Seeks(state_.load()));
     frame->streamTime = frame->time;
     frame->time = plan.Time().count();
     for (int64_t i = 0; i < plan.CopyCount(); ++i) {
@@ -232,7 +240,8 @@ void RenderEngine::SetView(double pan, double tilt, double fov) {
     if (!std::isfinite(pan) || !std::isfinite(tilt) || !std::isfinite(fov)) return;
     std::lock_guard<std::mutex> guard(viewDecisionLock_);
     view_.Set({pan, tilt, fov});
-    const double seconds = ToSeconds(Ticks(SubTicks(nextViewTime_, static_cast<int64_t>(rangeStart_))));
+    const double seconds =
+        ToSeconds(Ticks(SubTicks(nextViewTime_, static_cast<int64_t>(rangeStart_))));
     PanoramaLens::SetAngle(seconds, pan, tilt, fov);
 }
 
@@ -282,9 +291,9 @@ void RenderEngine::RenderThreadProc() {
         FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
         if (taken.frame) {
             LensPath path;
-            const ViewAngles view =
-                view_.Predict(ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))),
-                              ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
+            const ViewAngles view = view_.Predict(
+                ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))),
+                ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
             DrawView(*taken.frame, view, rowTable_);
             if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
             renderedQueue_.Push(std::move(taken.frame));
@@ -298,12 +307,14 @@ void RenderEngine::RenderThreadProc() {
     }
 }
 
-void RenderEngine::DrawView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable) {
+void RenderEngine::DrawView(FrameRecord& frame, const ViewAngles& view,
+                            std::vector<const uint32_t*>& rowTable) {
     try {
         RenderFrameView(frame, view, rowTable);
     } catch (const std::exception& e) {
         // A view that cannot be drawn (out of memory) costs that frame's view sample only.
-        LogOnce(loggedRenderFailure, "vexel: a view could not be rendered (%s); its frame goes on without it\n",
+        LogOnce(loggedRenderFailure,
+                "vexel: a view could not be rendered (%s); its frame goes on without it\n",
                 e.what());
         frame.viewPixels.reset();
     }
@@ -315,7 +326,8 @@ void RenderEngine::RenderFrameView(FrameRecord& frame, const ViewAngles& view,
     // Timed on the steady clock whatever clock presents: a drawing takes the machine's time.
     const auto began = std::chrono::steady_clock::now();
     const uint64_t dim = viewDim_.load();
-    const uint32_t viewWidth = static_cast<uint32_t>(dim), viewHeight = static_cast<uint32_t>(dim >> 32);
+    const uint32_t viewWidth = static_cast<uint32_t>(dim),
+                   viewHeight = static_cast<uint32_t>(dim >> 32);
 
     if (!frame.viewPixels || frame.viewSize != viewWidth * viewHeight * 4) {
         frame.viewPixels.reset();
@@ -343,13 +355,15 @@ void RenderEngine::RenderFrameView(FrameRecord& frame, const ViewAngles& view,
 
 void RenderEngine::PresentThreadProc() {
     while (WaitUntilTaking()) {
-        std::unique_ptr<FrameRecord> frame = renderedQueue_.Take([this] { return !Takes(state_.load()); }).frame;
+        std::unique_ptr<FrameRecord> frame =
+            renderedQueue_.Take([this] { return !Takes(state_.load()); }).frame;
         if (!frame) continue;
         if (frame->IsEndMarker()) {
             ClockElapsedMs();  // a resume with no picture left still runs the rest of the sound
             WaitSamplesTaken();
             PublishSamples(std::move(frame));
-            Transition({State::kPlaying, State::kPaused, State::kSeeking, State::kSeekFrameShown}, State::kEnded);
+            Transition({State::kPlaying, State::kPaused, State::kSeeking, State::kSeekFrameShown},
+                       State::kEnded);
             return;
         }
         {
@@ -371,7 +385,8 @@ bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame, float leadM
     const bool poll = leadMs == 0.0f;  // deciding a view early needs no poll's precision
     for (;;) {
         const float elapsed = ClockElapsedMs();
-        const float now = static_cast<float>(TicksToMsF32(static_cast<float>(startPosition_.load())) + elapsed);
+        const float now =
+            static_cast<float>(TicksToMsF32(static_cast<float>(startPosition_.load())) + elapsed);
         if (now >= target || Seeks(state_.load())) return true;
         if (Stopping()) return false;
         // Wait while the time is far; poll the clock only for the last stretch.
@@ -379,9 +394,10 @@ bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame, float leadM
         if (remaining > 2.0f || !poll) {
             // At most an hour at a time, so a far-off time stays inside the clock's 64-bit count.
             const float wait = std::min(poll ? remaining - 1.5f : remaining, 3.6e6f);
-            const auto wake = clock_->Now() + std::max(std::chrono::duration_cast<TickClock::Duration>(
-                                                           duration<float, std::milli>(wait)),
-                                                       TickClock::Duration(1));
+            const auto wake =
+                clock_->Now() + std::max(std::chrono::duration_cast<TickClock::Duration>(
+                                             duration<float, std::milli>(wait)),
+                                         TickClock::Duration(1));
             std::unique_lock<std::mutex> guard(stateLock_);
             if (!Stopping() && !clockRestartPending_) clock_->WaitUntil(guard, stateChanged_, wake);
         } else if (remaining > 0.6f) {
@@ -430,11 +446,12 @@ float RenderEngine::ClockElapsedMs() {
 }
 
 void RenderEngine::PublishSamples(std::unique_ptr<FrameRecord> frame) {
-    InlayBuffer* pre = MakeSample(std::move(frame->pixels), frame->width, frame->height, frame->size, *frame);
+    InlayBuffer* pre =
+        MakeSample(std::move(frame->pixels), frame->width, frame->height, frame->size, *frame);
     // A frame whose view failed has no view sample (an empty one would read as the end).
     InlayBuffer* view = frame->viewPixels || frame->IsEndMarker()
-                            ? MakeSample(std::move(frame->viewPixels), frame->viewWidth, frame->viewHeight,
-                                         frame->viewSize, *frame)
+                            ? MakeSample(std::move(frame->viewPixels), frame->viewWidth,
+                                         frame->viewHeight, frame->viewSize, *frame)
                             : nullptr;
     {
         std::lock_guard<std::mutex> guard(sampleLock_);

@@ -141,7 +141,9 @@ public:
     double TimeFreeze(double time, double duration) { return freezes_.Insert(time, duration); }
     Ticks MapPlayTime(Ticks time) const { return Ticks(freezes_.MapPlayTime(time.count())); }
     // The time the freezes add to the timeline; bounded (see TimeFreezeList).
-    Ticks FreezeTotal() const { return Ticks(TruncateTicks(MsToTicksF(freezes_.TotalMs()).count())); }
+    Ticks FreezeTotal() const {
+        return Ticks(TruncateTicks(MsToTicksF(freezes_.TotalMs()).count()));
+    }
 
     Ticks GetCurrentPlayTime() const { return Ticks(currentPlayTime_.load()); }
     // The current samples, once each per presented frame; the caller owns the result.
@@ -151,16 +153,21 @@ public:
     uint32_t ViewHeight() const { return static_cast<uint32_t>(viewDim_.load() >> 32); }
 
     // SampleTarget, on the delivery threads.
-    int32_t OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
-    int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) override;
+    int32_t OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime,
+                          int64_t stopTime) override;
+    int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime,
+                          int64_t stopTime) override;
     void OnVideoEndOfStream() override { decodedQueue_.MarkEnd(true); }
     void OnAudioEndOfStream() override;
 
 private:
     static bool Takes(State state) {
-        return state == State::kPlaying || state == State::kSeeking || state == State::kSeekFrameShown;
+        return state == State::kPlaying || state == State::kSeeking ||
+               state == State::kSeekFrameShown;
     }
-    static bool Seeks(State state) { return state == State::kSeeking || state == State::kSeekFrameShown; }
+    static bool Seeks(State state) {
+        return state == State::kSeeking || state == State::kSeekFrameShown;
+    }
     bool Stopping() const { return state_.load() == State::kStopped; }
 
     int32_t StartAt(Ticks time, bool seek);
@@ -192,16 +199,18 @@ private:
     // Waits while the threads take no frames; false when stopping.
     bool WaitUntilTaking();
     // Draws the frame's view at the current view size, timing the drawing for DrawLeadMs.
-    void RenderFrameView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable);
+    void RenderFrameView(FrameRecord& frame, const ViewAngles& view,
+                         std::vector<const uint32_t*>& rowTable);
     // RenderFrameView, or on failure (out of memory) the frame loses its view sample and logs once.
-    void DrawView(FrameRecord& frame, const ViewAngles& view, std::vector<const uint32_t*>& rowTable);
+    void DrawView(FrameRecord& frame, const ViewAngles& view,
+                  std::vector<const uint32_t*>& rowTable);
     // Before the first clock reading after a Start in kPlaying, waits until the decoded queue holds
     // kPrerollFrames, the stream's end is queued, or kPrerollLimit passed on the clock; ends early
     // when the engine leaves kPlaying. False when stopping.
     bool Preroll();
-    // Waits (after the preroll) until the clock reaches `leadMs` before the frame's time (at once in
-    // seek mode); false when stopping. Only the wait for the frame's time itself (no lead) polls its
-    // last stretch.
+    // Waits (after the preroll) until the clock reaches `leadMs` before the frame's time (at once
+    // in seek mode); false when stopping. Only the wait for the frame's time itself (no lead) polls
+    // its last stretch.
     bool WaitForPresentationTime(const FrameRecord& frame, float leadMs);
     float ClockElapsedMs();
     void PublishSamples(std::unique_ptr<FrameRecord> frame);
@@ -228,9 +237,9 @@ private:
     std::mutex stateLock_;
     std::condition_variable stateChanged_;
     std::atomic<State> state_{State::kIdle};  // written under stateLock_, read anywhere
-    bool clockRestartPending_ = false;  // the next clock reading sets a new origin
-    bool audioStartPending_ = false;    // ... and starts the sound; audio blocks wait meanwhile
-    int64_t soundStartPosition_ = -1;   // where the sound starts; -1 continues after a pause
+    bool clockRestartPending_ = false;        // the next clock reading sets a new origin
+    bool audioStartPending_ = false;   // ... and starts the sound; audio blocks wait meanwhile
+    int64_t soundStartPosition_ = -1;  // where the sound starts; -1 continues after a pause
     std::atomic<double> startPosition_{0.0};  // ticks at which the clock starts
 
     uint32_t sourceWidth_ = 0;

@@ -5,9 +5,9 @@
 
 #include "audio/audio_block_plan.h"
 #include "common/log.h"
+#include "engine/render_engine.h"
 #include "vexel/status.h"
 #include "vexel/tick_math.h"
-#include "engine/render_engine.h"
 
 namespace vexel {
 
@@ -55,7 +55,8 @@ StreamInfo RenderEngine::AudioStreamInfo() const {
     return info;
 }
 
-int32_t RenderEngine::OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) {
+int32_t RenderEngine::OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime,
+                                    int64_t stopTime) {
     AudioOutput* output = audioOutput_.get();
     // Without an audio output nothing would ever take the block: drop it at once instead of
     // holding the delivery thread for the whole playback.
@@ -83,7 +84,9 @@ int32_t RenderEngine::OnAudioSample(const uint8_t* data, uint32_t size, int64_t 
 
     // Stream times count from the position the clock started at.
     const double origin = startPosition_.load();
-    auto relative = [origin](int64_t time) { return TruncateTicks(static_cast<double>(time) - origin); };
+    auto relative = [origin](int64_t time) {
+        return TruncateTicks(static_cast<double>(time) - origin);
+    };
     if (!plan.Split()) {
         output->Deliver(data, size, relative(plan.MappedStart()), relative(plan.MappedStop()));
         return kOk;

@@ -6,9 +6,9 @@
 #include <limits>
 
 #include "common/log.h"
-#include "vexel/status.h"
 #include "engine/flip_rows.h"
 #include "engine/render_engine.h"
+#include "vexel/status.h"
 
 namespace vexel {
 
@@ -23,14 +23,17 @@ std::atomic<bool> loggedMemory{false};
 // trunc(scale * fraction) as a 32-bit integer; false when it does not fit.
 bool Scaled(uint32_t scale, double fraction, int32_t& out) {
     const double value = std::trunc(static_cast<double>(scale) * fraction);
-    if (!(value > std::numeric_limits<int32_t>::min() && value < std::numeric_limits<int32_t>::max())) return false;
+    if (!(value > std::numeric_limits<int32_t>::min() &&
+          value < std::numeric_limits<int32_t>::max()))
+        return false;
     out = static_cast<int32_t>(value);
     return true;
 }
 
 }  // namespace
 
-int32_t RenderEngine::OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime, int64_t stopTime) {
+int32_t RenderEngine::OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime,
+                                    int64_t stopTime) {
     const State state = state_.load();
     if (state == State::kStopped || state == State::kSeekFrameShown || state == State::kEnded) {
         return ERR_SAMPLE_REFUSED;
@@ -59,8 +62,9 @@ bool RenderEngine::ConvertToRgb32(const uint8_t* data, uint32_t size, FrameRecor
     const uint64_t pictureBytes = uint64_t{width} * height * 4;
     if (width == 0 || height == 0 || pictureBytes > kMaxSampleBytes || data == nullptr ||
         size < rowBytes * height) {
-        LogOnce(loggedShort, "vexel: a video sample of %u bytes does not hold a %ux%u picture; dropped\n",
-                size, width, height);
+        LogOnce(loggedShort,
+                "vexel: a video sample of %u bytes does not hold a %ux%u picture; dropped\n", size,
+                width, height);
         return false;
     }
 
@@ -81,7 +85,8 @@ bool RenderEngine::ConvertToRgb32(const uint8_t* data, uint32_t size, FrameRecor
         destination.height = height;
         outputSize = pixelConvert_.CalculateBufferSize(destination);
         if (outputSize < pictureBytes) {
-            LogOnce(loggedShort, "vexel: %ux%u pictures cannot be converted; dropped\n", width, height);
+            LogOnce(loggedShort, "vexel: %ux%u pictures cannot be converted; dropped\n", width,
+                    height);
             return false;
         }
         picture.reset(AllocatePixels(outputSize));
@@ -116,8 +121,8 @@ bool RenderEngine::Unwrap(FrameRecord& frame) {
     const UnwrapFn unwrap = UnwrapFunction(dual);
     LensGeometry lens;
     if (unwrap == nullptr || !PanoramaLens::GetGeometry(dual, lens)) {
-        LogOnce(loggedNoUnwrap, "vexel: %s or %s is missing; fisheye pictures are dropped\n", kSphereUnwrapModule,
-                kLensParamsModule);
+        LogOnce(loggedNoUnwrap, "vexel: %s or %s is missing; fisheye pictures are dropped\n",
+                kSphereUnwrapModule, kLensParamsModule);
         return false;
     }
     const uint32_t width = frame.width, height = frame.height;
@@ -143,11 +148,13 @@ bool RenderEngine::Unwrap(FrameRecord& frame) {
     target.width = dual ? width : static_cast<uint32_t>(4 * radius);
     target.height = dual ? height : static_cast<uint32_t>(2 * radius);
     if (!valid || (!dual && (radius < 1 || 4 * radius > kMaxPictureSide))) {
-        LogOnce(loggedGeometry, "vexel: the lens geometry does not fit a %ux%u picture; dropped\n", width, height);
+        LogOnce(loggedGeometry, "vexel: the lens geometry does not fit a %ux%u picture; dropped\n",
+                width, height);
         return false;
     }
     const uint32_t targetBytes = target.width * target.height * 4;
-    target.size = dual ? target.width * target.height : targetBytes;  // the dual unwrap takes a pixel count
+    target.size =
+        dual ? target.width * target.height : targetBytes;  // the dual unwrap takes a pixel count
     PixelBuffer unwrapped(AllocatePixels(targetBytes));
     if (!unwrapped) {
         LogOnce(loggedMemory, "vexel: out of memory for a video frame; dropped\n");

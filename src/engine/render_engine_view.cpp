@@ -29,14 +29,17 @@ void RenderEngine::PresentView(FrameRecord& frame) {
         SetNextViewTime(next);
     }
     const uint64_t dim = viewDim_.load();
-    const bool sameSize = frame.viewWidth == static_cast<uint32_t>(dim) && frame.viewHeight == dim >> 32;
+    const bool sameSize =
+        frame.viewWidth == static_cast<uint32_t>(dim) && frame.viewHeight == dim >> 32;
     const bool sameView = view.pan == frame.pan && view.tilt == frame.tilt && view.fov == frame.fov;
     if (frame.viewPixels && sameSize && sameView) return;
     DrawView(frame, view, presentRowTable_);
 }
 
 float RenderEngine::DrawLeadMs() const {
-    return std::chrono::duration<float, std::milli>(std::chrono::steady_clock::duration(drawTicks_.load())).count();
+    return std::chrono::duration<float, std::milli>(
+               std::chrono::steady_clock::duration(drawTicks_.load()))
+        .count();
 }
 
 void RenderEngine::NoteDrawTime(std::chrono::steady_clock::duration took) {
@@ -44,7 +47,8 @@ void RenderEngine::NoteDrawTime(std::chrono::steady_clock::duration took) {
     int64_t old = drawTicks_.load();
     int64_t next;
     do {
-        next = old + (ticks - old) / 8;  // an average: one drawing held up by the machine moves it little
+        next = old +
+               (ticks - old) / 8;  // an average: one drawing held up by the machine moves it little
     } while (!drawTicks_.compare_exchange_weak(old, next));
 }
 

@@ -26,12 +26,14 @@ void TimeFreezeList::Set(const double* times, const double* durations, int32_t c
         segments.reserve(std::min(static_cast<size_t>(count), kMaxSegments));
         for (int32_t i = 0; i < count && segments.size() < kMaxSegments; ++i) {
             FreezeSegment segment;
-            if (WholeMilliseconds(times[i], segment.time) && WholeMilliseconds(durations[i], segment.duration)) {
+            if (WholeMilliseconds(times[i], segment.time) &&
+                WholeMilliseconds(durations[i], segment.duration)) {
                 segments.push_back(segment);
             }
         }
-        std::stable_sort(segments.begin(), segments.end(),
-                         [](const FreezeSegment& a, const FreezeSegment& b) { return a.time < b.time; });
+        std::stable_sort(
+            segments.begin(), segments.end(),
+            [](const FreezeSegment& a, const FreezeSegment& b) { return a.time < b.time; });
     }
     std::lock_guard<std::mutex> guard(lock_);
     segments_.swap(segments);
@@ -118,7 +120,8 @@ double TimeFreezeList::Insert(double time, double duration) {
     // Two freezes at the same media time become one.
     for (size_t i = 0; i + 1 < segments_.size(); ++i) {
         if (std::fabs(segments_[i + 1].time - segments_[i].time) < 0.01) {
-            segments_[i + 1].duration = std::min(segments_[i + 1].duration + segments_[i].duration, kMaxMs);
+            segments_[i + 1].duration =
+                std::min(segments_[i + 1].duration + segments_[i].duration, kMaxMs);
             segments_.erase(segments_.begin() + static_cast<ptrdiff_t>(i));
             break;
         }

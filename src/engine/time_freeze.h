@@ -1,6 +1,7 @@
 // TimeFreezeList: the stretches where the picture holds still while the presentation timeline runs
-// on. At media time `time` (ms) presentation pauses for `duration` ms, and everything after is shown
-// that much later. The lookups work in 32-bit floats, exact for whole milliseconds up to ~4.6 hours.
+// on. At media time `time` (ms) presentation pauses for `duration` ms, and everything after is
+// shown that much later. The lookups work in 32-bit floats, exact for whole milliseconds up to ~4.6
+// hours.
 //
 // Threads: edited from host threads (Set, Insert), read by the delivery threads (ShiftAt) and the
 // Player's threads (MapPlayTime, Get); an internal lock keeps edits and lookups apart.

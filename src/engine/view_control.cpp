@@ -17,7 +17,9 @@ bool TakeFront(std::deque<double>& queue, double& value) {
 }
 
 // Seconds since the start of the range, clamped into it.
-double LensTime(double seconds, double rangeSeconds) { return seconds < 0.0 ? 0.0 : std::min(seconds, rangeSeconds); }
+double LensTime(double seconds, double rangeSeconds) {
+    return seconds < 0.0 ? 0.0 : std::min(seconds, rangeSeconds);
+}
 
 }  // namespace
 
@@ -71,7 +73,8 @@ void ViewControl::EndZoom() {
     zoomQueue_.clear();
 }
 
-ViewAngles ViewControl::FromPath(double lensTime, bool panning, bool zooming, ViewPath& path) const {
+ViewAngles ViewControl::FromPath(double lensTime, bool panning, bool zooming,
+                                 ViewPath& path) const {
     ViewAngles v = Current();
     if (!panning && !zooming) {  // the view follows the path
         path.GetAngle(lensTime, &v.pan, &v.tilt, &v.fov);

@@ -30,8 +30,7 @@ void WithPlayer(PlayerHandle handle, Body&& body) noexcept {
     if (handle == nullptr) return;
     try {
         std::forward<Body>(body)(*reinterpret_cast<Player*>(handle));
-    } catch (...) {
-    }
+    } catch (...) {}
 }
 
 // Same for a sample.
@@ -50,8 +49,7 @@ void WithSample(InlayBuffer* sample, Body&& body) noexcept {
     if (sample == nullptr) return;
     try {
         std::forward<Body>(body)(*sample);
-    } catch (...) {
-    }
+    } catch (...) {}
 }
 
 }  // namespace
@@ -70,7 +68,8 @@ void Destroy(PlayerHandle handle) {
     WithPlayer(handle, [](Player& player) { delete &player; });
 }
 
-int32_t Open(PlayerHandle handle, const char* utf8Path, uint64_t start, uint64_t end, uint32_t fisheyeMode) {
+int32_t Open(PlayerHandle handle, const char* utf8Path, uint64_t start, uint64_t end,
+             uint32_t fisheyeMode) {
     return WithPlayer(handle, int32_t{-1}, [&](Player& player) {
         return player.Open(utf8Path, start, end, fisheyeMode) == 0 ? int32_t{0} : int32_t{-1};
     });
@@ -115,7 +114,8 @@ uint32_t GetHeight(PlayerHandle handle) {
 }
 
 int64_t GetCurrentPlayTime(PlayerHandle handle) {
-    return WithPlayer(handle, int64_t{0}, [](Player& player) { return player.GetCurrentPlayTime().count(); });
+    return WithPlayer(handle, int64_t{0},
+                      [](Player& player) { return player.GetCurrentPlayTime().count(); });
 }
 
 InlayBuffer* GetCurrentPreSample(PlayerHandle handle) {
@@ -178,17 +178,20 @@ void EndZoom(PlayerHandle handle) {
 
 // ---- Time freeze ----
 
-void SetTimeFreeze(PlayerHandle handle, const double* times, const double* durations, int32_t count) {
+void SetTimeFreeze(PlayerHandle handle, const double* times, const double* durations,
+                   int32_t count) {
     WithPlayer(handle, [&](Player& player) { player.SetTimeFreeze(times, durations, count); });
 }
 
 int32_t GetTimeFreeze(PlayerHandle handle, double* times, double* durations, int32_t capacity) {
-    return WithPlayer(handle, int32_t{0},
-                      [&](Player& player) { return player.GetTimeFreeze(times, durations, capacity); });
+    return WithPlayer(handle, int32_t{0}, [&](Player& player) {
+        return player.GetTimeFreeze(times, durations, capacity);
+    });
 }
 
 double TimeFreeze(PlayerHandle handle, double time, double duration) {
-    return WithPlayer(handle, time, [&](Player& player) { return player.TimeFreeze(time, duration); });
+    return WithPlayer(handle, time,
+                      [&](Player& player) { return player.TimeFreeze(time, duration); });
 }
 
 // ---- Samples ----
@@ -204,8 +207,7 @@ InlayBuffer* InlayBuffer_CreateSample(int32_t width, int32_t height) {
 void InlayBuffer_Release(InlayBuffer* sample) {
     try {
         vexel::ReleaseInlayBuffer(sample);
-    } catch (...) {
-    }
+    } catch (...) {}
 }
 
 uint8_t* InlayBuffer_GetBuffer(InlayBuffer* sample) {
@@ -266,6 +268,5 @@ void InlayBuffer_ExtractView(InlayBuffer* sample, uint8_t* destination, uint32_t
                              uint32_t height) {
     try {
         vexel::RenderSampleView(sample, destination, width, height);
-    } catch (...) {
-    }
+    } catch (...) {}
 }

@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "codec/load_codec_host.h"
+#include "platform/sleep.h"
 #include "vexel/status.h"
 #include "vexel/tick_math.h"
-#include "platform/sleep.h"
 
 namespace vexel {
 
@@ -139,10 +139,12 @@ int32_t Player::OpenVideoStream(const char* path, CountedRef<MediaReader>& reade
     for (; index < count && index <= UINT16_MAX; ++index) {
         uint64_t first = 0, second = 0, streamDuration = 0;
         StreamInfo info{};
-        description->GetStreamInfo(static_cast<uint16_t>(index), &first, &info, &second, &streamDuration, nullptr);
+        description->GetStreamInfo(static_cast<uint16_t>(index), &first, &info, &second,
+                                   &streamDuration, nullptr);
         if (info.kind == kStreamKindVideo) {
             videoInfo_ = info;
-            if (videoInfo_.duration == 0.0) videoInfo_.duration = ToSeconds(TicksF(static_cast<double>(streamDuration)));
+            if (videoInfo_.duration == 0.0)
+                videoInfo_.duration = ToSeconds(TicksF(static_cast<double>(streamDuration)));
             width_ = info.width;
             height_ = info.height;
             chosen = true;
@@ -187,7 +189,8 @@ CountedRef<MediaReader> Player::OpenAudioStream(const char* path, RenderEngine& 
     for (uint32_t index = 0; index < count && index <= UINT16_MAX; ++index) {
         uint64_t first = 0, second = 0, streamDuration = 0;
         StreamInfo info{};
-        description->GetStreamInfo(static_cast<uint16_t>(index), &first, &info, &second, &streamDuration, nullptr);
+        description->GetStreamInfo(static_cast<uint16_t>(index), &first, &info, &second,
+                                   &streamDuration, nullptr);
         if (info.kind != kStreamKindAudio) continue;
 
         std::memcpy(audioInfo_, &info, kAudioStreamInfoBytes);
@@ -322,7 +325,9 @@ int32_t Player::Seek(Ticks time) {
 }
 
 void Player::WakeCommandThread() {
-    { std::lock_guard<std::mutex> guard(lock_); }  // a waiter between its test and its wait sees the change
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+    }  // a waiter between its test and its wait sees the change
     commandWake_.notify_all();
 }
 
@@ -375,7 +380,8 @@ int32_t Player::SeekNow(Ticks time, uint64_t generation) {
 
 Ticks Player::ClampToTimeline(Ticks time) const {
     // The player's timeline is the media's plus the time freezes; both are bounded, so the sum is.
-    const int64_t end = AddTicks(static_cast<int64_t>(duration_.load()), engine_->FreezeTotal().count());
+    const int64_t end =
+        AddTicks(static_cast<int64_t>(duration_.load()), engine_->FreezeTotal().count());
     return std::clamp(time, Ticks::zero(), Ticks(end));
 }
 

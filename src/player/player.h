@@ -11,7 +11,8 @@
 // - engineLock_ guards engine_: Open replaces it holding controlLock_ and engineLock_, the control
 //   calls read it under controlLock_, every forwarded call copies it under engineLock_ alone and
 //   calls the engine outside that lock. An engine replaced meanwhile lives until the last call
-//   on it returns, and no forwarded call waits for a control call (a Play waiting for a busy reader).
+//   on it returns, and no forwarded call waits for a control call (a Play waiting for a busy
+//   reader).
 #pragma once
 
 #include <atomic>
@@ -21,11 +22,11 @@
 #include <mutex>
 #include <optional>
 
-#include "vexel/counted_ref.h"
 #include "engine/render_engine.h"
 #include "platform/thread.h"
 #include "samples/inlay_buffer.h"
 #include "vexel/codec_host.h"
+#include "vexel/counted_ref.h"
 #include "vexel/ticks.h"
 
 namespace vexel {
@@ -127,8 +128,8 @@ private:
     const uint32_t decodeMode_ = 1;
 
     std::mutex lock_;
-    std::condition_variable commandWake_;  // with lock_: a request, a state change, or the end
-    std::optional<Ticks> seekRequest_;      // the newest pending request; older ones are dropped
+    std::condition_variable commandWake_;      // with lock_: a request, a state change, or the end
+    std::optional<Ticks> seekRequest_;         // the newest pending request; older ones are dropped
     std::atomic<uint64_t> seekGeneration_{0};  // counts drops of the seek requests
     std::mutex controlLock_;
     mutable std::mutex engineLock_;

@@ -17,16 +17,17 @@ int32_t RowStride(const uint32_t* const* rows, int32_t width, int32_t height) {
     return static_cast<int32_t>(stride);
 }
 
-void StepRowPlain(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count, int32_t fullTurn,
-                  int32_t* outU, int32_t* outV) {
+void StepRowPlain(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count,
+                  int32_t fullTurn, int32_t* outU, int32_t* outV) {
     for (int32_t k = 0, x = 0; x < count; ++k, x += step) {
         const CellSlope slope = SlopeOfCell(gridU, gridV, k, step, fullTurn);
-        StepCell(gridU[k], gridV[k], slope.du, slope.dv, std::min(step, count - x), fullTurn, outU + x, outV + x);
+        StepCell(gridU[k], gridV[k], slope.du, slope.dv, std::min(step, count - x), fullTurn,
+                 outU + x, outV + x);
     }
 }
 
-void BlendRowPlain(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count, uint32_t* out,
-                   int32_t step) {
+void BlendRowPlain(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
+                   uint32_t* out, int32_t step) {
     for (int32_t i = 0; i < count; ++i, out += step) *out = SamplePixel(source, u[i], v[i]);
 }
 

@@ -56,15 +56,16 @@ inline int32_t WrapOnce(int32_t u, int32_t fullTurn) {
 struct CellSlope {
     int32_t du, dv;
 };
-inline CellSlope SlopeOfCell(const int32_t* gridU, const int32_t* gridV, int32_t k, int32_t step, int32_t fullTurn) {
+inline CellSlope SlopeOfCell(const int32_t* gridU, const int32_t* gridV, int32_t k, int32_t step,
+                             int32_t fullTurn) {
     return {WrapDiff(gridU[k + 1], gridU[k], fullTurn, fullTurn / 3) / step,
             static_cast<int32_t>(static_cast<int64_t>(gridV[k + 1]) - gridV[k]) / step};
 }
 
 // The pixels of cell k of a row, stepped one by one: the reference, and the SIMD kernels' way for
 // cells whose u could need more than one wrap.
-inline void StepCell(int32_t u, int32_t v, int32_t du, int32_t dv, int32_t count, int32_t fullTurn, int32_t* outU,
-                     int32_t* outV) {
+inline void StepCell(int32_t u, int32_t v, int32_t du, int32_t dv, int32_t count, int32_t fullTurn,
+                     int32_t* outU, int32_t* outV) {
     for (int32_t j = 0; j < count; ++j) {
         u = WrapOnce(u, fullTurn);
         v = static_cast<int32_t>(static_cast<uint32_t>(v) + static_cast<uint32_t>(dv));
@@ -89,10 +90,10 @@ inline uint32_t SamplePixel(const PanoramaRows& source, int32_t u, int32_t v) {
 
 // gridU, gridV: count / step + 2 grid points. outU, outV: count pixels, plus kRowPadding that a
 // kernel may write beyond the end.
-using StepRowFunction = void (*)(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count,
-                                 int32_t fullTurn, int32_t* outU, int32_t* outV);
-using BlendRowFunction = void (*)(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
-                                  uint32_t* out, int32_t step);
+using StepRowFunction = void (*)(const int32_t* gridU, const int32_t* gridV, int32_t step,
+                                 int32_t count, int32_t fullTurn, int32_t* outU, int32_t* outV);
+using BlendRowFunction = void (*)(const PanoramaRows& source, const int32_t* u, const int32_t* v,
+                                  int32_t count, uint32_t* out, int32_t step);
 inline constexpr int32_t kRowPadding = 16;
 
 struct RowKernel {
@@ -101,20 +102,20 @@ struct RowKernel {
     BlendRowFunction blendRow;
 };
 
-void StepRowPlain(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count, int32_t fullTurn,
-                  int32_t* outU, int32_t* outV);
-void StepRowAvx2(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count, int32_t fullTurn,
-                 int32_t* outU, int32_t* outV);
-void StepRowAvx512(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count, int32_t fullTurn,
-                   int32_t* outU, int32_t* outV);
-void BlendRowPlain(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count, uint32_t* out,
-                   int32_t step);
-void BlendRowSse41(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count, uint32_t* out,
-                   int32_t step);
-void BlendRowAvx2(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count, uint32_t* out,
-                  int32_t step);
-void BlendRowAvx512(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count, uint32_t* out,
-                    int32_t step);
+void StepRowPlain(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count,
+                  int32_t fullTurn, int32_t* outU, int32_t* outV);
+void StepRowAvx2(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count,
+                 int32_t fullTurn, int32_t* outU, int32_t* outV);
+void StepRowAvx512(const int32_t* gridU, const int32_t* gridV, int32_t step, int32_t count,
+                   int32_t fullTurn, int32_t* outU, int32_t* outV);
+void BlendRowPlain(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
+                   uint32_t* out, int32_t step);
+void BlendRowSse41(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
+                   uint32_t* out, int32_t step);
+void BlendRowAvx2(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
+                  uint32_t* out, int32_t step);
+void BlendRowAvx512(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
+                    uint32_t* out, int32_t step);
 
 // The kernels this processor runs, plain first, best last.
 std::span<const RowKernel> SupportedRowKernels();

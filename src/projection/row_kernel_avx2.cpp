@@ -27,16 +27,20 @@ struct ChannelPairs {
 
 VEXEL_AVX2 inline ChannelPairs SplitChannels(__m256i left, __m256i right) {
     const __m256i low = _mm256_set1_epi32(0x00FF00FF);
-    return {_mm256_and_si256(_mm256_blend_epi16(left, _mm256_slli_epi32(right, 16), 0xAA), low),
-            _mm256_and_si256(_mm256_blend_epi16(_mm256_srli_epi32(left, 8), _mm256_slli_epi32(right, 8), 0xAA), low),
-            _mm256_and_si256(_mm256_blend_epi16(_mm256_srli_epi32(left, 16), right, 0xAA), low)};
+    return {
+        _mm256_and_si256(_mm256_blend_epi16(left, _mm256_slli_epi32(right, 16), 0xAA), low),
+        _mm256_and_si256(
+            _mm256_blend_epi16(_mm256_srli_epi32(left, 8), _mm256_slli_epi32(right, 8), 0xAA), low),
+        _mm256_and_si256(_mm256_blend_epi16(_mm256_srli_epi32(left, 16), right, 0xAA), low)};
 }
 
 // (255-fy) * top + fy * bottom, shifted right by 16, for horizontal sums top and bottom.
 VEXEL_AVX2 inline __m256i Vertical(__m256i top, __m256i bottom, __m256i weightsY) {
-    const __m256i pairs = _mm256_xor_si256(_mm256_blend_epi16(top, _mm256_slli_epi32(bottom, 16), 0xAA),
-                                           _mm256_set1_epi32(static_cast<int32_t>(0x80008000u)));
-    const __m256i sum = _mm256_add_epi32(_mm256_madd_epi16(pairs, weightsY), _mm256_set1_epi32(255 * 32768));
+    const __m256i pairs =
+        _mm256_xor_si256(_mm256_blend_epi16(top, _mm256_slli_epi32(bottom, 16), 0xAA),
+                         _mm256_set1_epi32(static_cast<int32_t>(0x80008000u)));
+    const __m256i sum =
+        _mm256_add_epi32(_mm256_madd_epi16(pairs, weightsY), _mm256_set1_epi32(255 * 32768));
     return _mm256_srli_epi32(sum, 16);
 }
 
@@ -56,7 +60,8 @@ VEXEL_AVX2 inline int32_t ReduceMax(__m256i x) {
 VEXEL_AVX2 inline __m256i Pick(const uint32_t* row, __m256i columns) {
     const __m256i low = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row));
     const __m256i high = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + 8));
-    return _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(low, columns), _mm256_permutevar8x32_epi32(high, columns),
+    return _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(low, columns),
+                              _mm256_permutevar8x32_epi32(high, columns),
                               _mm256_cmpgt_epi32(columns, _mm256_set1_epi32(7)));
 }
 
@@ -75,12 +80,15 @@ VEXEL_AVX2 inline __m256i BlendEight(const PanoramaRows& source, const int* base
     const __m256i lastRow = _mm256_set1_epi32(source.height - 1);
     const __m256i zero = _mm256_setzero_si256();
     const __m256i one = _mm256_set1_epi32(1);
-    const __m256i xi = _mm256_add_epi32(_mm256_srai_epi32(uu, 8), _mm256_set1_epi32(source.width >> 1));
-    const __m256i yi = _mm256_add_epi32(_mm256_srai_epi32(vv, 8), _mm256_set1_epi32(source.height >> 1));
+    const __m256i xi =
+        _mm256_add_epi32(_mm256_srai_epi32(uu, 8), _mm256_set1_epi32(source.width >> 1));
+    const __m256i yi =
+        _mm256_add_epi32(_mm256_srai_epi32(vv, 8), _mm256_set1_epi32(source.height >> 1));
     const __m256i stride = _mm256_set1_epi32(source.stride);
-    const __m256i rowA = _mm256_mullo_epi32(_mm256_min_epi32(_mm256_max_epi32(yi, zero), lastRow), stride);
-    const __m256i rowB =
-        _mm256_mullo_epi32(_mm256_min_epi32(_mm256_max_epi32(_mm256_add_epi32(yi, one), zero), lastRow), stride);
+    const __m256i rowA =
+        _mm256_mullo_epi32(_mm256_min_epi32(_mm256_max_epi32(yi, zero), lastRow), stride);
+    const __m256i rowB = _mm256_mullo_epi32(
+        _mm256_min_epi32(_mm256_max_epi32(_mm256_add_epi32(yi, one), zero), lastRow), stride);
 
     __m256i tl, tr, bl, br;
     // Mostly the eight pixels lie within 16 columns and a few rows: two loads per row and
@@ -111,16 +119,21 @@ VEXEL_AVX2 inline __m256i BlendEight(const PanoramaRows& source, const int* base
         const __m256i a = _mm256_permutevar8x32_epi32(_mm256_add_epi32(rowA, xi), order);
         const __m256i b = _mm256_permutevar8x32_epi32(_mm256_add_epi32(rowB, xi), order);
         const auto* base64 = reinterpret_cast<const long long*>(base);
-        const __m256 a0 = _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_castsi256_si128(a), 4));
-        const __m256 a1 = _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_extracti128_si256(a, 1), 4));
-        const __m256 b0 = _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_castsi256_si128(b), 4));
-        const __m256 b1 = _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_extracti128_si256(b, 1), 4));
+        const __m256 a0 =
+            _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_castsi256_si128(a), 4));
+        const __m256 a1 =
+            _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_extracti128_si256(a, 1), 4));
+        const __m256 b0 =
+            _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_castsi256_si128(b), 4));
+        const __m256 b1 =
+            _mm256_castsi256_ps(_mm256_i32gather_epi64(base64, _mm256_extracti128_si256(b, 1), 4));
         tl = _mm256_castps_si256(_mm256_shuffle_ps(a0, a1, 0x88));
         tr = _mm256_castps_si256(_mm256_shuffle_ps(a0, a1, 0xDD));
         bl = _mm256_castps_si256(_mm256_shuffle_ps(b0, b1, 0x88));
         br = _mm256_castps_si256(_mm256_shuffle_ps(b0, b1, 0xDD));
     } else {  // at the seam: columns wrap
-        const __m256i c0 = WrapColumn(xi, lastColumn), c1 = WrapColumn(_mm256_add_epi32(xi, one), lastColumn);
+        const __m256i c0 = WrapColumn(xi, lastColumn),
+                      c1 = WrapColumn(_mm256_add_epi32(xi, one), lastColumn);
         tl = _mm256_i32gather_epi32(base, _mm256_add_epi32(rowA, c0), 4);
         tr = _mm256_i32gather_epi32(base, _mm256_add_epi32(rowA, c1), 4);
         bl = _mm256_i32gather_epi32(base, _mm256_add_epi32(rowB, c0), 4);
@@ -133,9 +146,12 @@ VEXEL_AVX2 inline __m256i BlendEight(const PanoramaRows& source, const int* base
     const __m256i weightsX = _mm256_or_si256(_mm256_sub_epi32(full, fx), _mm256_slli_epi32(fx, 16));
     const __m256i weightsY = _mm256_or_si256(_mm256_sub_epi32(full, fy), _mm256_slli_epi32(fy, 16));
     const ChannelPairs top = SplitChannels(tl, tr), bottom = SplitChannels(bl, br);
-    const __m256i c0 = Vertical(_mm256_madd_epi16(top.c0, weightsX), _mm256_madd_epi16(bottom.c0, weightsX), weightsY);
-    const __m256i c1 = Vertical(_mm256_madd_epi16(top.c1, weightsX), _mm256_madd_epi16(bottom.c1, weightsX), weightsY);
-    const __m256i c2 = Vertical(_mm256_madd_epi16(top.c2, weightsX), _mm256_madd_epi16(bottom.c2, weightsX), weightsY);
+    const __m256i c0 = Vertical(_mm256_madd_epi16(top.c0, weightsX),
+                                _mm256_madd_epi16(bottom.c0, weightsX), weightsY);
+    const __m256i c1 = Vertical(_mm256_madd_epi16(top.c1, weightsX),
+                                _mm256_madd_epi16(bottom.c1, weightsX), weightsY);
+    const __m256i c2 = Vertical(_mm256_madd_epi16(top.c2, weightsX),
+                                _mm256_madd_epi16(bottom.c2, weightsX), weightsY);
     const __m256i alpha = _mm256_set1_epi32(static_cast<int32_t>(0xFF000000u));
     return _mm256_or_si256(_mm256_or_si256(c0, _mm256_slli_epi32(c1, 8)),
                            _mm256_or_si256(_mm256_slli_epi32(c2, 16), alpha));
@@ -162,13 +178,15 @@ VEXEL_AVX2 void StepRowAvx2(const int32_t* gridU, const int32_t* gridV, int32_t 
         }
         const __m256i du = _mm256_set1_epi32(slope.du), dv = _mm256_set1_epi32(slope.dv);
         __m256i u = _mm256_add_epi32(_mm256_set1_epi32(start), _mm256_mullo_epi32(lanes, du));
-        __m256i v = _mm256_add_epi32(_mm256_set1_epi32(gridV[k]),
-                                     _mm256_mullo_epi32(_mm256_add_epi32(lanes, _mm256_set1_epi32(1)), dv));
+        __m256i v =
+            _mm256_add_epi32(_mm256_set1_epi32(gridV[k]),
+                             _mm256_mullo_epi32(_mm256_add_epi32(lanes, _mm256_set1_epi32(1)), dv));
         const __m256i du8 = _mm256_slli_epi32(du, 3), dv8 = _mm256_slli_epi32(dv, 3);
         for (int32_t j = 0; j < n; j += 8) {
             const __m256i high = _mm256_and_si256(_mm256_cmpgt_epi32(u, upper), turn);
             const __m256i low = _mm256_and_si256(_mm256_cmpgt_epi32(lower, u), turn);
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(outU + x + j), _mm256_add_epi32(_mm256_sub_epi32(u, high), low));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(outU + x + j),
+                                _mm256_add_epi32(_mm256_sub_epi32(u, high), low));
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(outV + x + j), v);
             u = _mm256_add_epi32(u, du8);
             v = _mm256_add_epi32(v, dv8);
@@ -176,8 +194,8 @@ VEXEL_AVX2 void StepRowAvx2(const int32_t* gridU, const int32_t* gridV, int32_t 
     }
 }
 
-VEXEL_AVX2 void BlendRowAvx2(const PanoramaRows& source, const int32_t* u, const int32_t* v, int32_t count,
-                             uint32_t* out, int32_t step) {
+VEXEL_AVX2 void BlendRowAvx2(const PanoramaRows& source, const int32_t* u, const int32_t* v,
+                             int32_t count, uint32_t* out, int32_t step) {
     int32_t i = 0;
     if (source.stride != 0) {
         const int* base = reinterpret_cast<const int*>(source.rows[0]);
@@ -187,7 +205,8 @@ VEXEL_AVX2 void BlendRowAvx2(const PanoramaRows& source, const int32_t* u, const
             if (step == 1) {
                 _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), pixels);
             } else {  // stored backwards: pixel i at out - i
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(out - i - 7), _mm256_permutevar8x32_epi32(pixels, reverse));
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(out - i - 7),
+                                    _mm256_permutevar8x32_epi32(pixels, reverse));
             }
         }
     }

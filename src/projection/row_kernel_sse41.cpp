@@ -1,6 +1,7 @@
 // SSE4.1 version of BlendRowPlain, one pixel at a time. The blend is done separably, which is
 // exact in integers: (255-fy)[(255-fx)tl + fx tr] + fy[(255-fx)bl + fx br] is the four-weight sum
-// term by term. The horizontal sums are at most 65025 and fit 16-bit lanes; the vertical ones use 32-bit lanes.
+// term by term. The horizontal sums are at most 65025 and fit 16-bit lanes; the vertical ones use
+// 32-bit lanes.
 #include <smmintrin.h>
 
 #include <algorithm>
@@ -47,8 +48,9 @@ __attribute__((target("sse4.1"))) void BlendRowSse41(const PanoramaRows& source,
         const __m128i bottomProducts = _mm_mullo_epi16(_mm_cvtepu8_epi16(bottom), wx);
         const __m128i topSum = _mm_add_epi16(topProducts, _mm_srli_si128(topProducts, 8));
         const __m128i bottomSum = _mm_add_epi16(bottomProducts, _mm_srli_si128(bottomProducts, 8));
-        const __m128i sum = _mm_add_epi32(_mm_mullo_epi32(_mm_cvtepu16_epi32(topSum), _mm_set1_epi32(255 - fy)),
-                                          _mm_mullo_epi32(_mm_cvtepu16_epi32(bottomSum), _mm_set1_epi32(fy)));
+        const __m128i sum =
+            _mm_add_epi32(_mm_mullo_epi32(_mm_cvtepu16_epi32(topSum), _mm_set1_epi32(255 - fy)),
+                          _mm_mullo_epi32(_mm_cvtepu16_epi32(bottomSum), _mm_set1_epi32(fy)));
         __m128i pixel = _mm_srli_epi32(sum, 16);
         pixel = _mm_packus_epi32(pixel, pixel);
         pixel = _mm_packus_epi16(pixel, pixel);

@@ -36,7 +36,8 @@ private:
 // Records the coordinates each destination element is sampled at.
 class TraceSink {
 public:
-    TraceSink(int32_t* u, int32_t* v, int64_t start, int64_t step) : u_(u), v_(v), index_(start), step_(step) {}
+    TraceSink(int32_t* u, int32_t* v, int64_t start, int64_t step)
+        : u_(u), v_(v), index_(start), step_(step) {}
     void Row(const int32_t* rowU, const int32_t* rowV, int32_t count) {
         for (int32_t i = 0; i < count; ++i, index_ += step_) {
             u_[index_] = rowU[i];
@@ -53,7 +54,8 @@ private:
 }  // namespace
 
 ViewProjector::ViewProjector(int32_t sourceWidth, int32_t sourceHeight)
-    : sourceWidth_(sourceWidth), sourceHeight_(sourceHeight),
+    : sourceWidth_(sourceWidth),
+      sourceHeight_(sourceHeight),
       tables_(GetProjectionTables(std::clamp(sourceWidth, 0, kMaxSourceWidth))) {
     // A picture that is not 2:1 covers only part of the sphere: keep the view inside it.
     if (sourceHeight != sourceWidth / 2) {
@@ -127,7 +129,8 @@ void ViewProjector::ComputeRotation() {
     rotation_[8] = ct * cp;
     for (int k = 0; k < 6; ++k) rotation_[k] /= distance;
 
-    // The bound on phi keeps the scale finite for tiny fields of view (which SetView refuses anyway).
+    // The bound on phi keeps the scale finite for tiny fields of view (which SetView refuses
+    // anyway).
     const double scale = phi > 0.3 ? 131072.0 / phi : 131072.0 / 0.3;
     for (int k = 0; k < 9; ++k) {
         rotationFixed_[k] = static_cast<int64_t>(scale * rotation_[k] * 4096.0 + 0.5);
@@ -242,8 +245,12 @@ void ViewProjector::Remap(PixelSink& sink) {
     // Where the pole in view lies, in grid coordinates: the ray along the Y axis has X = Z = 0.
     // Near it longitude turns too fast for the grid (tilt 0 puts it at infinity).
     const double det = static_cast<double>(m[0]) * m[5] - static_cast<double>(m[3]) * m[2];
-    const double poleX = det != 0.0 ? (static_cast<double>(m[3]) * m[8] - static_cast<double>(m[6]) * m[5]) / det : 1e300;
-    const double poleY = det != 0.0 ? (static_cast<double>(m[6]) * m[2] - static_cast<double>(m[0]) * m[8]) / det : 1e300;
+    const double poleX =
+        det != 0.0 ? (static_cast<double>(m[3]) * m[8] - static_cast<double>(m[6]) * m[5]) / det
+                   : 1e300;
+    const double poleY =
+        det != 0.0 ? (static_cast<double>(m[6]) * m[2] - static_cast<double>(m[0]) * m[8]) / det
+                   : 1e300;
 
     // Cells of the block starting at row y whose interpolated coordinates would be wrong: those
     // within one cell of the pole, and those whose corners' longitudes spread wider than the
@@ -261,9 +268,10 @@ void ViewProjector::Remap(PixelSink& sink) {
                 exactCells_.push_back(k);
                 continue;
             }
-            const int32_t spread = std::max({std::abs(WrapDiff(prevU[k + 1], prevU[k], fullTurn, third)),
-                                             std::abs(WrapDiff(curU[k], prevU[k], fullTurn, third)),
-                                             std::abs(WrapDiff(curU[k + 1], prevU[k], fullTurn, third))});
+            const int32_t spread =
+                std::max({std::abs(WrapDiff(prevU[k + 1], prevU[k], fullTurn, third)),
+                          std::abs(WrapDiff(curU[k], prevU[k], fullTurn, third)),
+                          std::abs(WrapDiff(curU[k + 1], prevU[k], fullTurn, third))});
             if (spread <= tolerance) continue;
             // As the row stepping would interpolate, without the wrapping.
             const int32_t leftU = prevU[k] + r * duY[k], rightU = prevU[k + 1] + r * duY[k + 1];
@@ -273,7 +281,8 @@ void ViewProjector::Remap(PixelSink& sink) {
             const GridPoint exact = exactAt(xMin + static_cast<int64_t>(k) * s + j, y + r);
             int64_t offU = (static_cast<int64_t>(u) - exact.u) % fullTurn;  // the short way round
             offU = std::min(std::abs(offU), fullTurn - std::abs(offU));
-            if (offU > tolerance || std::abs(static_cast<int64_t>(v) - exact.v) > tolerance) exactCells_.push_back(k);
+            if (offU > tolerance || std::abs(static_cast<int64_t>(v) - exact.v) > tolerance)
+                exactCells_.push_back(k);
         }
     };
 
@@ -361,8 +370,8 @@ void ViewProjector::Remap(PixelSink& sink) {
 bool ViewProjector::Drawable() const {
     // The ray terms y * m3 grow with the view's height over its width; up to 2^28 they stay within
     // 64 bits for every field of view (a view of at most 2^30 pixels is never taller).
-    return viewWidth_ >= 1 && viewHeight_ >= 1 && viewHeight_ / viewWidth_ <= (1 << 28) && sourceWidth_ >= 1 &&
-           sourceWidth_ <= kMaxSourceWidth && sourceHeight_ >= 1;
+    return viewWidth_ >= 1 && viewHeight_ >= 1 && viewHeight_ / viewWidth_ <= (1 << 28) &&
+           sourceWidth_ >= 1 && sourceWidth_ <= kMaxSourceWidth && sourceHeight_ >= 1;
 }
 
 void ViewProjector::Render(const uint32_t* const* sourceRows, bool upsideDown) {
@@ -372,7 +381,8 @@ void ViewProjector::Render(const uint32_t* const* sourceRows, bool upsideDown) {
     const int64_t last = static_cast<int64_t>(viewWidth_) * viewHeight_ - 1;
     const PanoramaRows source{sourceRows, sourceWidth_, sourceHeight_,
                               RowStride(sourceRows, sourceWidth_, sourceHeight_)};
-    BlendSink sink(source, upsideDown ? viewPixels_ + last : viewPixels_, upsideDown ? -1 : 1, kernel_->blendRow);
+    BlendSink sink(source, upsideDown ? viewPixels_ + last : viewPixels_, upsideDown ? -1 : 1,
+                   kernel_->blendRow);
     Remap(sink);
 }
 
@@ -389,8 +399,9 @@ void ViewProjector::TraceCoordinatesForTesting(std::vector<int32_t>& u, std::vec
     Remap(sink);
 }
 
-void RenderPanoramaView(const uint32_t* pixels, int32_t width, int32_t height, uint32_t* destination,
-                        int32_t viewWidth, int32_t viewHeight, double pan, double tilt, double fov) {
+void RenderPanoramaView(const uint32_t* pixels, int32_t width, int32_t height,
+                        uint32_t* destination, int32_t viewWidth, int32_t viewHeight, double pan,
+                        double tilt, double fov) {
     if (pixels == nullptr || destination == nullptr || width < 1 || height < 1 || viewWidth < 1 ||
         viewHeight < 1) {
         return;
@@ -402,8 +413,8 @@ void RenderPanoramaView(const uint32_t* pixels, int32_t width, int32_t height, u
     RenderDirection(projector, rows.data(), pan, tilt, fov);
 }
 
-void RenderDirection(ViewProjector& projector, const uint32_t* const* sourceRows, double pan, double tilt,
-                     double fov) {
+void RenderDirection(ViewProjector& projector, const uint32_t* const* sourceRows, double pan,
+                     double tilt, double fov) {
     bool upsideDown = false;
     if (tilt > 90.0) {
         pan += 180.0;

@@ -4,8 +4,8 @@
 // points of an adaptive grid (finer near the poles), linear interpolation between grid points and a
 // bilinear blend that wraps around the 360-degree seam. The pixels are bit-exact for a given input.
 //
-// Threads: a projector is used by one thread at a time and takes no lock. The lookup tables it reads
-// are shared between projectors of the same source width (see projection_tables.h).
+// Threads: a projector is used by one thread at a time and takes no lock. The lookup tables it
+// reads are shared between projectors of the same source width (see projection_tables.h).
 #pragma once
 
 #include <cstdint>
@@ -68,7 +68,8 @@ private:
     GridPoint ExactPoint(int64_t xw, int64_t yw, int64_t zw) const;
     bool Drawable() const;
     void ComputeRotation();
-    template <class PixelSink> void Remap(PixelSink& sink);
+    template <class PixelSink>
+    void Remap(PixelSink& sink);
 
     double rotation_[9] = {};
     int64_t rotationFixed_[9] = {};
@@ -97,14 +98,15 @@ private:
 // Sets the direction on a projector that has its view buffer and renders from sourceRows. Tilts
 // beyond +-90 degrees look backwards over the pole: the view is rendered at pan + 180 and stored
 // turned by 180 degrees.
-void RenderDirection(ViewProjector& projector, const uint32_t* const* sourceRows, double pan, double tilt,
-                     double fov);
+void RenderDirection(ViewProjector& projector, const uint32_t* const* sourceRows, double pan,
+                     double tilt, double fov);
 
 // Renders a width x height picture (top row first, no padding) into destination at
 // viewWidth x viewHeight for the given direction. Tilts beyond +-90 degrees look backwards over the
 // pole: the view is rendered at pan + 180 and stored turned by 180 degrees. Does nothing for
 // pictures or views smaller than one pixel.
-void RenderPanoramaView(const uint32_t* pixels, int32_t width, int32_t height, uint32_t* destination,
-                        int32_t viewWidth, int32_t viewHeight, double pan, double tilt, double fov);
+void RenderPanoramaView(const uint32_t* pixels, int32_t width, int32_t height,
+                        uint32_t* destination, int32_t viewWidth, int32_t viewHeight, double pan,
+                        double tilt, double fov);
 
 }  // namespace vexel

@@ -43,10 +43,12 @@ uint8_t* AllocatePixels(uint32_t size) {
         BufferPool& pool = Pool();
         std::lock_guard<std::mutex> guard(pool.lock);
         for (uint8_t*& block : pool.buffers) {
-            if (block != nullptr && StoredSize(block) == size) return std::exchange(block, nullptr) + kHeaderBytes;
+            if (block != nullptr && StoredSize(block) == size)
+                return std::exchange(block, nullptr) + kHeaderBytes;
         }
     }
-    auto* block = static_cast<uint8_t*>(::operator new[](size + kHeaderBytes, kPixelAlignment, std::nothrow));
+    auto* block =
+        static_cast<uint8_t*>(::operator new[](size + kHeaderBytes, kPixelAlignment, std::nothrow));
     if (block == nullptr) return nullptr;
     std::memcpy(block, &size, sizeof size);
     return block + kHeaderBytes;

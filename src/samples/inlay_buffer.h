@@ -6,11 +6,11 @@
 #include <cstdint>
 
 struct InlayBuffer {
-    uint8_t* pixels;   // size bytes of 32-bit pixels, top row first; owned by the record
-    uint32_t width;    // pixels per row
-    uint32_t height;   // rows
-    uint32_t size;     // width * height * 4
-    double pan;        // view direction, degrees
+    uint8_t* pixels;  // size bytes of 32-bit pixels, top row first; owned by the record
+    uint32_t width;   // pixels per row
+    uint32_t height;  // rows
+    uint32_t size;    // width * height * 4
+    double pan;       // view direction, degrees
     double tilt;
     double fov;        // horizontal field of view, degrees
     bool seek;         // the frame was shown by a seek

@@ -80,7 +80,9 @@ struct MediaWriter::State {
 bool MediaWriter::State::OpenVideo(const VideoSettings& s) {
     const AVCodec* codec = avcodec_find_encoder_by_name(s.vp9 ? "libvpx-vp9" : "libx264");
     if (codec == nullptr) codec = avcodec_find_encoder(s.vp9 ? AV_CODEC_ID_VP9 : AV_CODEC_ID_H264);
-    if (codec == nullptr) return Fail(s.vp9 ? "no VP9 encoder in this libavcodec" : "no H.264 encoder in this libavcodec");
+    if (codec == nullptr)
+        return Fail(s.vp9 ? "no VP9 encoder in this libavcodec"
+                          : "no H.264 encoder in this libavcodec");
     videoStart = s.startTicks;
     video = avcodec_alloc_context3(codec);
     if (video == nullptr) return Fail("out of memory");
@@ -125,26 +127,33 @@ bool MediaWriter::State::TagVideo(const SphericalTag& tag) {
         AVSphericalMapping* mapping = av_spherical_alloc(&size);
         if (mapping == nullptr) return Fail("out of memory");
         mapping->projection = AV_SPHERICAL_EQUIRECTANGULAR;
-        if (!AddStreamSideData(videoStream, AV_PKT_DATA_SPHERICAL, reinterpret_cast<uint8_t*>(mapping), size)) {
+        if (!AddStreamSideData(videoStream, AV_PKT_DATA_SPHERICAL,
+                               reinterpret_cast<uint8_t*>(mapping), size)) {
             return Fail("cannot tag the picture track as spherical");
         }
     }
     if (tag.stereo == Stereo::TopBottom || tag.stereo == Stereo::SideBySide) {
         AVStereo3D* stereo = av_stereo3d_alloc();
         if (stereo == nullptr) return Fail("out of memory");
-        stereo->type = tag.stereo == Stereo::TopBottom ? AV_STEREO3D_TOPBOTTOM : AV_STEREO3D_SIDEBYSIDE;
-        if (!AddStreamSideData(videoStream, AV_PKT_DATA_STEREO3D, reinterpret_cast<uint8_t*>(stereo), sizeof *stereo)) {
+        stereo->type =
+            tag.stereo == Stereo::TopBottom ? AV_STEREO3D_TOPBOTTOM : AV_STEREO3D_SIDEBYSIDE;
+        if (!AddStreamSideData(videoStream, AV_PKT_DATA_STEREO3D,
+                               reinterpret_cast<uint8_t*>(stereo), sizeof *stereo)) {
             return Fail("cannot tag the picture track as stereo");
         }
     }
     // The MP4 writer stores these boxes only when told that unofficial extensions are welcome.
-    if (tag.spherical || tag.stereo != Stereo::Mono) format->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+    if (tag.spherical || tag.stereo != Stereo::Mono)
+        format->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
     return true;
 }
 
 bool MediaWriter::State::OpenAudio(const AudioSettings& s) {
-    const AVCodec* codec = s.opus ? avcodec_find_encoder_by_name("libopus") : avcodec_find_encoder(AV_CODEC_ID_AAC);
-    if (codec == nullptr) return Fail(s.opus ? "no Opus encoder in this libavcodec" : "no AAC encoder in this libavcodec");
+    const AVCodec* codec =
+        s.opus ? avcodec_find_encoder_by_name("libopus") : avcodec_find_encoder(AV_CODEC_ID_AAC);
+    if (codec == nullptr)
+        return Fail(s.opus ? "no Opus encoder in this libavcodec"
+                           : "no AAC encoder in this libavcodec");
     audio = avcodec_alloc_context3(codec);
     if (audio == nullptr) return Fail("out of memory");
     av_channel_layout_default(&audio->ch_layout, s.channels);
@@ -153,7 +162,8 @@ bool MediaWriter::State::OpenAudio(const AudioSettings& s) {
     audio->sample_fmt = AV_SAMPLE_FMT_FLTP;
     if (codec->sample_fmts != nullptr) {
         bool planar = false;
-        for (const AVSampleFormat* f = codec->sample_fmts; *f != AV_SAMPLE_FMT_NONE; ++f) planar |= *f == AV_SAMPLE_FMT_FLTP;
+        for (const AVSampleFormat* f = codec->sample_fmts; *f != AV_SAMPLE_FMT_NONE; ++f)
+            planar |= *f == AV_SAMPLE_FMT_FLTP;
         if (!planar) audio->sample_fmt = AV_SAMPLE_FMT_FLT;
     }
     audioPts = av_rescale_q(s.startTicks, kTickBase, {1, s.rate});
@@ -223,7 +233,8 @@ bool MediaWriter::Open(const std::string& path, const VideoSettings& video,
                        const AudioSettings& audio, bool indexFirst) {
     State& s = *state_;
     int status = avformat_alloc_output_context2(&s.format, nullptr, nullptr, path.c_str());
-    if (status < 0 || s.format == nullptr) return s.Fail("unknown output format for " + path, status);
+    if (status < 0 || s.format == nullptr)
+        return s.Fail("unknown output format for " + path, status);
     s.frame = av_frame_alloc();
     s.packet = av_packet_alloc();
     if (s.frame == nullptr || s.packet == nullptr) return s.Fail("out of memory");
@@ -264,7 +275,8 @@ bool MediaWriter::WriteAudio(const int16_t* samples, int count) {
     std::vector<float> floats(static_cast<size_t>(count) * s.audio->ch_layout.nb_channels);
     const bool planar = av_sample_fmt_is_planar(s.audio->sample_fmt);
     std::vector<uint8_t*> out(planar ? static_cast<size_t>(s.audio->ch_layout.nb_channels) : 1);
-    for (size_t c = 0; c < out.size(); ++c) out[c] = reinterpret_cast<uint8_t*>(floats.data() + c * count);
+    for (size_t c = 0; c < out.size(); ++c)
+        out[c] = reinterpret_cast<uint8_t*>(floats.data() + c * count);
     const uint8_t* in[1] = {reinterpret_cast<const uint8_t*>(samples)};
     const int converted = swr_convert(s.resampler, out.data(), count, in, count);
     if (converted < 0) return s.Fail("cannot convert the sound", converted);
@@ -278,7 +290,8 @@ bool MediaWriter::Finish() {
     State& s = *state_;
     if (!s.headerWritten || s.finished) return s.Fail("nothing to finish");
     s.finished = true;
-    if (s.audio != nullptr && (!s.EncodeAudio(true) || !s.Send(s.audio, s.audioStream, nullptr))) return false;
+    if (s.audio != nullptr && (!s.EncodeAudio(true) || !s.Send(s.audio, s.audioStream, nullptr)))
+        return false;
     if (s.video != nullptr && !s.Send(s.video, s.videoStream, nullptr)) return false;
     const int status = av_write_trailer(s.format);
     if (status < 0) return s.Fail("cannot finish the file", status);

@@ -21,17 +21,17 @@ struct VideoSettings {
     int keyframeInterval = 30;  // frames
     int quality = 20;           // constant rate factor: lower is better, 18-28 is usual
     const char* preset = "veryfast";
-    int threads = 0;            // 0: the encoder chooses
-    SphericalTag tag;           // spherical-video metadata of the track (MP4 and Matroska)
-    bool vp9 = false;           // VP9 instead of H.264 (for Matroska and WebM)
-    int64_t startTicks = 0;     // time stamp of the first picture, 100 ns
+    int threads = 0;         // 0: the encoder chooses
+    SphericalTag tag;        // spherical-video metadata of the track (MP4 and Matroska)
+    bool vp9 = false;        // VP9 instead of H.264 (for Matroska and WebM)
+    int64_t startTicks = 0;  // time stamp of the first picture, 100 ns
 };
 
 struct AudioSettings {
     int channels = 0;  // 0: no sound track
     int rate = 48000;
-    bool opus = false;        // Opus instead of AAC
-    int64_t startTicks = 0;   // time stamp of the first sample, 100 ns
+    bool opus = false;       // Opus instead of AAC
+    int64_t startTicks = 0;  // time stamp of the first sample, 100 ns
 };
 
 class MediaWriter {

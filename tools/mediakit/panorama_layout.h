@@ -28,8 +28,8 @@ enum class Stereo { Mono, TopBottom, SideBySide, Other };
 enum class EyeRegion { Whole, TopHalf, BottomHalf, LeftHalf, RightHalf };
 
 struct SphericalMetadata {
-    bool spherical = false;      // the stream carries a spherical mapping
-    std::string projection;      // "equirectangular", "cubemap" or "tiled equirectangular"
+    bool spherical = false;  // the stream carries a spherical mapping
+    std::string projection;  // "equirectangular", "cubemap" or "tiled equirectangular"
     double yaw = 0.0, pitch = 0.0, roll = 0.0;  // the mapping's initial orientation, degrees
     Stereo stereo = Stereo::Mono;
     bool rightEyeFirst = false;  // the right eye is on top / on the left
@@ -37,7 +37,8 @@ struct SphericalMetadata {
 
 // Reads the metadata of the best video stream of `path` (a file or URL; gives up after a few
 // seconds). False with a message in *error when the file cannot be opened or has no video.
-bool ProbeSphericalMetadata(const std::string& path, SphericalMetadata* metadata, std::string* error);
+bool ProbeSphericalMetadata(const std::string& path, SphericalMetadata* metadata,
+                            std::string* error);
 
 // What a host does with a file whose metadata is `m`: the layout to open it with, where its left
 // eye is, and one line saying what was found and what is done.

@@ -19,14 +19,17 @@ bool WritePng(const std::string& path, const Canvas& canvas, std::string* error)
 
     std::unique_ptr<AVCodecContext, void (*)(AVCodecContext*)> context(
         avcodec_alloc_context3(codec), [](AVCodecContext* c) { avcodec_free_context(&c); });
-    std::unique_ptr<AVFrame, void (*)(AVFrame*)> frame(av_frame_alloc(), [](AVFrame* f) { av_frame_free(&f); });
-    std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet(av_packet_alloc(), [](AVPacket* p) { av_packet_free(&p); });
+    std::unique_ptr<AVFrame, void (*)(AVFrame*)> frame(av_frame_alloc(),
+                                                       [](AVFrame* f) { av_frame_free(&f); });
+    std::unique_ptr<AVPacket, void (*)(AVPacket*)> packet(av_packet_alloc(),
+                                                          [](AVPacket* p) { av_packet_free(&p); });
     if (!context || !frame || !packet) return fail("out of memory");
     context->width = canvas.width;
     context->height = canvas.height;
     context->pix_fmt = AV_PIX_FMT_RGB24;
     context->time_base = {1, 1};
-    if (avcodec_open2(context.get(), codec, nullptr) < 0) return fail("cannot open the PNG encoder");
+    if (avcodec_open2(context.get(), codec, nullptr) < 0)
+        return fail("cannot open the PNG encoder");
 
     frame->format = AV_PIX_FMT_RGB24;
     frame->width = canvas.width;
@@ -42,7 +45,8 @@ bool WritePng(const std::string& path, const Canvas& canvas, std::string* error)
         }
     }
     frame->pts = 0;
-    if (avcodec_send_frame(context.get(), frame.get()) < 0 || avcodec_send_frame(context.get(), nullptr) < 0 ||
+    if (avcodec_send_frame(context.get(), frame.get()) < 0 ||
+        avcodec_send_frame(context.get(), nullptr) < 0 ||
         avcodec_receive_packet(context.get(), packet.get()) < 0) {
         return fail("PNG encoding failed");
     }

@@ -18,8 +18,8 @@ namespace mediakit {
 // The stream's side data of `type`, or null.
 inline const uint8_t* StreamSideData(const AVStream* stream, AVPacketSideDataType type) {
 #ifdef MEDIAKIT_CODEC_SIDE_DATA
-    const AVPacketSideData* data = av_packet_side_data_get(stream->codecpar->coded_side_data,
-                                                           stream->codecpar->nb_coded_side_data, type);
+    const AVPacketSideData* data = av_packet_side_data_get(
+        stream->codecpar->coded_side_data, stream->codecpar->nb_coded_side_data, type);
     return data != nullptr ? data->data : nullptr;
 #else
     return av_stream_get_side_data(stream, type, nullptr);
@@ -28,10 +28,12 @@ inline const uint8_t* StreamSideData(const AVStream* stream, AVPacketSideDataTyp
 
 // Attaches `data` (from av_malloc, `size` bytes) to the stream, which takes it over, also on
 // failure (false).
-inline bool AddStreamSideData(AVStream* stream, AVPacketSideDataType type, uint8_t* data, size_t size) {
+inline bool AddStreamSideData(AVStream* stream, AVPacketSideDataType type, uint8_t* data,
+                              size_t size) {
 #ifdef MEDIAKIT_CODEC_SIDE_DATA
-    if (av_packet_side_data_add(&stream->codecpar->coded_side_data, &stream->codecpar->nb_coded_side_data,
-                                type, data, size, 0) != nullptr) {
+    if (av_packet_side_data_add(&stream->codecpar->coded_side_data,
+                                &stream->codecpar->nb_coded_side_data, type, data, size,
+                                0) != nullptr) {
         return true;
     }
     av_free(data);

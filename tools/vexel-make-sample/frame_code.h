@@ -31,7 +31,8 @@ inline int64_t Read(const uint8_t* pixels, int width, int height) {
     if (pixels == nullptr || height < cell || width < kBits * cell) return -1;
     uint32_t number = 0;
     for (int bit = 0; bit < kBits; ++bit) {
-        const uint8_t* p = pixels + (static_cast<size_t>(cell / 2) * width + bit * cell + cell / 2) * 4;
+        const uint8_t* p =
+            pixels + (static_cast<size_t>(cell / 2) * width + bit * cell + cell / 2) * 4;
         const int luma = (p[0] + 2 * p[1] + p[2]) / 4;
         number = number << 1 | (luma >= 128 ? 1u : 0u);
     }

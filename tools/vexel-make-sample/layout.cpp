@@ -21,7 +21,10 @@ bool ParseLayout(std::string_view name, Layout* layout) {
 }
 
 LayoutMapper::LayoutMapper(Layout layout, int width, int height, mediakit::Stereo stereo)
-    : layout_(layout), stereo_(stereo), eyeWidth_(width), eyeHeight_(layout == Layout::Partial ? height / 2 : height) {
+    : layout_(layout),
+      stereo_(stereo),
+      eyeWidth_(width),
+      eyeHeight_(layout == Layout::Partial ? height / 2 : height) {
     width_ = stereo == mediakit::Stereo::SideBySide ? 2 * eyeWidth_ : eyeWidth_;
     height_ = stereo == mediakit::Stereo::TopBottom ? 2 * eyeHeight_ : eyeHeight_;
     if (layout != Layout::DualFisheye) return;
@@ -40,15 +43,19 @@ LayoutMapper::LayoutMapper(Layout layout, int width, int height, mediakit::Stere
                 if (rho > 1.0) continue;
                 const double theta = rho * pi / 2, phi = std::atan2(dy, dx);
                 // Camera axes: right, up, forward along the lens axis; the back lens looks south.
-                double right = std::sin(theta) * std::cos(phi), up = -std::sin(theta) * std::sin(phi);
+                double right = std::sin(theta) * std::cos(phi),
+                       up = -std::sin(theta) * std::sin(phi);
                 double forward = std::cos(theta);
                 if (lens == 1) {
                     right = -right;
                     forward = -forward;
                 }
-                const double longitude = std::atan2(right, forward), latitude = std::asin(std::clamp(up, -1.0, 1.0));
-                const int sx = std::clamp(static_cast<int>((longitude / (2 * pi) + 0.5) * width), 0, width - 1);
-                const int sy = std::clamp(static_cast<int>((0.5 - latitude / pi) * height), 0, height - 1);
+                const double longitude = std::atan2(right, forward),
+                             latitude = std::asin(std::clamp(up, -1.0, 1.0));
+                const int sx = std::clamp(static_cast<int>((longitude / (2 * pi) + 0.5) * width), 0,
+                                          width - 1);
+                const int sy =
+                    std::clamp(static_cast<int>((0.5 - latitude / pi) * height), 0, height - 1);
                 source_[static_cast<size_t>(y) * eyeWidth_ + x] = sy * width + sx;
             }
         }
@@ -80,13 +87,15 @@ void LayoutMapper::ApplyMono(const mediakit::Canvas& scene, mediakit::Canvas& ou
         out = scene;
         return;
     }
-    if (out.width != eyeWidth_ || out.height != eyeHeight_) out = mediakit::Canvas(eyeWidth_, eyeHeight_);
+    if (out.width != eyeWidth_ || out.height != eyeHeight_)
+        out = mediakit::Canvas(eyeWidth_, eyeHeight_);
     if (layout_ == Layout::Partial) {
         std::memcpy(out.pixels.data(), scene.row(scene.height / 4), out.pixels.size() * 4);
         return;
     }
     for (size_t i = 0; i < source_.size(); ++i) {
-        out.pixels[i] = source_[i] < 0 ? mediakit::kBlack : scene.pixels[static_cast<size_t>(source_[i])];
+        out.pixels[i] =
+            source_[i] < 0 ? mediakit::kBlack : scene.pixels[static_cast<size_t>(source_[i])];
     }
 }
 

@@ -24,7 +24,8 @@ bool ParseLayout(std::string_view name, Layout* layout);
 class LayoutMapper {
 public:
     // For a scene of width x height pixels; `stereo` Mono, TopBottom or SideBySide.
-    LayoutMapper(Layout layout, int width, int height, mediakit::Stereo stereo = mediakit::Stereo::Mono);
+    LayoutMapper(Layout layout, int width, int height,
+                 mediakit::Stereo stereo = mediakit::Stereo::Mono);
 
     int width() const { return width_; }
     int height() const { return height_; }

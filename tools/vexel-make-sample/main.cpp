@@ -34,7 +34,7 @@ struct Options {
     mediakit::SphericalTag tag;
     bool video = true;
     bool audio = true;
-    double keep = 1.0;  // fraction of the file kept
+    double keep = 1.0;   // fraction of the file kept
     double start = 0.0;  // seconds before the first time stamp
     bool vp9 = false;    // VP9 and Opus instead of H.264 and AAC
 };
@@ -68,7 +68,8 @@ bool ParseInt(std::string_view text, int* value) {
 
 bool ParseSize(std::string_view text, int* width, int* height) {
     const size_t x = text.find('x');
-    return x != std::string_view::npos && ParseInt(text.substr(0, x), width) && ParseInt(text.substr(x + 1), height);
+    return x != std::string_view::npos && ParseInt(text.substr(0, x), width) &&
+           ParseInt(text.substr(x + 1), height);
 }
 
 bool ParseDouble(const char* text, double* value) {
@@ -84,8 +85,8 @@ bool Parse(int argc, char** argv, Options& o) {
         const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
         bool ok = true, usedValue = true;
         if (arg == "--size") {
-            ok = value && ParseSize(value, &o.width, &o.height) && o.width >= 64 && o.height >= 16 &&
-                 o.width % 2 == 0 && o.height % 4 == 0;
+            ok = value && ParseSize(value, &o.width, &o.height) && o.width >= 64 &&
+                 o.height >= 16 && o.width % 2 == 0 && o.height % 4 == 0;
         } else if (arg == "--fps") {
             ok = value && ParseInt(value, &o.fps) && o.fps > 0 && o.fps <= 240;
         } else if (arg == "--seconds") {
@@ -127,8 +128,8 @@ bool Parse(int argc, char** argv, Options& o) {
             }
         }
         if (!ok) {
-            std::fprintf(stderr, "vexel-make-sample: bad argument %s%s%s\n", argv[i], value && usedValue ? " " : "",
-                         value && usedValue ? value : "");
+            std::fprintf(stderr, "vexel-make-sample: bad argument %s%s%s\n", argv[i],
+                         value && usedValue ? " " : "", value && usedValue ? value : "");
             return false;
         }
         if (usedValue) ++i;
@@ -138,7 +139,8 @@ bool Parse(int argc, char** argv, Options& o) {
         return false;
     }
     if (!o.video && !o.audio) {
-        std::fprintf(stderr, "vexel-make-sample: --no-audio and --audio-only leave nothing to write\n");
+        std::fprintf(stderr,
+                     "vexel-make-sample: --no-audio and --audio-only leave nothing to write\n");
         return false;
     }
     return true;
@@ -199,7 +201,8 @@ int main(int argc, char** argv) {
         if (o.audio) {
             const int64_t soundEnd = static_cast<int64_t>(n + 1) * kSoundRate / o.fps;
             const int count = static_cast<int>(soundEnd - soundWritten);
-            const std::vector<int16_t> sound = sample::SoundSamples(scene, soundWritten, count, kSoundRate);
+            const std::vector<int16_t> sound =
+                sample::SoundSamples(scene, soundWritten, count, kSoundRate);
             if (!writer.WriteAudio(sound.data(), count)) break;
             soundWritten = soundEnd;
         }
@@ -212,19 +215,22 @@ int main(int argc, char** argv) {
     std::error_code error;
     if (o.keep < 1.0) {
         const auto size = std::filesystem::file_size(output, error);
-        if (!error) std::filesystem::resize_file(output, static_cast<uintmax_t>(size * o.keep), error);
+        if (!error)
+            std::filesystem::resize_file(output, static_cast<uintmax_t>(size * o.keep), error);
         if (error) {
-            std::fprintf(stderr, "vexel-make-sample: cannot cut %s: %s\n", o.output.c_str(), error.message().c_str());
+            std::fprintf(stderr, "vexel-make-sample: cannot cut %s: %s\n", o.output.c_str(),
+                         error.message().c_str());
             return 1;
         }
     }
 
     std::printf("vexel-make-sample: wrote %s (", o.output.c_str());
     if (o.video) {
-        std::printf("%dx%d, %d frames at %d fps, %s", layout.width(), layout.height(), frames, o.fps,
-                    writer.videoEncoder().c_str());
+        std::printf("%dx%d, %d frames at %d fps, %s", layout.width(), layout.height(), frames,
+                    o.fps, writer.videoEncoder().c_str());
     }
-    if (o.audio) std::printf("%sstereo %d Hz %s", o.video ? ", " : "", kSoundRate, o.vp9 ? "Opus" : "AAC");
+    if (o.audio)
+        std::printf("%sstereo %d Hz %s", o.video ? ", " : "", kSoundRate, o.vp9 ? "Opus" : "AAC");
     std::printf(o.keep < 1.0 ? ", cut to %.0f%%)\n" : ")\n", o.keep * 100);
     return 0;
 }

@@ -26,12 +26,18 @@ Color Hue(double h) {  // h in [0, 1), saturation 0.45, value 0.8
     const double f = k - std::floor(k);
     const double p = v * (1 - s), q = v * (1 - s * f), t = v * (1 - s * (1 - f));
     switch (sector) {
-        case 0: return {v, t, p};
-        case 1: return {q, v, p};
-        case 2: return {p, v, t};
-        case 3: return {p, q, v};
-        case 4: return {t, p, v};
-        default: return {v, p, q};
+        case 0:
+            return {v, t, p};
+        case 1:
+            return {q, v, p};
+        case 2:
+            return {p, v, t};
+        case 3:
+            return {p, q, v};
+        case 4:
+            return {t, p, v};
+        default:
+            return {v, p, q};
     }
 }
 
@@ -47,7 +53,8 @@ constexpr uint32_t kLabel = Rgb(255, 255, 255);
 constexpr uint32_t kShadow = Rgb(20, 20, 20);
 
 // Text centred on column x; copies one picture width to either side make it wrap round the seam.
-void DrawWrapped(Canvas& c, int x, int y, const char* text, int scale, uint32_t color, bool shadow) {
+void DrawWrapped(Canvas& c, int x, int y, const char* text, int scale, uint32_t color,
+                 bool shadow) {
     x -= mediakit::TextWidth(text, scale) / 2;
     const int offset = std::max(1, scale / 3);
     for (int shift : {0, -c.width, c.width}) {
@@ -90,7 +97,8 @@ void Scene::DrawBackground() {
     }
     for (int degrees = -75; degrees <= 75; degrees += 15) {
         const int width = degrees == 0 ? 4 * line : (degrees % 45 == 0 ? 2 * line : line);
-        c.FillRect(0, RowOf(degrees) - width / 2, c.width, width, degrees == 0 ? kLabel : Rgb(40, 40, 40));
+        c.FillRect(0, RowOf(degrees) - width / 2, c.width, width,
+                   degrees == 0 ? kLabel : Rgb(40, 40, 40));
     }
 
     const int scale = std::max(1, c.height / 120);
@@ -98,11 +106,13 @@ void Scene::DrawBackground() {
     const struct {
         double longitude;
         const char* name;
-    } directions[] = {{0, "N 0"}, {45, "NE 45"}, {90, "E 90"}, {135, "SE 135"},
+    } directions[] = {{0, "N 0"},      {45, "NE 45"},    {90, "E 90"},   {135, "SE 135"},
                       {-180, "S 180"}, {-135, "SW 225"}, {-90, "W 270"}, {-45, "NW 315"}};
     for (const auto& d : directions) {
         if (!roomy && d.longitude != 0) continue;
-        DrawLabel(d.longitude, 6.0, d.name, static_cast<int>(d.longitude) % 90 == 0 ? scale : std::max(1, scale * 2 / 3), kLabel);
+        DrawLabel(d.longitude, 6.0, d.name,
+                  static_cast<int>(d.longitude) % 90 == 0 ? scale : std::max(1, scale * 2 / 3),
+                  kLabel);
         if (static_cast<int>(d.longitude) % 90 == 0 && roomy) {
             DrawLabel(d.longitude, 60.0, "UP", scale, kLabel);
             DrawLabel(d.longitude, -60.0, "DOWN", scale, kLabel);
@@ -110,9 +120,10 @@ void Scene::DrawBackground() {
     }
 }
 
-void Scene::DrawLabel(double longitude, double latitude, const char* text, int scale, uint32_t color) {
-    DrawWrapped(background_, ColumnOf(longitude), RowOf(latitude) - mediakit::TextHeight(scale), text,
-                scale, color, true);
+void Scene::DrawLabel(double longitude, double latitude, const char* text, int scale,
+                      uint32_t color) {
+    DrawWrapped(background_, ColumnOf(longitude), RowOf(latitude) - mediakit::TextHeight(scale),
+                text, scale, color, true);
 }
 
 bool Scene::Flashes(int n) const { return n % fps_ < std::max(1, fps_ / 10); }

@@ -30,7 +30,7 @@ struct Direction {
     double pan, tilt, fov;
 };
 constexpr Direction kDirections[] = {
-    {0, 0, 90}, {90, 0, 90}, {180, 0, 90}, {-90, 0, 90},
+    {0, 0, 90},  {90, 0, 90},  {180, 0, 90}, {-90, 0, 90},
     {0, 60, 90}, {0, -60, 90}, {45, 0, 140}, {0, 0, 40},
 };
 
@@ -42,8 +42,8 @@ std::string Upper(std::string text) {
 
 // Scales a B,G,R,A picture into `out` (already sized).
 bool Scale(const uint8_t* pixels, int width, int height, Canvas& out) {
-    SwsContext* scaler = sws_getContext(width, height, AV_PIX_FMT_BGRA, out.width, out.height, AV_PIX_FMT_BGRA,
-                                        SWS_AREA, nullptr, nullptr, nullptr);
+    SwsContext* scaler = sws_getContext(width, height, AV_PIX_FMT_BGRA, out.width, out.height,
+                                        AV_PIX_FMT_BGRA, SWS_AREA, nullptr, nullptr, nullptr);
     if (scaler == nullptr) return false;
     const uint8_t* in[1] = {pixels};
     const int inStride[1] = {width * 4};
@@ -68,7 +68,8 @@ bool WriteContactSheet(const std::string& path, InlayBuffer* panorama, const std
 
     const int sheetWidth = kColumns * kThumbWidth + (kColumns + 1) * kGap;
     const int panoramaWidth = sheetWidth - 2 * kGap;
-    const int panoramaHeight = std::max(1, static_cast<int>(static_cast<int64_t>(panoramaWidth) * height / width));
+    const int panoramaHeight =
+        std::max(1, static_cast<int>(static_cast<int64_t>(panoramaWidth) * height / width));
     const int rows = (static_cast<int>(std::size(kDirections)) + kColumns - 1) / kColumns;
     const int top = kGap + kLabelHeight;
     const int gridTop = top + panoramaHeight + kGap;
@@ -88,7 +89,8 @@ bool WriteContactSheet(const std::string& path, InlayBuffer* panorama, const std
         InlayBuffer_SetView(panorama, d.pan, d.tilt, d.fov);
         InlayBuffer_ExtractView(panorama, view.bytes(), kThumbWidth, kThumbHeight);
         const int x = kGap + static_cast<int>(i % kColumns) * (kThumbWidth + kGap);
-        const int y = gridTop + static_cast<int>(i / kColumns) * (kThumbHeight + kLabelHeight + kGap);
+        const int y =
+            gridTop + static_cast<int>(i / kColumns) * (kThumbHeight + kLabelHeight + kGap);
         sheet.Blit(view, x, y);
         char label[64];
         std::snprintf(label, sizeof label, "PAN %.0f TILT %.0f FOV %.0f", d.pan, d.tilt, d.fov);

@@ -59,8 +59,10 @@ int main(int argc, char** argv) {
         if (mediakit::ProbeSphericalMetadata(options.file, &metadata, &probeError)) {
             const mediakit::LayoutChoice choice = mediakit::ChooseLayout(metadata);
             options.fisheyeMode = choice.fisheyeMode;
-            layoutLine = std::string(mediakit::LayoutName(choice.fisheyeMode)) + " (" + choice.description +
-                         (choice.leftEye != mediakit::EyeRegion::Whole ? "; the views show both eyes)" : ")");
+            layoutLine =
+                std::string(mediakit::LayoutName(choice.fisheyeMode)) + " (" + choice.description +
+                (choice.leftEye != mediakit::EyeRegion::Whole ? "; the views show both eyes)"
+                                                              : ")");
         } else {
             layoutLine = "equirect (metadata not read: " + probeError + ")";
         }
@@ -70,7 +72,8 @@ int main(int argc, char** argv) {
     const auto start = static_cast<uint64_t>(vexel::SecondsToTicksF(options.rangeStart).count());
     const auto end = static_cast<uint64_t>(vexel::SecondsToTicksF(options.rangeEnd).count());
     if (Open(player, options.file.c_str(), start, end, options.fisheyeMode) != 0) {
-        std::fprintf(stderr, "vexel-play: cannot play %s (missing, not a video, or no decoder module)\n",
+        std::fprintf(stderr,
+                     "vexel-play: cannot play %s (missing, not a video, or no decoder module)\n",
                      options.file.c_str());
         Destroy(player);
         return 1;
@@ -79,12 +82,15 @@ int main(int argc, char** argv) {
     GetRange(player, &rangeStart, &rangeEnd);
     const double fps = GetFrameRate(player) > 0.0 ? GetFrameRate(player) : 30.0;
     SetViewDim(player, options.viewWidth, options.viewHeight);
-    const play::View first = play::ViewAt(options, vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeStart))));
+    const play::View first =
+        play::ViewAt(options, vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeStart))));
     SetView(player, first.pan, first.tilt, first.fov);
 
     play::Recorder recorder;
-    if (!recorder.Open(videoPath, static_cast<int>(options.viewWidth), static_cast<int>(options.viewHeight), fps)) {
-        std::fprintf(stderr, "vexel-play: cannot record %s: %s\n", videoPath.c_str(), recorder.error().c_str());
+    if (!recorder.Open(videoPath, static_cast<int>(options.viewWidth),
+                       static_cast<int>(options.viewHeight), fps)) {
+        std::fprintf(stderr, "vexel-play: cannot record %s: %s\n", videoPath.c_str(),
+                     recorder.error().c_str());
         Destroy(player);
         return 1;
     }
@@ -98,39 +104,53 @@ int main(int argc, char** argv) {
     const bool recorded = recorder.Finish();
     // The library's share: everything but this program's own two threads (polling, encoding).
     const double libraryCpu = CpuSeconds(CLOCK_PROCESS_CPUTIME_ID) - processCpu0 -
-                              (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - mainCpu0) - recorder.threadCpuSeconds();
+                              (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - mainCpu0) -
+                              recorder.threadCpuSeconds();
 
     std::string sheetError;
-    const std::string caption = std::filesystem::path(options.file).filename().string() + "  T " +
-                                std::to_string(vexel::ToSeconds(vexel::TicksF(InlayBuffer_GetTime(result.panorama)))).substr(0, 5) + " S";
-    const bool sheet = result.panorama != nullptr && play::WriteContactSheet(sheetPath, result.panorama, caption, &sheetError);
+    const std::string caption =
+        std::filesystem::path(options.file).filename().string() + "  T " +
+        std::to_string(vexel::ToSeconds(vexel::TicksF(InlayBuffer_GetTime(result.panorama))))
+            .substr(0, 5) +
+        " S";
+    const bool sheet = result.panorama != nullptr &&
+                       play::WriteContactSheet(sheetPath, result.panorama, caption, &sheetError);
     InlayBuffer_Release(result.panorama);
     const uint32_t sourceWidth = GetWidth(player) * 2, sourceHeight = GetHeight(player) * 2;
     Destroy(player);
 
-    std::printf("played            %s (%ux%u, %.3g fps), view %ux%u\n", options.file.c_str(), sourceWidth,
-                sourceHeight, fps, options.viewWidth, options.viewHeight);
+    std::printf("played            %s (%ux%u, %.3g fps), view %ux%u\n", options.file.c_str(),
+                sourceWidth, sourceHeight, fps, options.viewWidth, options.viewHeight);
     std::printf("layout            %s\n", layoutLine.c_str());
     std::printf("ending            %s after %.2f s\n",
-                result.ended ? "end of range" : result.interrupted ? "interrupted" : "stalled (no frame for 10 s)",
+                result.ended         ? "end of range"
+                : result.interrupted ? "interrupted"
+                                     : "stalled (no frame for 10 s)",
                 result.wallSeconds);
-    std::printf("frames presented  %zu (%.2f s of video), %zu skipped, the first %.0f ms after Play\n",
-                stats.presented(), result.contentSeconds, stats.skipped(), result.firstFrameMs);
-    std::printf("late frames       %zu (more than half a frame, %.1f ms, late)\n", stats.late(), stats.frameMs() / 2);
-    std::printf("lateness          mean %.1f ms, 99th percentile %.1f ms, max %.1f ms\n", stats.meanMs(),
-                stats.percentileMs(99.0), stats.maxMs());
+    std::printf(
+        "frames presented  %zu (%.2f s of video), %zu skipped, the first %.0f ms after Play\n",
+        stats.presented(), result.contentSeconds, stats.skipped(), result.firstFrameMs);
+    std::printf("late frames       %zu (more than half a frame, %.1f ms, late)\n", stats.late(),
+                stats.frameMs() / 2);
+    std::printf("lateness          mean %.1f ms, 99th percentile %.1f ms, max %.1f ms\n",
+                stats.meanMs(), stats.percentileMs(99.0), stats.maxMs());
     if (libraryCpu > 0.0 && result.contentSeconds > 0.0) {
-        std::printf("decode speed      %.1fx real time (library CPU %.2f s for %.2f s of video, %.0f frames per CPU second)\n",
-                    result.contentSeconds / libraryCpu, libraryCpu, result.contentSeconds,
-                    static_cast<double>(stats.presented()) / libraryCpu);
+        std::printf(
+            "decode speed      %.1fx real time (library CPU %.2f s for %.2f s of video, %.0f "
+            "frames per CPU second)\n",
+            result.contentSeconds / libraryCpu, libraryCpu, result.contentSeconds,
+            static_cast<double>(stats.presented()) / libraryCpu);
     }
     if (recorded) {
-        std::printf("view video        %s (%zu frames", videoPath.c_str(), recorder.framesWritten());
-        if (recorder.framesLeftOut() > 0) std::printf(", %zu left out: the encoder fell behind", recorder.framesLeftOut());
+        std::printf("view video        %s (%zu frames", videoPath.c_str(),
+                    recorder.framesWritten());
+        if (recorder.framesLeftOut() > 0)
+            std::printf(", %zu left out: the encoder fell behind", recorder.framesLeftOut());
         std::printf(")\n");
     } else {
         std::printf("view video        not written: %s\n", recorder.error().c_str());
     }
-    std::printf("contact sheet     %s\n", sheet ? sheetPath.c_str() : ("not written: " + sheetError).c_str());
+    std::printf("contact sheet     %s\n",
+                sheet ? sheetPath.c_str() : ("not written: " + sheetError).c_str());
     return result.ended && recorded && sheet ? 0 : 1;
 }

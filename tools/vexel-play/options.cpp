@@ -14,17 +14,21 @@ namespace play {
 namespace {
 
 void Usage(std::FILE* out) {
-    std::fprintf(out,
+    std::fprintf(
+        out,
         "usage: vexel-play [options] [FILE]\n"
         "Plays a panorama video in real time through libVexelPlayer.so, records the views it\n"
         "presents and prints how well it kept time.\n"
         "  FILE                 a video file or URL (default: the bundled sample)\n"
         "  -l, --layout L       lens layout: equirect, fisheye, dual-fisheye (default: from the\n"
-        "                       file's spherical metadata, else equirect). Stereo files (top-bottom\n"
-        "                       or side-by-side) are played as one picture: the views show both eyes\n"
+        "                       file's spherical metadata, else equirect). Stereo files "
+        "(top-bottom\n"
+        "                       or side-by-side) are played as one picture: the views show both "
+        "eyes\n"
         "  -r, --range A:B      play from A to B seconds (either may be left out)\n"
         "  -s, --size WxH       view size in pixels (default 1280x720)\n"
-        "  -v, --view P,T,F     starting view: pan, tilt, field of view in degrees (default 0,0,90)\n"
+        "  -v, --view P,T,F     starting view: pan, tilt, field of view in degrees (default "
+        "0,0,90)\n"
         "  -p, --path LIST      timed views SEC=P,T,F;SEC=P,T,F;... the camera moves evenly\n"
         "                       between them (e.g. \"0=0,0,90;10=360,0,90\" turns round once)\n"
         "  -o, --out DIR        output folder for view.mp4 and contact-sheet.png (default out)\n"
@@ -43,8 +47,8 @@ bool ParseNumber(std::string_view text, double* value) {
 bool ParseView(std::string_view text, View* view) {
     const size_t a = text.find(','), b = a == std::string_view::npos ? a : text.find(',', a + 1);
     return b != std::string_view::npos && ParseNumber(text.substr(0, a), &view->pan) &&
-           ParseNumber(text.substr(a + 1, b - a - 1), &view->tilt) && ParseNumber(text.substr(b + 1), &view->fov) &&
-           view->fov > 0.0 && view->fov < 180.0;
+           ParseNumber(text.substr(a + 1, b - a - 1), &view->tilt) &&
+           ParseNumber(text.substr(b + 1), &view->fov) && view->fov > 0.0 && view->fov < 180.0;
 }
 
 namespace {
@@ -56,7 +60,8 @@ bool ParsePath(std::string_view text, std::vector<TimedView>* path) {
         if (item.empty()) continue;
         const size_t equals = item.find('=');
         TimedView key;
-        if (equals == std::string::npos || !ParseNumber(std::string_view(item).substr(0, equals), &key.seconds) ||
+        if (equals == std::string::npos ||
+            !ParseNumber(std::string_view(item).substr(0, equals), &key.seconds) ||
             !ParseView(std::string_view(item).substr(equals + 1), &key.view)) {
             return false;
         }
@@ -81,7 +86,8 @@ bool ParseRange(std::string_view text, double* start, double* end) {
 bool ParseSize(std::string_view text, uint32_t* width, uint32_t* height) {
     double w = 0, h = 0;
     const size_t x = text.find('x');
-    if (x == std::string_view::npos || !ParseNumber(text.substr(0, x), &w) || !ParseNumber(text.substr(x + 1), &h)) {
+    if (x == std::string_view::npos || !ParseNumber(text.substr(0, x), &w) ||
+        !ParseNumber(text.substr(x + 1), &h)) {
         return false;
     }
     if (w < 16 || h < 16 || w > 7680 || h > 4320) return false;
@@ -90,7 +96,6 @@ bool ParseSize(std::string_view text, uint32_t* width, uint32_t* height) {
     *height = static_cast<uint32_t>(h) & ~1u;
     return true;
 }
-
 
 bool WalkOptions(int argc, char** argv, const OptionWalk& walk, std::string* file, int* exitCode) {
     *exitCode = 2;
@@ -107,7 +112,8 @@ bool WalkOptions(int argc, char** argv, const OptionWalk& walk, std::string* fil
         }
         if (arg.empty() || arg[0] != '-') {
             if (!file->empty()) {
-                std::fprintf(stderr, "%s: one file at a time (%s and %s)\n", walk.program, file->c_str(), argv[i]);
+                std::fprintf(stderr, "%s: one file at a time (%s and %s)\n", walk.program,
+                             file->c_str(), argv[i]);
                 return false;
             }
             *file = arg;
@@ -118,7 +124,8 @@ bool WalkOptions(int argc, char** argv, const OptionWalk& walk, std::string* fil
             return false;
         }
         if (!walk.apply(arg, argv[++i])) {
-            std::fprintf(stderr, "%s: bad argument %s %s (see --help)\n", walk.program, argv[i - 1], argv[i]);
+            std::fprintf(stderr, "%s: bad argument %s %s (see --help)\n", walk.program, argv[i - 1],
+                         argv[i]);
             return false;
         }
     }
@@ -132,7 +139,8 @@ bool ParseOptions(int argc, char** argv, Options* o, int* exitCode) {
     walk.isFlag = [](std::string_view arg) { return arg == "-q" || arg == "--quiet"; };
     walk.apply = [o](std::string_view arg, std::string_view value) {
         if (arg == "-q" || arg == "--quiet") return o->quiet = true;
-        if (arg == "-l" || arg == "--layout") return o->layoutGiven = mediakit::ParseLayoutName(value, &o->fisheyeMode);
+        if (arg == "-l" || arg == "--layout")
+            return o->layoutGiven = mediakit::ParseLayoutName(value, &o->fisheyeMode);
         if (arg == "-r" || arg == "--range") return ParseRange(value, &o->rangeStart, &o->rangeEnd);
         if (arg == "-s" || arg == "--size") return ParseSize(value, &o->viewWidth, &o->viewHeight);
         if (arg == "-v" || arg == "--view") return ParseView(value, &o->view);
@@ -148,7 +156,8 @@ bool FindBundledSample(const char* program, std::string* file) {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
     if (!error) *file = (self.parent_path().parent_path() / "sample" / "vexel-sample.mp4").string();
     if (!error && std::filesystem::exists(*file)) return true;
-    std::fprintf(stderr, "%s: no file given and no bundled sample at %s (make run makes it)\n", program, file->c_str());
+    std::fprintf(stderr, "%s: no file given and no bundled sample at %s (make run makes it)\n",
+                 program, file->c_str());
     return false;
 }
 
@@ -160,8 +169,10 @@ View ViewAt(const Options& options, double seconds) {
         const TimedView& a = path[i - 1];
         const TimedView& b = path[i];
         if (seconds <= b.seconds) {
-            const double t = b.seconds > a.seconds ? (seconds - a.seconds) / (b.seconds - a.seconds) : 1.0;
-            return {a.view.pan + (b.view.pan - a.view.pan) * t, a.view.tilt + (b.view.tilt - a.view.tilt) * t,
+            const double t =
+                b.seconds > a.seconds ? (seconds - a.seconds) / (b.seconds - a.seconds) : 1.0;
+            return {a.view.pan + (b.view.pan - a.view.pan) * t,
+                    a.view.tilt + (b.view.tilt - a.view.tilt) * t,
                     a.view.fov + (b.view.fov - a.view.fov) * t};
         }
     }

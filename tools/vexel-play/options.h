@@ -23,11 +23,11 @@ struct TimedView {
 };
 
 struct Options {
-    std::string file;             // empty: the bundled sample
-    uint32_t fisheyeMode = 0;     // the player's lens layout code
-    bool layoutGiven = false;     // --layout given; otherwise the file's metadata decides
-    double rangeStart = 0.0;      // seconds
-    double rangeEnd = 0.0;        // seconds; 0: to the end
+    std::string file;          // empty: the bundled sample
+    uint32_t fisheyeMode = 0;  // the player's lens layout code
+    bool layoutGiven = false;  // --layout given; otherwise the file's metadata decides
+    double rangeStart = 0.0;   // seconds
+    double rangeEnd = 0.0;     // seconds; 0: to the end
     uint32_t viewWidth = 1280;
     uint32_t viewHeight = 720;
     View view;                    // the starting view
@@ -41,8 +41,9 @@ bool ParseOptions(int argc, char** argv, Options* options, int* exitCode);
 
 // Option values shared with vexel-view; false for malformed text.
 bool ParseNumber(std::string_view text, double* value);
-bool ParseView(std::string_view text, View* view);              // P,T,F with 0 < F < 180
-bool ParseRange(std::string_view text, double* start, double* end);  // A:B seconds, either may be left out
+bool ParseView(std::string_view text, View* view);  // P,T,F with 0 < F < 180
+bool ParseRange(std::string_view text, double* start,
+                double* end);  // A:B seconds, either may be left out
 bool ParseSize(std::string_view text, uint32_t* width, uint32_t* height);  // WxH, made even
 
 // The command-line walk both players share: -h/--help prints the usage and ends with exit code 0;

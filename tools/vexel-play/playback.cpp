@@ -29,8 +29,8 @@ void ShowProgress(double played, double total, const TimingStats& stats) {
     char bar[kBar + 1];
     for (int i = 0; i < kBar; ++i) bar[i] = i < filled ? '#' : '.';
     bar[kBar] = '\0';
-    std::fprintf(stderr, "\r[%s] %6.2f / %.2f s  %zu frames, %zu late ", bar, played, total, stats.presented(),
-                 stats.late());
+    std::fprintf(stderr, "\r[%s] %6.2f / %.2f s  %zu frames, %zu late ", bar, played, total,
+                 stats.presented(), stats.late());
     std::fflush(stderr);
 }
 
@@ -42,8 +42,12 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
     PlaybackResult result;
     const bool progress = !options.quiet && isatty(STDERR_FILENO);
     const double startSeconds = vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeStart)));
-    const double totalSeconds = rangeEnd > rangeStart ? vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeEnd - rangeStart))) : 0.0;
-    const double middle = static_cast<double>(rangeStart) + vexel::SecondsToTicksF(totalSeconds).count() / 2;
+    const double totalSeconds =
+        rangeEnd > rangeStart
+            ? vexel::ToSeconds(vexel::TicksF(static_cast<double>(rangeEnd - rangeStart)))
+            : 0.0;
+    const double middle =
+        static_cast<double>(rangeStart) + vexel::SecondsToTicksF(totalSeconds).count() / 2;
     double keptDistance = 0.0;
     int64_t lastTicks = -1, firstTicks = 0;
 
@@ -60,7 +64,8 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
         }
         if (!options.path.empty() && now - lastSteer >= kSteerEvery) {
             // Steer by the media time on screen, so that a late picture still gets its own view.
-            const double shown = lastTicks < 0 ? startSeconds : vexel::ToSeconds(vexel::Ticks(lastTicks));
+            const double shown =
+                lastTicks < 0 ? startSeconds : vexel::ToSeconds(vexel::Ticks(lastTicks));
             const View view = ViewAt(options, shown + stats.frameMs() / 1000.0);
             SetView(player, view.pan, view.tilt, view.fov);
             lastSteer = now;
@@ -70,13 +75,15 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
         if (InlayBuffer* view = GetCurrentViewSample(player)) {
             if (InlayBuffer_GetWidth(view) == 0) {
                 ended = true;
-            } else if (const auto ticks = static_cast<int64_t>(InlayBuffer_GetTime(view)); ticks != lastTicks) {
+            } else if (const auto ticks = static_cast<int64_t>(InlayBuffer_GetTime(view));
+                       ticks != lastTicks) {
                 // The first frame sets the schedule: each later one is due its media time after it.
                 if (lastTicks < 0) {
                     result.firstFrameMs = elapsed * 1000.0;
                     firstTicks = ticks;
                 }
-                const double due = result.firstFrameMs + vexel::ToMs(vexel::Ticks(ticks - firstTicks));
+                const double due =
+                    result.firstFrameMs + vexel::ToMs(vexel::Ticks(ticks - firstTicks));
                 stats.Add(elapsed * 1000.0 - due, ticks);
                 recorder.Add(InlayBuffer_GetBuffer(view), ticks - static_cast<int64_t>(rangeStart));
                 lastTicks = ticks;
@@ -106,8 +113,11 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
             break;
         }
         if (progress && now - lastProgress >= kProgressEvery) {
-            ShowProgress(lastTicks < 0 ? 0.0 : vexel::ToSeconds(vexel::Ticks(lastTicks - static_cast<int64_t>(rangeStart))),
-                         totalSeconds, stats);
+            ShowProgress(
+                lastTicks < 0
+                    ? 0.0
+                    : vexel::ToSeconds(vexel::Ticks(lastTicks - static_cast<int64_t>(rangeStart))),
+                totalSeconds, stats);
             lastProgress = now;
         }
         std::this_thread::sleep_for(kPoll);
@@ -115,8 +125,9 @@ PlaybackResult RunPlayback(PlayerHandle player, const Options& options, uint64_t
 
     result.wallSeconds = Seconds(Clock::now() - start);
     if (lastTicks >= 0) {
-        result.contentSeconds = vexel::ToSeconds(vexel::Ticks(lastTicks - static_cast<int64_t>(rangeStart))) +
-                                stats.frameMs() / 1000.0;
+        result.contentSeconds =
+            vexel::ToSeconds(vexel::Ticks(lastTicks - static_cast<int64_t>(rangeStart))) +
+            stats.frameMs() / 1000.0;
     }
     if (progress) {
         ShowProgress(result.contentSeconds, totalSeconds, stats);

@@ -21,7 +21,7 @@ struct PlaybackResult {
     bool interrupted = false;  // stopped by the user
     double contentSeconds = 0.0;
     double wallSeconds = 0.0;
-    double firstFrameMs = 0.0;  // from Play to the first presented frame
+    double firstFrameMs = 0.0;        // from Play to the first presented frame
     InlayBuffer* panorama = nullptr;  // for the contact sheet; the caller releases it
 };
 

@@ -18,12 +18,14 @@ void TimingStats::Add(double latenessMs, int64_t ticks) {
 }
 
 size_t TimingStats::late() const {
-    return static_cast<size_t>(
-        std::count_if(lateness_.begin(), lateness_.end(), [this](double ms) { return ms > frameMs_ / 2; }));
+    return static_cast<size_t>(std::count_if(lateness_.begin(), lateness_.end(),
+                                             [this](double ms) { return ms > frameMs_ / 2; }));
 }
 
 double TimingStats::meanMs() const {
-    return lateness_.empty() ? 0.0 : std::accumulate(lateness_.begin(), lateness_.end(), 0.0) / lateness_.size();
+    return lateness_.empty()
+               ? 0.0
+               : std::accumulate(lateness_.begin(), lateness_.end(), 0.0) / lateness_.size();
 }
 
 double TimingStats::percentileMs(double p) const {

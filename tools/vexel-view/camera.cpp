@@ -26,8 +26,8 @@ double WrappedPan(double pan) {
 
 bool SameView(const Angles& a, const Angles& b) {
     constexpr double kTolerance = 0.01;
-    return std::abs(WrappedPan(a.pan - b.pan)) < kTolerance && std::abs(a.tilt - b.tilt) < kTolerance &&
-           std::abs(a.fov - b.fov) < kTolerance;
+    return std::abs(WrappedPan(a.pan - b.pan)) < kTolerance &&
+           std::abs(a.tilt - b.tilt) < kTolerance && std::abs(a.fov - b.fov) < kTolerance;
 }
 
 }  // namespace view

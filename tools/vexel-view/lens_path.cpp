@@ -14,13 +14,18 @@ bool LensPath::Bind() {
     viewAt_ = reinterpret_cast<GetPanoramaAngleFn>(dlsym(module, kGetPanoramaAngleSymbol));
     // The player keeps the module loaded for the life of the process; this reference goes.
     dlclose(module);
-    if (save_ == nullptr || load_ == nullptr || clear_ == nullptr || viewAt_ == nullptr) *this = LensPath();
+    if (save_ == nullptr || load_ == nullptr || clear_ == nullptr || viewAt_ == nullptr)
+        *this = LensPath();
     return bound();
 }
 
-int32_t LensPath::Save(const std::string& file) const { return save_ ? save_(file.c_str()) : E_POINTER; }
+int32_t LensPath::Save(const std::string& file) const {
+    return save_ ? save_(file.c_str()) : E_POINTER;
+}
 
-int32_t LensPath::Load(const std::string& file) const { return load_ ? load_(file.c_str()) : E_POINTER; }
+int32_t LensPath::Load(const std::string& file) const {
+    return load_ ? load_(file.c_str()) : E_POINTER;
+}
 
 void LensPath::Clear() const {
     if (clear_) clear_();
@@ -32,12 +37,18 @@ bool LensPath::ViewAt(double seconds, double* pan, double* tilt, double* fov) co
 
 const char* DescribeResult(int32_t result) {
     switch (result) {
-        case S_OK: return "done";
-        case E_FAIL: return "cannot read or write the file";
-        case E_INVALID_DATA: return "not a view path file";
-        case E_OUTOFMEMORY: return "out of memory";
-        case E_POINTER: return "no lens module";
-        default: return "failed";
+        case S_OK:
+            return "done";
+        case E_FAIL:
+            return "cannot read or write the file";
+        case E_INVALID_DATA:
+            return "not a view path file";
+        case E_OUTOFMEMORY:
+            return "out of memory";
+        case E_POINTER:
+            return "no lens module";
+        default:
+            return "failed";
     }
 }
 

@@ -27,13 +27,14 @@ int main(int argc, char** argv) {
         std::string error;
         if (mediakit::ProbeSphericalMetadata(options.file, &metadata, &error)) {
             layout = mediakit::ChooseLayout(metadata);
-            if (layout.leftEye != mediakit::EyeRegion::Whole) layout.description += "; showing the left eye";
+            if (layout.leftEye != mediakit::EyeRegion::Whole)
+                layout.description += "; showing the left eye";
         } else {
             layout.description = "metadata not read: " + error;
         }
     }
-    std::printf("vexel-view: %s: layout %s (%s)\n", options.file.c_str(), mediakit::LayoutName(layout.fisheyeMode),
-                layout.description.c_str());
+    std::printf("vexel-view: %s: layout %s (%s)\n", options.file.c_str(),
+                mediakit::LayoutName(layout.fisheyeMode), layout.description.c_str());
     std::fflush(stdout);
 
     view::Viewer viewer(options, layout);

@@ -34,7 +34,8 @@ int Column(const Rect& bar, double seconds, double duration) {
 int OverlayHeight() { return kMargin + 2 * kLine + kBarHeight + kMargin; }
 
 Rect TimeBarRect(int windowWidth, int windowHeight) {
-    return {kMargin, windowHeight - kMargin - kBarHeight, std::max(windowWidth - 2 * kMargin, 1), kBarHeight};
+    return {kMargin, windowHeight - kMargin - kBarHeight, std::max(windowWidth - 2 * kMargin, 1),
+            kBarHeight};
 }
 
 double TimeAtColumn(const Rect& bar, int x, double duration) {
@@ -43,13 +44,16 @@ double TimeAtColumn(const Rect& bar, int x, double duration) {
 
 void DrawOverlay(const OverlayInfo& info, int width, mediakit::Canvas* canvas) {
     const int height = OverlayHeight();
-    if (canvas->width != width || canvas->height != height) *canvas = mediakit::Canvas(width, height);
+    if (canvas->width != width || canvas->height != height)
+        *canvas = mediakit::Canvas(width, height);
     std::fill(canvas->pixels.begin(), canvas->pixels.end(), kBackground);
 
-    std::string first = Format("%.2f / %.2f S", info.time, info.duration) +
-                        Format("    PAN %.1f  TILT %.1f  FOV %.1f", info.view.pan, info.view.tilt, info.view.fov);
-    std::string second = Format("%.1f FPS  LATE %.0f  ", info.fps, static_cast<double>(info.lateFrames)) +
-                         (info.muted ? std::string("MUTED") : Format("VOL %.1f DB", info.volume / 100.0));
+    std::string first =
+        Format("%.2f / %.2f S", info.time, info.duration) +
+        Format("    PAN %.1f  TILT %.1f  FOV %.1f", info.view.pan, info.view.tilt, info.view.fov);
+    std::string second =
+        Format("%.1f FPS  LATE %.0f  ", info.fps, static_cast<double>(info.lateFrames)) +
+        (info.muted ? std::string("MUTED") : Format("VOL %.1f DB", info.volume / 100.0));
     if (info.paused) second += "  PAUSED";
     if (info.followingPath) second += "  PATH";
     if (!info.message.empty()) second += "  " + info.message;
@@ -64,8 +68,10 @@ void DrawOverlay(const OverlayInfo& info, int width, mediakit::Canvas* canvas) {
     canvas->FillRect(bar.x, bar.y, bar.w, bar.h, kBarEmpty);
     canvas->FillRect(bar.x, bar.y, Column(bar, info.time, duration) - bar.x, bar.h, kBarPlayed);
     for (const Stretch& freeze : info.freezes) {
-        const int x0 = Column(bar, freeze.start, duration), x1 = Column(bar, freeze.start + freeze.length, duration);
-        canvas->FillRect(x0, bar.y + bar.h / 2, std::max(x1 - x0, 2), bar.h - bar.h / 2, kFreezeMark);
+        const int x0 = Column(bar, freeze.start, duration),
+                  x1 = Column(bar, freeze.start + freeze.length, duration);
+        canvas->FillRect(x0, bar.y + bar.h / 2, std::max(x1 - x0, 2), bar.h - bar.h / 2,
+                         kFreezeMark);
     }
     canvas->FillRect(Column(bar, info.time, duration) - 1, bar.y - 3, 3, bar.h + 6, kPlayhead);
 }

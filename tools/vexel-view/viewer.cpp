@@ -16,7 +16,7 @@ namespace {
 
 using vexel::kTicksPerSecond;
 constexpr int64_t kSeekStepTicks = 5 * kTicksPerSecond;
-constexpr int kVolumeStep = 300;                 // 3 dB
+constexpr int kVolumeStep = 300;  // 3 dB
 // A gesture commits only its turning points, and the path takes the shorter way round between
 // two keyframes; a drag is therefore committed in pieces of at most this many degrees.
 constexpr double kMaxGestureTurn = 120.0;
@@ -30,7 +30,9 @@ constexpr int kTimeBarReach = 6;  // pixels around the time bar that still count
 // Stereo: the player's own view is not shown, so it is rendered small.
 constexpr uint32_t kUnusedViewWidth = 64, kUnusedViewHeight = 36;
 
-double Ms(std::chrono::steady_clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
+double Ms(std::chrono::steady_clock::duration d) {
+    return std::chrono::duration<double, std::milli>(d).count();
+}
 
 Angles SampleAngles(InlayBuffer* sample) {
     return {InlayBuffer_GetPan(sample), InlayBuffer_GetTilt(sample), InlayBuffer_GetFov(sample)};
@@ -39,27 +41,35 @@ Angles SampleAngles(InlayBuffer* sample) {
 // The left eye's half of a stereo panorama picture, as a sample of its own with the same view.
 InlayBuffer* CropEye(InlayBuffer* picture, mediakit::EyeRegion eye) {
     const uint32_t width = InlayBuffer_GetWidth(picture), height = InlayBuffer_GetHeight(picture);
-    const bool columns = eye == mediakit::EyeRegion::LeftHalf || eye == mediakit::EyeRegion::RightHalf;
-    const uint32_t eyeWidth = columns ? width / 2 : width, eyeHeight = columns ? height : height / 2;
+    const bool columns =
+        eye == mediakit::EyeRegion::LeftHalf || eye == mediakit::EyeRegion::RightHalf;
+    const uint32_t eyeWidth = columns ? width / 2 : width,
+                   eyeHeight = columns ? height : height / 2;
     const uint32_t x0 = eye == mediakit::EyeRegion::RightHalf ? eyeWidth : 0;
     const uint32_t y0 = eye == mediakit::EyeRegion::BottomHalf ? eyeHeight : 0;
-    InlayBuffer* crop = InlayBuffer_CreateSample(static_cast<int32_t>(eyeWidth), static_cast<int32_t>(eyeHeight));
+    InlayBuffer* crop =
+        InlayBuffer_CreateSample(static_cast<int32_t>(eyeWidth), static_cast<int32_t>(eyeHeight));
     const uint8_t* in = InlayBuffer_GetBuffer(picture);
     uint8_t* out = InlayBuffer_GetBuffer(crop);
     if (in == nullptr || out == nullptr) return crop;  // an empty sample renders nothing
     for (uint32_t y = 0; y < eyeHeight; ++y) {
-        std::memcpy(out + static_cast<size_t>(y) * eyeWidth * 4, in + (static_cast<size_t>(y0 + y) * width + x0) * 4,
+        std::memcpy(out + static_cast<size_t>(y) * eyeWidth * 4,
+                    in + (static_cast<size_t>(y0 + y) * width + x0) * 4,
                     static_cast<size_t>(eyeWidth) * 4);
     }
-    InlayBuffer_SetView(crop, InlayBuffer_GetPan(picture), InlayBuffer_GetTilt(picture), InlayBuffer_GetFov(picture));
+    InlayBuffer_SetView(crop, InlayBuffer_GetPan(picture), InlayBuffer_GetTilt(picture),
+                        InlayBuffer_GetFov(picture));
     return crop;
 }
 
 }  // namespace
 
 Viewer::Viewer(const Options& options, const mediakit::LayoutChoice& layout)
-    : options_(options), layout_(layout), stereo_(layout.leftEye != mediakit::EyeRegion::Whole),
-      overlayOn_(options.overlay), fullscreen_(options.fullscreen) {
+    : options_(options),
+      layout_(layout),
+      stereo_(layout.leftEye != mediakit::EyeRegion::Whole),
+      overlayOn_(options.overlay),
+      fullscreen_(options.fullscreen) {
     target_ = shown_ = {options.view.pan, options.view.tilt, options.view.fov};
 }
 
@@ -89,11 +99,13 @@ bool Viewer::OpenWindow() {
         std::fprintf(stderr, "vexel-view: no display: %s\n", SDL_GetError());
         return false;
     }
-    const std::string title = "vexel-view: " + std::filesystem::path(options_.file).filename().string();
+    const std::string title =
+        "vexel-view: " + std::filesystem::path(options_.file).filename().string();
     uint32_t flags = SDL_WINDOW_RESIZABLE;
     if (fullscreen_) flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
     window_ = SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED,
-                               static_cast<int>(options_.width), static_cast<int>(options_.height), flags);
+                               static_cast<int>(options_.width), static_cast<int>(options_.height),
+                               flags);
     if (window_ == nullptr) {
         std::fprintf(stderr, "vexel-view: cannot open a window: %s\n", SDL_GetError());
         return false;
@@ -113,11 +125,13 @@ bool Viewer::OpenFile() {
     const auto start = static_cast<uint64_t>(options_.rangeStart * kTicksPerSecond);
     const auto end = static_cast<uint64_t>(options_.rangeEnd * kTicksPerSecond);
     if (Open(player_, options_.file.c_str(), start, end, layout_.fisheyeMode) != 0) {
-        std::fprintf(stderr, "vexel-view: cannot play %s (missing, not a video, or no decoder module)\n",
+        std::fprintf(stderr,
+                     "vexel-view: cannot play %s (missing, not a video, or no decoder module)\n",
                      options_.file.c_str());
         return false;
     }
-    if (!lensPath_.Bind()) std::fprintf(stderr, "vexel-view: no lens module loaded: view paths cannot be saved\n");
+    if (!lensPath_.Bind())
+        std::fprintf(stderr, "vexel-view: no lens module loaded: view paths cannot be saved\n");
     GetRange(player_, &rangeStart_, &rangeEnd_);
     const double fps = GetFrameRate(player_);
     if (fps > 0.0) frameTicks_ = std::llround(kTicksPerSecond / fps);
@@ -145,8 +159,8 @@ bool Viewer::OpenFile() {
     if (!options_.pathFile.empty()) {
         LoadViewPath(options_.pathFile);
         if (!followingPath_) {
-            std::fprintf(stderr, "vexel-view: cannot load the view path %s: %s\n", options_.pathFile.c_str(),
-                         message_.c_str());
+            std::fprintf(stderr, "vexel-view: cannot load the view path %s: %s\n",
+                         options_.pathFile.c_str(), message_.c_str());
             return false;
         }
     }
@@ -171,7 +185,8 @@ void Viewer::Loop() {
             while (SDL_PollEvent(&event)) OnEvent(event);
         }
         const Clock::time_point now = Clock::now();
-        if (options_.quitAfter > 0 && Ms(now - started_) >= options_.quitAfter * 1000.0) quit_ = true;
+        if (options_.quitAfter > 0 && Ms(now - started_) >= options_.quitAfter * 1000.0)
+            quit_ = true;
         const bool newFrame = TakeSamples();
         PumpGestures(newFrame);
         if (!message_.empty() && now > messageUntil_) {
@@ -189,7 +204,8 @@ void Viewer::Loop() {
                 lastWheel_ = {};
             }
             const bool settled = mode_ != Mode::Playing ||
-                                 (!panOpen_ && !zoomOpen_ && pictureWidth_ == OutputWidth() && pictureHeight_ == OutputHeight());
+                                 (!panOpen_ && !zoomOpen_ && pictureWidth_ == OutputWidth() &&
+                                  pictureHeight_ == OutputHeight());
             if (settled || now - quitRequested > kQuitSettleLimit) break;
         }
     }
@@ -198,19 +214,25 @@ void Viewer::Loop() {
 
 void Viewer::OnEvent(const SDL_Event& event) {
     switch (event.type) {
-        case SDL_QUIT: quit_ = true; break;
+        case SDL_QUIT:
+            quit_ = true;
+            break;
         case SDL_WINDOWEVENT:
             if (event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) OnResize();
             if (event.window.event == SDL_WINDOWEVENT_EXPOSED) dirty_ = true;
             break;
-        case SDL_KEYDOWN: OnKey(event.key.keysym); break;
+        case SDL_KEYDOWN:
+            OnKey(event.key.keysym);
+            break;
         case SDL_MOUSEBUTTONDOWN:
             if (event.button.button != SDL_BUTTON_LEFT) break;
             if (overlayOn_) {
                 const Rect bar = TimeBarRect(OutputWidth(), OutputHeight());
-                if (event.button.y >= bar.y - kTimeBarReach && event.button.y < bar.y + bar.h + kTimeBarReach) {
+                if (event.button.y >= bar.y - kTimeBarReach &&
+                    event.button.y < bar.y + bar.h + kTimeBarReach) {
                     const double seconds = TimeAtColumn(bar, event.button.x, Overlay().duration);
-                    SeekTo(static_cast<int64_t>(rangeStart_) + static_cast<int64_t>(std::llround(seconds * kTicksPerSecond)));
+                    SeekTo(static_cast<int64_t>(rangeStart_) +
+                           static_cast<int64_t>(std::llround(seconds * kTicksPerSecond)));
                     break;
                 }
             }
@@ -238,7 +260,8 @@ void Viewer::OnEvent(const SDL_Event& event) {
         case SDL_MOUSEWHEEL:
             Zoom(event.wheel.direction == SDL_MOUSEWHEEL_FLIPPED ? -event.wheel.y : event.wheel.y);
             break;
-        default: break;
+        default:
+            break;
     }
 }
 
@@ -246,23 +269,38 @@ void Viewer::OnKey(const SDL_Keysym& key) {
     const bool shift = (key.mod & KMOD_SHIFT) != 0;
     switch (key.sym) {
         case SDLK_ESCAPE:
-        case SDLK_q: quit_ = true; break;
-        case SDLK_SPACE: TogglePause(); break;
-        case SDLK_COMMA: StepFrames(-1); break;
-        case SDLK_PERIOD: StepFrames(1); break;
+        case SDLK_q:
+            quit_ = true;
+            break;
+        case SDLK_SPACE:
+            TogglePause();
+            break;
+        case SDLK_COMMA:
+            StepFrames(-1);
+            break;
+        case SDLK_PERIOD:
+            StepFrames(1);
+            break;
         case SDLK_LEFT:
         case SDLK_RIGHT: {
             const int sign = key.sym == SDLK_LEFT ? -1 : 1;
             if (shift) {
                 Nudge(sign * kNudgeDegrees, 0.0);
             } else {
-                SeekTo((resumeAt_ >= 0 && mode_ != Mode::Playing ? resumeAt_ : shownTicks_) + sign * kSeekStepTicks);
+                SeekTo((resumeAt_ >= 0 && mode_ != Mode::Playing ? resumeAt_ : shownTicks_) +
+                       sign * kSeekStepTicks);
             }
             break;
         }
-        case SDLK_UP: Nudge(0.0, kNudgeDegrees); break;
-        case SDLK_DOWN: Nudge(0.0, -kNudgeDegrees); break;
-        case SDLK_HOME: SeekTo(static_cast<int64_t>(rangeStart_)); break;
+        case SDLK_UP:
+            Nudge(0.0, kNudgeDegrees);
+            break;
+        case SDLK_DOWN:
+            Nudge(0.0, -kNudgeDegrees);
+            break;
+        case SDLK_HOME:
+            SeekTo(static_cast<int64_t>(rangeStart_));
+            break;
         case SDLK_m:
             muted_ = !muted_;
             Mute(player_, muted_);
@@ -273,7 +311,8 @@ void Viewer::OnKey(const SDL_Keysym& key) {
         case SDLK_KP_PLUS:
         case SDLK_MINUS:
         case SDLK_KP_MINUS: {
-            const bool up = key.sym == SDLK_PLUS || key.sym == SDLK_EQUALS || key.sym == SDLK_KP_PLUS;
+            const bool up =
+                key.sym == SDLK_PLUS || key.sym == SDLK_EQUALS || key.sym == SDLK_KP_PLUS;
             volume_ = std::clamp(volume_ + (up ? kVolumeStep : -kVolumeStep), -10000, 0);
             if (muted_) Mute(player_, muted_ = false);
             SetVolume(player_, volume_);
@@ -288,9 +327,14 @@ void Viewer::OnKey(const SDL_Keysym& key) {
             overlayOn_ = !overlayOn_;
             dirty_ = true;
             break;
-        case SDLK_s: SaveViewPath(); break;
-        case SDLK_l: LoadViewPath(options_.file + ".view.json"); break;
-        default: break;
+        case SDLK_s:
+            SaveViewPath();
+            break;
+        case SDLK_l:
+            LoadViewPath(options_.file + ".view.json");
+            break;
+        default:
+            break;
     }
 }
 
@@ -334,7 +378,8 @@ void Viewer::TogglePause() {
 
 void Viewer::SeekTo(int64_t ticks) {
     const auto first = static_cast<int64_t>(rangeStart_);
-    const int64_t last = rangeEnd_ > rangeStart_ ? static_cast<int64_t>(rangeEnd_) - frameTicks_ : first;
+    const int64_t last =
+        rangeEnd_ > rangeStart_ ? static_cast<int64_t>(rangeEnd_) - frameTicks_ : first;
     const int64_t end = last + static_cast<int64_t>(std::llround(freezeSeconds_ * kTicksPerSecond));
     ticks = std::clamp(ticks, first, std::max(first, end));
     if (mode_ == Mode::Playing) {
@@ -414,7 +459,8 @@ void Viewer::Nudge(double pan, double tilt) {
     target_.pan = WrappedPan(target_.pan + pan);
     target_.tilt = std::clamp(target_.tilt + tilt, -90.0, 90.0);
     if (mode_ == Mode::Playing) {
-        SetView(player_, target_.pan, target_.tilt, target_.fov);  // a keyframe the next frames follow
+        SetView(player_, target_.pan, target_.tilt,
+                target_.fov);  // a keyframe the next frames follow
     } else {
         SteerWhilePaused();
     }
@@ -431,7 +477,8 @@ void Viewer::PumpGestures(bool newFrame) {
     if (panOpen_) {
         // One value a presented frame: the player applies one queued value per rendered frame.
         const bool turnedFar = std::abs(panSent_.pan - panBase_) > kMaxGestureTurn;
-        if (newFrame && !turnedFar && !SameView(target_, {panSent_.pan, panSent_.tilt, target_.fov})) {
+        if (newFrame && !turnedFar &&
+            !SameView(target_, {panSent_.pan, panSent_.tilt, target_.fov})) {
             AddPan(player_, target_.pan, target_.tilt);
             panSent_ = target_;
             panSentAny_ = true;
@@ -488,9 +535,10 @@ void Viewer::SaveViewPath() {
     FinishGestures(true);  // a gesture reaches the path when it ends
     const std::string file = options_.file + ".view.json";
     const int32_t result = lensPath_.Save(file);
-    Say(result == S_OK ? "view path saved" : std::string("view path not saved: ") + DescribeResult(result));
-    std::printf("vexel-view: %s %s: %s\n", result == S_OK ? "saved" : "could not save", file.c_str(),
-                DescribeResult(result));
+    Say(result == S_OK ? "view path saved"
+                       : std::string("view path not saved: ") + DescribeResult(result));
+    std::printf("vexel-view: %s %s: %s\n", result == S_OK ? "saved" : "could not save",
+                file.c_str(), DescribeResult(result));
     std::fflush(stdout);
 }
 
@@ -508,8 +556,9 @@ void Viewer::LoadViewPath(const std::string& file) {
     if (mode_ != Mode::Playing) {
         // Frames follow the path from now on; a still picture shows the path's view at its time.
         Angles v = target_;
-        lensPath_.ViewAt(static_cast<double>(shownTicks_ - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond, &v.pan,
-                         &v.tilt, &v.fov);
+        lensPath_.ViewAt(
+            static_cast<double>(shownTicks_ - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond,
+            &v.pan, &v.tilt, &v.fov);
         target_ = v;
         RenderFromPanorama(target_);
     }
@@ -527,13 +576,14 @@ bool Viewer::TakeSamples() {
         } else {
             KeepPanorama(pre);
             if (mode_ != Mode::Playing) {
-                // A seek preview: the still picture, with the path's view at its time when following
-                // one, else with the view the user asked for.
+                // A seek preview: the still picture, with the path's view at its time when
+                // following one, else with the view the user asked for.
                 shownTicks_ = static_cast<int64_t>(InlayBuffer_GetTime(panorama_));
                 if (followingPath_) target_ = SampleAngles(panorama_);
                 RenderFromPanorama(target_);
                 shownNew = true;
-                std::printf("vexel-view: still picture at %.4f s\n", static_cast<double>(shownTicks_) / kTicksPerSecond);
+                std::printf("vexel-view: still picture at %.4f s\n",
+                            static_cast<double>(shownTicks_) / kTicksPerSecond);
                 std::fflush(stdout);
             } else if (stereo_) {
                 RenderFromPanorama(SampleAngles(panorama_));
@@ -555,8 +605,10 @@ bool Viewer::TakeSamples() {
             while (now - recentFrames_.front() > std::chrono::seconds(1)) recentFrames_.pop_front();
 
             shown_ = SampleAngles(sample);
-            if (!stereo_) Upload(InlayBuffer_GetBuffer(sample), static_cast<int>(InlayBuffer_GetWidth(sample)),
-                                 static_cast<int>(InlayBuffer_GetHeight(sample)));
+            if (!stereo_)
+                Upload(InlayBuffer_GetBuffer(sample),
+                       static_cast<int>(InlayBuffer_GetWidth(sample)),
+                       static_cast<int>(InlayBuffer_GetHeight(sample)));
             shownTicks_ = ticks;
             // Without a gesture of the user's the view is the player's (the path's).
             if (!dragging_ && !panOpen_) target_.pan = shown_.pan, target_.tilt = shown_.tilt;
@@ -598,7 +650,8 @@ void Viewer::RenderFromPanorama(const Angles& angles) {
     if (width <= 0 || height <= 0) return;
     InlayBuffer_SetView(panorama_, WrappedPan(angles.pan), angles.tilt, angles.fov);
     rendered_.resize(static_cast<size_t>(width) * height * 4);
-    InlayBuffer_ExtractView(panorama_, rendered_.data(), static_cast<uint32_t>(width), static_cast<uint32_t>(height));
+    InlayBuffer_ExtractView(panorama_, rendered_.data(), static_cast<uint32_t>(width),
+                            static_cast<uint32_t>(height));
     Upload(rendered_.data(), width, height);
     shown_ = angles;
     dirty_ = true;
@@ -609,7 +662,8 @@ void Viewer::Upload(const uint8_t* pixels, int width, int height) {
     if (picture_ == nullptr || width != pictureWidth_ || height != pictureHeight_) {
         if (picture_ != nullptr) SDL_DestroyTexture(picture_);
         // The player's pictures are B, G, R, A bytes: ARGB8888 words on this little-endian machine.
-        picture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING, width, height);
+        picture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888,
+                                     SDL_TEXTUREACCESS_STREAMING, width, height);
         pictureWidth_ = width;
         pictureHeight_ = height;
         if (picture_ == nullptr) return;
@@ -626,9 +680,10 @@ void Viewer::Compose() {
     DrawOverlay(Overlay(), width, &overlayCanvas_);
     if (overlayTexture_ == nullptr || overlayWidth_ != width) {
         if (overlayTexture_ != nullptr) SDL_DestroyTexture(overlayTexture_);
-        overlayTexture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888, SDL_TEXTUREACCESS_STREAMING, width,
-                                            OverlayHeight());
-        if (overlayTexture_ != nullptr) SDL_SetTextureBlendMode(overlayTexture_, SDL_BLENDMODE_BLEND);
+        overlayTexture_ = SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_ARGB8888,
+                                            SDL_TEXTUREACCESS_STREAMING, width, OverlayHeight());
+        if (overlayTexture_ != nullptr)
+            SDL_SetTextureBlendMode(overlayTexture_, SDL_BLENDMODE_BLEND);
         overlayWidth_ = width;
     }
     if (overlayTexture_ == nullptr) return;
@@ -648,7 +703,8 @@ void Viewer::WriteScreenshot() {
     Compose();
     mediakit::Canvas canvas(OutputWidth(), OutputHeight());
     std::string error;
-    if (SDL_RenderReadPixels(renderer_, nullptr, SDL_PIXELFORMAT_ARGB8888, canvas.pixels.data(), canvas.width * 4) != 0) {
+    if (SDL_RenderReadPixels(renderer_, nullptr, SDL_PIXELFORMAT_ARGB8888, canvas.pixels.data(),
+                             canvas.width * 4) != 0) {
         error = SDL_GetError();
     } else {
         mediakit::WritePng(options_.screenshot, canvas, &error);
@@ -660,13 +716,15 @@ void Viewer::WriteScreenshot() {
     }
     std::printf("vexel-view: screenshot %s: %dx%d, time %.4f s, pan %.3f, tilt %.3f, fov %.3f\n",
                 options_.screenshot.c_str(), canvas.width, canvas.height,
-                static_cast<double>(shownTicks_) / kTicksPerSecond, WrappedPan(shown_.pan), shown_.tilt, shown_.fov);
+                static_cast<double>(shownTicks_) / kTicksPerSecond, WrappedPan(shown_.pan),
+                shown_.tilt, shown_.fov);
     std::fflush(stdout);
 }
 
 OverlayInfo Viewer::Overlay() const {
     OverlayInfo info;
-    info.time = static_cast<double>(shownTicks_ - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond;
+    info.time =
+        static_cast<double>(shownTicks_ - static_cast<int64_t>(rangeStart_)) / kTicksPerSecond;
     info.duration = static_cast<double>(rangeEnd_ - rangeStart_) / kTicksPerSecond + freezeSeconds_;
     info.freezes = freezes_;
     info.view = {WrappedPan(shown_.pan), shown_.tilt, shown_.fov};

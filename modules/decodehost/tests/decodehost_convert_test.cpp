@@ -70,7 +70,7 @@ FramePtr TestPicture(AVPixelFormat format, const Tag& tag) {
         const int h = c == 0 ? kHeight : AV_CEIL_RSHIFT(kHeight, desc->log2_chroma_h);
         for (int y = 0; y < h; ++y) {
             for (int x = 0; x < w; ++x) {
-                const int value = c == 0 ? low + static_cast<int>(random() % (high - low + 1))
+                const int value = c == 0   ? low + static_cast<int>(random() % (high - low + 1))
                                   : c == 1 ? inner + x * (high - low - 2 * (inner - low)) / (w - 1)
                                            : inner + y * (high - low - 2 * (inner - low)) / (h - 1);
                 line[x] = static_cast<uint16_t>(value);
@@ -92,9 +92,9 @@ std::vector<uint8_t> Oracle(const AVFrame& frame, const Tag& tag) {
                                                  : AV_PIX_FMT_YUV444P;
     }
     // 16 bits a channel, rounded once at the end: the oracle adds no rounding error of its own.
-    SwsPtr context(sws_getContext(frame.width, frame.height, format, frame.width, frame.height,
-                                  AV_PIX_FMT_BGRA64LE, SWS_POINT | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
-                                  nullptr, nullptr, nullptr));
+    SwsPtr context(sws_getContext(
+        frame.width, frame.height, format, frame.width, frame.height, AV_PIX_FMT_BGRA64LE,
+        SWS_POINT | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr));
     EXPECT_TRUE(context);
     std::vector<uint16_t> wide(static_cast<size_t>(frame.width) * frame.height * 4);
     std::vector<uint8_t> pixels(wide.size());
@@ -142,16 +142,17 @@ TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    PixelFormats, ConverterFormatTest,
-    testing::Values(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUV422P,
-                    AV_PIX_FMT_YUVJ422P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NV12,
-                    AV_PIX_FMT_NV21, AV_PIX_FMT_YUV420P10LE, AV_PIX_FMT_YUV422P10LE,
-                    AV_PIX_FMT_YUV444P10LE, AV_PIX_FMT_YUV420P12LE, AV_PIX_FMT_P010LE,
-                    AV_PIX_FMT_P210LE),
-    [](const testing::TestParamInfo<AVPixelFormat>& info) {
-        return std::string(av_get_pix_fmt_name(info.param));
-    });
+INSTANTIATE_TEST_SUITE_P(PixelFormats, ConverterFormatTest,
+                         testing::Values(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P,
+                                         AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUVJ422P,
+                                         AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NV12,
+                                         AV_PIX_FMT_NV21, AV_PIX_FMT_YUV420P10LE,
+                                         AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV444P10LE,
+                                         AV_PIX_FMT_YUV420P12LE, AV_PIX_FMT_P010LE,
+                                         AV_PIX_FMT_P210LE),
+                         [](const testing::TestParamInfo<AVPixelFormat>& info) {
+                             return std::string(av_get_pix_fmt_name(info.param));
+                         });
 
 // The comparison above is only worth something if the picture tells the faults apart: a wrong
 // matrix, a wrong range and an upside-down picture each land far outside the tolerance.
@@ -179,8 +180,10 @@ TEST(ConverterTest, PictureOfAnotherSizeIsScaledToTheOutput) {
     // Full-range BT.601 mid grey over the top half, white below.
     frame->color_range = AVCOL_RANGE_JPEG;
     for (int y = 0; y < frame->height; ++y)
-        std::fill_n(frame->data[0] + y * frame->linesize[0], frame->width, y < frame->height / 2 ? 128 : 255);
-    for (int p = 1; p < 3; ++p) std::fill_n(frame->data[p], frame->linesize[p] * ((frame->height + 1) / 2), 128);
+        std::fill_n(frame->data[0] + y * frame->linesize[0], frame->width,
+                    y < frame->height / 2 ? 128 : 255);
+    for (int p = 1; p < 3; ++p)
+        std::fill_n(frame->data[p], frame->linesize[p] * ((frame->height + 1) / 2), 128);
 
     const std::vector<uint8_t> out = Converted(*frame);
     const size_t stride = kWidth * 4;

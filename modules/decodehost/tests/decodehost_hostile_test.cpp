@@ -1,16 +1,16 @@
 // Input a careless or hostile host hands the codec host: positions at the ends of 64 bits, paths
 // that would block open(2) for ever, protocols it does not allow, and a network peer that never
 // answers.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <arpa/inet.h>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <thread>
 
 #include "reader_fixture.h"
@@ -73,7 +73,8 @@ class BlockingPathTest : public ReaderTest {
 protected:
     void SetUp() override {
         ReaderTest::SetUp();
-        folder_ = std::filesystem::temp_directory_path() / ("decodehost-fifo-" + std::to_string(getpid()));
+        folder_ = std::filesystem::temp_directory_path() /
+                  ("decodehost-fifo-" + std::to_string(getpid()));
         std::filesystem::create_directories(folder_);
         fifo_ = (folder_ / "clip.mp4").string();
         ASSERT_EQ(mkfifo(fifo_.c_str(), 0600), 0);
@@ -88,7 +89,8 @@ protected:
 };
 
 TEST_F(BlockingPathTest, ReaderRefusesWhatIsNotARegularFile) {
-    for (const std::string& path : {fifo_, "file:" + fifo_, folder_.string(), std::string("/dev/zero")}) {
+    for (const std::string& path :
+         {fifo_, "file:" + fifo_, folder_.string(), std::string("/dev/zero")}) {
         const auto start = Clock::now();
         CountedRef<MediaDescription> description;
         EXPECT_LT(reader_->Open(path.c_str(), description.put()), 0) << path;
@@ -137,7 +139,8 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 || listen(listener_, 4) != 0 ||
+        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+            listen(listener_, 4) != 0 ||
             getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
             return;
         }

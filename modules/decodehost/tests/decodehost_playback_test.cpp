@@ -94,8 +94,10 @@ TEST_F(PlaybackTest, ClipsDescribeThemselvesAndPlayEveryFrame) {
         const char* clip;
         uint32_t width, height;
         int64_t lastFrame;
-    } clips[] = {{"equirect.mp4", 64, 32, 19}, {"partial.mp4", 64, 16, 9},
-                 {"dual-fisheye.mp4", 64, 32, 9}, {"silent.mp4", 64, 32, 9}};
+    } clips[] = {{"equirect.mp4", 64, 32, 19},
+                 {"partial.mp4", 64, 16, 9},
+                 {"dual-fisheye.mp4", 64, 32, 9},
+                 {"silent.mp4", 64, 32, 9}};
     for (const auto& c : clips) {
         SCOPED_TRACE(c.clip);
         ASSERT_EQ(Open(player_, Clip(c.clip).c_str(), 0, 0, 0), 0);

@@ -18,7 +18,8 @@ constexpr int64_t kKeyframe = 10;
 
 TEST(SeekTest, DecodesOnlyReferencePicturesBeforeTheTarget) {
     int error = 0;
-    auto file = MediaFile::Open(Clip("equirect.mp4").c_str(), [] { return false; }, &error);
+    auto file = MediaFile::Open(
+        Clip("equirect.mp4").c_str(), [] { return false; }, &error);
     ASSERT_TRUE(file);
     const int index = av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     auto decoder = StreamDecoder::Open(*file, index);
@@ -28,18 +29,19 @@ TEST(SeekTest, DecodesOnlyReferencePicturesBeforeTheTarget) {
     decoder->Seek(kTarget * kFrame);
     int64_t ticks = -1;
     AVFrame* frame = nullptr;
-    while (ticks < kTarget * kFrame && (frame = decoder->Next(&ticks)) != nullptr) {
-    }
+    while (ticks < kTarget * kFrame && (frame = decoder->Next(&ticks)) != nullptr) {}
     ASSERT_NE(frame, nullptr);
     ASSERT_EQ(ticks, kTarget * kFrame);
     // From the keyframe every picture up to the target would be kTarget - kKeyframe + 1.
-    EXPECT_LT(StreamDecoder::PicturesForTesting() - before, static_cast<uint64_t>(kTarget - kKeyframe + 1));
+    EXPECT_LT(StreamDecoder::PicturesForTesting() - before,
+              static_cast<uint64_t>(kTarget - kKeyframe + 1));
 
     // The target itself was decoded in full, from intact references.
     VideoConverter converter(frame->width, frame->height);
     std::vector<uint8_t> pixels(converter.bytes());
     ASSERT_TRUE(converter.Convert(frame, pixels.data()));
-    EXPECT_EQ(decodehost_test::FrameNumber(pixels.data(), frame->width, frame->height, true), kTarget);
+    EXPECT_EQ(decodehost_test::FrameNumber(pixels.data(), frame->width, frame->height, true),
+              kTarget);
 
     // A later seek back to the start decodes its pictures again, none skipped.
     decoder->Seek(0);
@@ -59,7 +61,8 @@ TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
         description->GetStreamCount(&count);
         for (uint32_t i = 0; i < count; ++i) {
             StreamInfo info{};
-            description->GetStreamInfo(static_cast<uint16_t>(i), nullptr, &info, nullptr, nullptr, nullptr);
+            description->GetStreamInfo(static_cast<uint16_t>(i), nullptr, &info, nullptr, nullptr,
+                                       nullptr);
             if (info.kind == kStreamKindVideo) video = i;
         }
         ASSERT_EQ(reader->SelectStream(video, nullptr), 0);

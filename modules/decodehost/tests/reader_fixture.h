@@ -20,7 +20,8 @@ inline constexpr uint32_t kIdle = 0, kPaused = 1, kEnded = 3, kStopping = 4;
 
 inline CreateCodecHostFn Entry() {
     static void* module = dlopen(DECODEHOST_MODULE, RTLD_NOW | RTLD_LOCAL);
-    return module ? reinterpret_cast<CreateCodecHostFn>(dlsym(module, kCreateCodecHostSymbol)) : nullptr;
+    return module ? reinterpret_cast<CreateCodecHostFn>(dlsym(module, kCreateCodecHostSymbol))
+                  : nullptr;
 }
 
 class ReaderTest : public testing::Test {
@@ -52,7 +53,8 @@ protected:
         for (uint32_t i = 0; i < count; ++i) {
             StreamInfo info{};
             uint64_t first = 0, second = 0, ticks = 0;
-            description->GetStreamInfo(static_cast<uint16_t>(i), &first, &info, &second, &ticks, nullptr);
+            description->GetStreamInfo(static_cast<uint16_t>(i), &first, &info, &second, &ticks,
+                                       nullptr);
             if (info.kind != kind) continue;
             CountedRef<MediaStream> stream;
             EXPECT_EQ(reader_->SelectStream(i, stream.put()), 0);

@@ -23,10 +23,17 @@ bool Parse(std::vector<std::string> args, Options* options, int* exitCode = null
 
 TEST(VexelPlayOptions, RejectsBadValues) {
     int code = 0;
-    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-             {"--layout", "cubemap"}, {"--range", "5:2"}, {"--range", "x:2"}, {"--size", "10x10"},
-             {"--view", "0,0"}, {"--view", "0,0,180"}, {"--path", "1=0,0"}, {"--size"}, {"a.mp4", "b.mp4"},
-             {"--frobnicate", "1"}}) {
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"--layout", "cubemap"},
+                                               {"--range", "5:2"},
+                                               {"--range", "x:2"},
+                                               {"--size", "10x10"},
+                                               {"--view", "0,0"},
+                                               {"--view", "0,0,180"},
+                                               {"--path", "1=0,0"},
+                                               {"--size"},
+                                               {"a.mp4", "b.mp4"},
+                                               {"--frobnicate", "1"}}) {
         Options o;
         EXPECT_FALSE(Parse(args, &o, &code)) << args[0];
         EXPECT_EQ(code, 2) << args[0];
@@ -59,8 +66,8 @@ TEST(VexelPlayTiming, CountsLateAndSkippedFrames) {
     TimingStats stats(40.0);  // 25 fps
     const int64_t frame = 400'000;
     stats.Add(1.0, 0);
-    stats.Add(25.0, frame);      // more than half a frame late
-    stats.Add(3.0, 4 * frame);   // two frames never seen
+    stats.Add(25.0, frame);     // more than half a frame late
+    stats.Add(3.0, 4 * frame);  // two frames never seen
     stats.Add(-2.0, 5 * frame);
     EXPECT_EQ(stats.presented(), 4u);
     EXPECT_EQ(stats.late(), 1u);

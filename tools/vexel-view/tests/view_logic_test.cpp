@@ -61,8 +61,10 @@ TEST(ViewOverlay, TimeBarMapsColumnsToTimes) {
     ASSERT_EQ(canvas.height, OverlayHeight());
     const Rect drawn = TimeBarRect(640, canvas.height);
     const uint32_t* row = canvas.row(drawn.y + drawn.h - 1);
-    EXPECT_NE(row[drawn.x + drawn.w / 4], row[drawn.x + 3 * drawn.w / 5]) << "played and unplayed look alike";
-    EXPECT_NE(row[drawn.x + drawn.w * 78 / 100], row[drawn.x + drawn.w * 9 / 10]) << "no freeze mark";
+    EXPECT_NE(row[drawn.x + drawn.w / 4], row[drawn.x + 3 * drawn.w / 5])
+        << "played and unplayed look alike";
+    EXPECT_NE(row[drawn.x + drawn.w * 78 / 100], row[drawn.x + drawn.w * 9 / 10])
+        << "no freeze mark";
 }
 
 // The generator's tags survive the round trip through MP4 and Matroska, and choose the layout.
@@ -74,10 +76,11 @@ TEST(SphericalMetadata, TagsOfGeneratedClipsChooseTheLayout) {
         mediakit::Stereo stereo;
         mediakit::EyeRegion leftEye;
     };
-    for (const Case& c : {Case{"look.mp4", true, mediakit::Stereo::Mono, mediakit::EyeRegion::Whole},
-                          Case{"stereo-tb.mp4", true, mediakit::Stereo::TopBottom, mediakit::EyeRegion::TopHalf},
-                          Case{"stereo-sbs.mkv", true, mediakit::Stereo::SideBySide, mediakit::EyeRegion::LeftHalf},
-                          Case{"plain.mp4", false, mediakit::Stereo::Mono, mediakit::EyeRegion::Whole}}) {
+    for (const Case& c :
+         {Case{"look.mp4", true, mediakit::Stereo::Mono, mediakit::EyeRegion::Whole},
+          Case{"stereo-tb.mp4", true, mediakit::Stereo::TopBottom, mediakit::EyeRegion::TopHalf},
+          Case{"stereo-sbs.mkv", true, mediakit::Stereo::SideBySide, mediakit::EyeRegion::LeftHalf},
+          Case{"plain.mp4", false, mediakit::Stereo::Mono, mediakit::EyeRegion::Whole}}) {
         mediakit::SphericalMetadata m;
         std::string error;
         ASSERT_TRUE(mediakit::ProbeSphericalMetadata(clips + "/" + c.file, &m, &error)) << error;

@@ -116,7 +116,8 @@ VirtualDisplay::VirtualDisplay() {
         const int quiet = open("/dev/null", O_WRONLY);
         dup2(quiet, STDERR_FILENO);
         // -displayfd: the server picks a free display and writes its number when it is ready.
-        Exec({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "1024x768x24", "-nolisten", "tcp"});
+        Exec({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "1024x768x24",
+              "-nolisten", "tcp"});
     }
     close(fds[1]);
     std::string number;
@@ -142,9 +143,10 @@ bool Xdotool(const std::vector<std::string>& args, std::string* output) {
 
 bool ParseShot(const std::string& line, Shot* shot) {
     char file[1024] = {};
-    const int fields = std::sscanf(line.c_str(),
-                                   "vexel-view: screenshot %1023[^:]: %dx%d, time %lf s, pan %lf, tilt %lf, fov %lf",
-                                   file, &shot->width, &shot->height, &shot->seconds, &shot->pan, &shot->tilt, &shot->fov);
+    const int fields = std::sscanf(
+        line.c_str(),
+        "vexel-view: screenshot %1023[^:]: %dx%d, time %lf s, pan %lf, tilt %lf, fov %lf", file,
+        &shot->width, &shot->height, &shot->seconds, &shot->pan, &shot->tilt, &shot->fov);
     shot->file = file;
     return fields == 7;
 }
@@ -170,9 +172,12 @@ Panorama::Panorama(const std::string& clip, double seconds, bool leftEyeOnTop) {
     Destroy(player);
     seconds_ = seconds;
     if (sample_ == nullptr || !leftEyeOnTop) return;
-    const uint32_t width = InlayBuffer_GetWidth(sample_), height = InlayBuffer_GetHeight(sample_) / 2;
-    InlayBuffer* eye = InlayBuffer_CreateSample(static_cast<int32_t>(width), static_cast<int32_t>(height));
-    std::memcpy(InlayBuffer_GetBuffer(eye), InlayBuffer_GetBuffer(sample_), static_cast<size_t>(width) * height * 4);
+    const uint32_t width = InlayBuffer_GetWidth(sample_),
+                   height = InlayBuffer_GetHeight(sample_) / 2;
+    InlayBuffer* eye =
+        InlayBuffer_CreateSample(static_cast<int32_t>(width), static_cast<int32_t>(height));
+    std::memcpy(InlayBuffer_GetBuffer(eye), InlayBuffer_GetBuffer(sample_),
+                static_cast<size_t>(width) * height * 4);
     InlayBuffer_Release(sample_);
     sample_ = eye;
 }
@@ -182,7 +187,8 @@ Panorama::~Panorama() { InlayBuffer_Release(sample_); }
 mediakit::Canvas Panorama::View(double pan, double tilt, double fov, int width, int height) const {
     mediakit::Canvas view(width, height);
     InlayBuffer_SetView(sample_, pan, tilt, fov);
-    InlayBuffer_ExtractView(sample_, view.bytes(), static_cast<uint32_t>(width), static_cast<uint32_t>(height));
+    InlayBuffer_ExtractView(sample_, view.bytes(), static_cast<uint32_t>(width),
+                            static_cast<uint32_t>(height));
     return view;
 }
 
@@ -191,7 +197,8 @@ double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b) {
     double sum = 0.0;
     for (size_t i = 0; i < a.pixels.size(); ++i) {
         for (int shift = 0; shift < 24; shift += 8) {
-            sum += std::abs(static_cast<int>((a.pixels[i] >> shift) & 0xFF) - static_cast<int>((b.pixels[i] >> shift) & 0xFF));
+            sum += std::abs(static_cast<int>((a.pixels[i] >> shift) & 0xFF) -
+                            static_cast<int>((b.pixels[i] >> shift) & 0xFF));
         }
     }
     return sum / (3.0 * static_cast<double>(a.pixels.size()));
@@ -199,19 +206,20 @@ double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b) {
 
 mediakit::Canvas Top(const mediakit::Canvas& picture, int rows) {
     mediakit::Canvas top(picture.width, rows);
-    std::copy(picture.pixels.begin(), picture.pixels.begin() + static_cast<ptrdiff_t>(top.pixels.size()),
+    std::copy(picture.pixels.begin(),
+              picture.pixels.begin() + static_cast<ptrdiff_t>(top.pixels.size()),
               top.pixels.begin());
     return top;
 }
 
-double BestPan(const Panorama& panorama, const mediakit::Canvas& shot, int rows, double tilt, double fov, double from,
-               double to) {
+double BestPan(const Panorama& panorama, const mediakit::Canvas& shot, int rows, double tilt,
+               double fov, double from, double to) {
     const mediakit::Canvas compared = Top(shot, rows);
     auto search = [&](double a, double b, double step) {
         double best = a, bestDifference = 1e9;
         for (double pan = a; pan <= b + 1e-9; pan += step) {
-            const double difference =
-                MeanDifference(Top(panorama.View(pan, tilt, fov, shot.width, shot.height), rows), compared);
+            const double difference = MeanDifference(
+                Top(panorama.View(pan, tilt, fov, shot.width, shot.height), rows), compared);
             if (difference < bestDifference) {
                 bestDifference = difference;
                 best = pan;

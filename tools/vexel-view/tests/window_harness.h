@@ -5,10 +5,9 @@
 // Threads: used from the test's main thread only.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "canvas.h"
@@ -96,7 +95,7 @@ mediakit::Canvas Top(const mediakit::Canvas& picture, int rows);
 
 // The pan in [from, to] whose view matches the top `rows` rows of `shot` best (1-degree steps,
 // then tenths).
-double BestPan(const Panorama& panorama, const mediakit::Canvas& shot, int rows, double tilt, double fov, double from,
-               double to);
+double BestPan(const Panorama& panorama, const mediakit::Canvas& shot, int rows, double tilt,
+               double fov, double from, double to);
 
 }  // namespace viewtest

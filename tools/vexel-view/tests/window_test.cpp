@@ -53,10 +53,12 @@ protected:
     }
 
     // Starts the viewer and waits for its first picture; the window's id goes to *window.
-    std::unique_ptr<Child> Start(const std::vector<std::string>& options, const std::string& clip, std::string* window,
-                                 int width = kWidth, int height = kHeight) {
-        std::vector<std::string> args{VIEWER, "--size", std::to_string(width) + "x" + std::to_string(height),
-                                      "--quit-after", "120", "--screenshot", shotFile_};
+    std::unique_ptr<Child> Start(const std::vector<std::string>& options, const std::string& clip,
+                                 std::string* window, int width = kWidth, int height = kHeight) {
+        std::vector<std::string> args{
+            VIEWER,         "--size", std::to_string(width) + "x" + std::to_string(height),
+            "--quit-after", "120",    "--screenshot",
+            shotFile_};
         args.insert(args.end(), options.begin(), options.end());
         args.push_back(clip);
         auto viewer = std::make_unique<Child>(args);
@@ -76,7 +78,8 @@ protected:
         ASSERT_TRUE(Xdotool({"mousemove", "--window", window, "100", "60"}));
         ASSERT_TRUE(Xdotool({"mousedown", "1"}));
         for (int i = 0; i < kSteps; ++i) {
-            ASSERT_TRUE(Xdotool({"mousemove_relative", "--", std::to_string(dx / kSteps), std::to_string(dy / kSteps)}));
+            ASSERT_TRUE(Xdotool({"mousemove_relative", "--", std::to_string(dx / kSteps),
+                                 std::to_string(dy / kSteps)}));
         }
         ASSERT_TRUE(Xdotool({"mouseup", "1"}));
     }
@@ -102,13 +105,16 @@ protected:
 
     // The screenshot (its top `rows` rows) is the player's view of its frame at the reported
     // direction, and searching the pans for the best match finds the pan expected.
-    static void ExpectView(const Panorama& panorama, const mediakit::Canvas& picture, const Shot& shot,
-                           double expectedPan, int rows = 0) {
+    static void ExpectView(const Panorama& panorama, const mediakit::Canvas& picture,
+                           const Shot& shot, double expectedPan, int rows = 0) {
         ASSERT_TRUE(panorama.ok());
         rows = rows > 0 ? rows : picture.height;
-        const mediakit::Canvas expected = panorama.View(shot.pan, shot.tilt, shot.fov, picture.width, picture.height);
-        EXPECT_LT(MeanDifference(Top(expected, rows), Top(picture, rows)), 2.0) << "not the player's view of the frame";
-        EXPECT_NEAR(BestPan(panorama, picture, rows, shot.tilt, shot.fov, expectedPan - 60, expectedPan + 60),
+        const mediakit::Canvas expected =
+            panorama.View(shot.pan, shot.tilt, shot.fov, picture.width, picture.height);
+        EXPECT_LT(MeanDifference(Top(expected, rows), Top(picture, rows)), 2.0)
+            << "not the player's view of the frame";
+        EXPECT_NEAR(BestPan(panorama, picture, rows, shot.tilt, shot.fov, expectedPan - 60,
+                            expectedPan + 60),
                     expectedPan, 1.5);
         EXPECT_NEAR(shot.pan, expectedPan, 1.0);
     }
@@ -134,9 +140,11 @@ TEST_F(ViewerWindow, DragWhilePlayingTurnsTheViewAndIsRecordedInThePath) {
     mediakit::Canvas picture;
     const Shot shot = Finish(*viewer, window, &picture);
     // The overlay covers the bottom of the window; the view is compared above it.
-    ExpectView(Panorama(clip_, shot.seconds), picture, shot, -45.0, picture.height - view::OverlayHeight());
+    ExpectView(Panorama(clip_, shot.seconds), picture, shot, -45.0,
+               picture.height - view::OverlayHeight());
     EXPECT_NEAR(shot.tilt, 64 * 90.0 / kWide, 0.5) << "dragging down looks up";
-    fs::copy_file(shotFile_, fs::path(VIEW_TEST_SCRATCH) / "vexel-view.png", fs::copy_options::overwrite_existing);
+    fs::copy_file(shotFile_, fs::path(VIEW_TEST_SCRATCH) / "vexel-view.png",
+                  fs::copy_options::overwrite_existing);
 
     // The saved path ends where the drag ended.
     std::ifstream file(clip_ + ".view.json");
@@ -148,11 +156,13 @@ TEST_F(ViewerWindow, DragWhilePlayingTurnsTheViewAndIsRecordedInThePath) {
     EXPECT_NEAR(last["tilt"].get<double>(), shot.tilt, 0.5);
 
     // A new run follows the loaded path: near the end of the clip the view is where the drag ended.
-    auto follower = Start({"--paused", "--no-overlay", "--path", clip_ + ".view.json"}, clip_, &window);
+    auto follower =
+        Start({"--paused", "--no-overlay", "--path", clip_ + ".view.json"}, clip_, &window);
     ASSERT_FALSE(window.empty());
     Key(window, "Right");
     Key(window, "Right");
-    EXPECT_TRUE(follower->WaitForLine("vexel-view: still picture at 9.9", kLimit, nullptr)) << follower->output();
+    EXPECT_TRUE(follower->WaitForLine("vexel-view: still picture at 9.9", kLimit, nullptr))
+        << follower->output();
     mediakit::Canvas replayed;
     const Shot again = Finish(*follower, window, &replayed);
     ExpectView(Panorama(clip_, again.seconds), replayed, again, -45.0);
@@ -168,10 +178,12 @@ TEST_F(ViewerWindow, PausedDragAndFrameStepsShowTheChosenView) {
     Key(window, "space");
     Drag(window, kWidth / 4, 0);
     Key(window, "Home");
-    EXPECT_TRUE(viewer->WaitForLine("vexel-view: still picture at 0.0000", kLimit, nullptr)) << viewer->output();
+    EXPECT_TRUE(viewer->WaitForLine("vexel-view: still picture at 0.0000", kLimit, nullptr))
+        << viewer->output();
     Key(window, "period");
     Key(window, "period");
-    EXPECT_TRUE(viewer->WaitForLine("vexel-view: still picture at 0.0667", kLimit, nullptr)) << viewer->output();
+    EXPECT_TRUE(viewer->WaitForLine("vexel-view: still picture at 0.0667", kLimit, nullptr))
+        << viewer->output();
     mediakit::Canvas picture;
     const Shot shot = Finish(*viewer, window, &picture);
     EXPECT_NEAR(shot.seconds, 2 * kFrame, 1e-3);
@@ -190,7 +202,8 @@ TEST_F(ViewerWindow, WheelZooms) {
     EXPECT_NEAR(shot.fov, 70.0, 0.01);
     const Panorama panorama(clip_, shot.seconds);
     ExpectView(panorama, picture, shot, 30.0);
-    EXPECT_GT(MeanDifference(panorama.View(shot.pan, shot.tilt, 90.0, kWidth, kHeight), picture), 5.0);
+    EXPECT_GT(MeanDifference(panorama.View(shot.pan, shot.tilt, 90.0, kWidth, kHeight), picture),
+              5.0);
 }
 
 // A resized window gets views rendered at its new size, not a stretched picture.
@@ -218,8 +231,10 @@ TEST_F(ViewerWindow, StereoShowsTheLeftEye) {
     const Shot shot = Finish(*viewer, window, &picture);
     const Panorama leftEye(stereo, shot.seconds, true), whole(stereo, shot.seconds);
     ASSERT_TRUE(leftEye.ok() && whole.ok());
-    EXPECT_LT(MeanDifference(leftEye.View(shot.pan, shot.tilt, shot.fov, kWidth, kHeight), picture), 2.0);
-    EXPECT_GT(MeanDifference(whole.View(shot.pan, shot.tilt, shot.fov, kWidth, kHeight), picture), 20.0);
+    EXPECT_LT(MeanDifference(leftEye.View(shot.pan, shot.tilt, shot.fov, kWidth, kHeight), picture),
+              2.0);
+    EXPECT_GT(MeanDifference(whole.View(shot.pan, shot.tilt, shot.fov, kWidth, kHeight), picture),
+              20.0);
 }
 
 }  // namespace
