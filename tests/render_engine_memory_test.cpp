@@ -7,11 +7,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "../bench/process_memory.h"
 #include "engine/render_engine.h"
 #include "test_tick_clock.h"
 #include "vexel/status.h"
@@ -21,16 +21,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// A field of /proc/self/status in bytes (VmRSS, VmHWM).
-double StatusBytes(const std::string& field) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field + ":", 0) == 0)
-            return std::stod(line.substr(field.size() + 1)) * 1024.0;
-    }
-    return 0.0;
-}
-
 TEST(RenderEngineMemory, A4kPlaybackStaysWithinThePicturesInFlight) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizers' allocators hold freed memory";
@@ -38,7 +28,7 @@ TEST(RenderEngineMemory, A4kPlaybackStaysWithinThePicturesInFlight) {
     constexpr uint32_t kWidth = 3840, kHeight = 1920, kFrames = 60, kInFlight = 35;
     constexpr double kPictureBytes = double{kWidth} * kHeight * 4;
     const std::vector<uint8_t> picture(size_t{kWidth} * kHeight * 4, 0x40);
-    std::ofstream("/proc/self/clear_refs") << "5";  // the peak starts from here
+    ResetPeakMemory();  // the peak starts from here
     const double baseline = StatusBytes("VmRSS");
     if (baseline == 0.0) GTEST_SKIP() << "no /proc/self/status";
     {

@@ -23,7 +23,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <random>
 #include <string>
 #include <sys/resource.h>
@@ -31,6 +30,7 @@
 #include <vector>
 
 #include "../bench_clip.h"
+#include "../process_memory.h"
 #include "../v360_graph.h"
 #include "vexel/ticks.h"
 #include "vexelplayer.h"
@@ -45,6 +45,9 @@ extern "C" {
 }
 
 namespace {
+
+using vexel::ResetPeakMemory;
+using vexel::StatusBytes;
 
 using Clock = std::chrono::steady_clock;
 constexpr int kViewWidth = 1920, kViewHeight = 1080;
@@ -69,19 +72,6 @@ double ThreadCpuSeconds() {
 }
 
 double Ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
-
-// A field of /proc/self/status in bytes (VmRSS, VmHWM); 0 when missing.
-double StatusBytes(const std::string& field) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind(field + ":", 0) == 0)
-            return std::stod(line.substr(field.size() + 1)) * 1024.0;
-    }
-    return 0.0;
-}
-
-// Starts a new peak of the resident set (VmHWM) from the current one.
-void ResetPeakMemory() { std::ofstream("/proc/self/clear_refs") << "5"; }
 
 double Percentile(std::vector<double> values, double p) {
     if (values.empty()) return 0.0;

@@ -371,7 +371,7 @@ void RenderEngine::PresentThreadProc() {
             SetNextViewTime(frame->time);
         }
         // The view is decided early by the time a drawing takes, so a drawing again ends in time.
-        if (!WaitForPresentationTime(*frame, DrawLeadMs())) return;
+        if (!Preroll() || !WaitForPresentationTime(*frame, DrawLeadMs())) return;
         PresentView(*frame);
         if (!WaitForPresentationTime(*frame, 0.0f)) return;
         PublishSamples(std::move(frame));
@@ -380,7 +380,6 @@ void RenderEngine::PresentThreadProc() {
 }
 
 bool RenderEngine::WaitForPresentationTime(const FrameRecord& frame, float leadMs) {
-    if (!Preroll()) return false;
     const float target = static_cast<float>(ToMs(Ticks(frame.time))) - leadMs;
     const bool poll = leadMs == 0.0f;  // deciding a view early needs no poll's precision
     for (;;) {
