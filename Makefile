@@ -18,13 +18,15 @@ NO_ASLR := $(shell setarch $$(uname -m) -R true >/dev/null 2>&1 && echo setarch 
 CTEST := ctest --output-on-failure -j2 --test-dir
 
 # make test builds with warnings as errors; so does its clang tree (Release, with libFuzzer's
-# coverage, ASan and UBSan), which keeps the library and modules building with a second compiler
-# and -O3, and builds the fuzz targets. make test fuzzes each target for about 20 s there;
+# coverage, ASan, UBSan and clang's implicit-conversion checks), which keeps the library and
+# modules building with a second compiler and -O3, and builds the fuzz targets. make test fuzzes
+# each target for about 20 s there and runs the arithmetic unit tests (label clang);
 # make fuzz for FUZZ_SECONDS each (make fuzz FUZZ_SECONDS=60).
 WERROR := -DVEXEL_WERROR=ON
 FUZZ_FLAGS := -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
               -DVEXEL_SANITIZE=fuzz
-CLANG_TARGETS := VexelPlayer DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter fuzz_all
+CLANG_TARGETS := VexelPlayer DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter fuzz_all \
+                 vexel_clang_tests
 FUZZ_SECONDS ?= 600
 FUZZ_TARGETS := decode_fuzzer projector_fuzzer time_freeze_fuzzer audio_plan_fuzzer
 
@@ -49,7 +51,7 @@ test: deps
 	$(NO_ASLR) $(CTEST) build-tsan
 	cmake -S . -B build-fuzz $(GENERATOR) $(FUZZ_FLAGS) $(WERROR)
 	cmake --build build-fuzz --target $(CLANG_TARGETS)
-	$(CTEST) build-fuzz -L fuzz
+	$(CTEST) build-fuzz -L 'fuzz|clang'
 
 # Each fuzz target for FUZZ_SECONDS, one after the other; failing inputs are kept in
 # build-fuzz/fuzz/findings/<target>/ (to keep one, copy it to fuzz/regressions/<target>/).

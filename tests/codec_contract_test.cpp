@@ -37,7 +37,8 @@ TEST(CountedRef, EveryWayOfHoldingBalancesTheCount) {
         CountedRef<FakeObject> c = std::move(b);
         EXPECT_FALSE(b);
         EXPECT_EQ(object.held, 2);
-        c = c;  // self-assignment keeps the reference
+        CountedRef<FakeObject>& same = c;
+        c = same;  // self-assignment keeps the reference
         b = std::move(c);
         a.reset();
         EXPECT_EQ(object.held, 1);

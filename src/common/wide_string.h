@@ -12,7 +12,7 @@ using WideString = std::u16string;
 inline WideString Widen(std::string_view text) {
     WideString out;
     out.reserve(text.size());
-    for (unsigned char c : text) out.push_back(static_cast<char16_t>(c));
+    for (char c : text) out.push_back(static_cast<char16_t>(static_cast<unsigned char>(c)));
     return out;
 }
 
