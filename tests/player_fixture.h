@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -94,6 +95,27 @@ protected:
             take(Read(pre));
             InlayBuffer_Release(pre);
         }
+    }
+
+    // Takes pictures until frame `last` shows, or with `toTheEnd` until the end marker after it:
+    // every frame in order at its own time, none before `first`. (A loaded machine may hold the
+    // test thread back past a picture, never the last one: the end marker waits for it.)
+    void ExpectPlays(int64_t first, int64_t last, bool toTheEnd = false) {
+        int64_t shown = -1;
+        bool ended = false;
+        ASSERT_TRUE(WaitUntil([&] {
+            Poll([&](const Picture& p) {
+                ended = p.end;
+                if (p.end || p.frame == shown) return;
+                EXPECT_GE(p.frame, std::max(first, shown + 1)) << "out of order";
+                EXPECT_EQ(p.time, p.frame * kFrame) << "frame " << p.frame;
+                EXPECT_FALSE(p.seek);
+                shown = p.frame;
+            });
+            return toTheEnd ? ended : shown >= last;
+        })) << "reached frame "
+            << shown;
+        EXPECT_TRUE(!toTheEnd || shown == last) << "the last frame was " << shown;
     }
 
     // The picture a seek presents: the last one before the end marker that closes the seek. The

@@ -12,30 +12,6 @@ namespace {
 
 class Playback : public PlayerTest {
 protected:
-    // Takes pictures until the end marker; every frame in order, at its own time, from `first` to
-    // `last` (a loaded machine may hold the test thread back past a picture, never the last one:
-    // the end marker waits for it to be taken).
-    void ExpectPlaysToTheEnd(int64_t first, int64_t last) {
-        std::vector<Picture> shown;
-        bool ended = false;
-        ASSERT_TRUE(WaitUntil([&] {
-            Poll([&](const Picture& p) {
-                ended = p.end;
-                if (!p.end && (shown.empty() || shown.back().frame != p.frame)) shown.push_back(p);
-            });
-            return ended;
-        }));
-        ASSERT_FALSE(shown.empty());
-        EXPECT_GE(shown.front().frame, first);
-        EXPECT_EQ(shown.back().frame, last);
-        for (size_t i = 0; i < shown.size(); ++i) {
-            EXPECT_EQ(shown[i].time, shown[i].frame * kFrame) << "frame " << shown[i].frame;
-            if (i > 0) {
-                EXPECT_GT(shown[i].frame, shown[i - 1].frame) << "out of order";
-            }
-        }
-    }
-
     void ExpectNoPicture() {
         InlayBuffer* pre = GetCurrentPreSample(player);
         EXPECT_EQ(pre, nullptr);
@@ -84,7 +60,7 @@ TEST_F(Playback, ReportsTheClipClampsTheRangeAndPlaysOnlyIt) {
     }
     ASSERT_EQ(OpenClip(kSecond, 14 * kSecond / 10), 0);
     Play(player, kSecond);
-    ExpectPlaysToTheEnd(25, 34);
+    ExpectPlays(25, 34, true);
 }
 
 TEST_F(Playback, OpenFailsCleanlyForWhatHoldsNoVideoAndTheNextFilePlays) {
@@ -103,7 +79,7 @@ TEST_F(Playback, OpenFailsCleanlyForWhatHoldsNoVideoAndTheNextFilePlays) {
     // A file without sound plays on the video reader alone.
     ASSERT_EQ(OpenClip(0, 0, "silent.mp4"), 0);
     Play(player, 0);
-    ExpectPlaysToTheEnd(0, 24);
+    ExpectPlays(0, 24, true);
 }
 
 TEST_F(Playback, OpenOnAPlayingPlayerReplacesTheFile) {
@@ -116,7 +92,7 @@ TEST_F(Playback, OpenOnAPlayingPlayerReplacesTheFile) {
     EXPECT_EQ(end, static_cast<uint64_t>(kSecond));
     ExpectNoPicture();  // none of the first file is left
     Play(player, 0);
-    ExpectPlaysToTheEnd(0, 24);
+    ExpectPlays(0, 24, true);
 }
 
 // The decoder is far faster than presentation, so its delivery thread is held in the full queues;
