@@ -222,7 +222,7 @@ TEST_F(PlayerAudio, ATimeFreezeHoldsThePictureAndInsertsItsSilence) {
     SetTimeFreeze(player, times, durations, 1);
     const auto played = Clock::now();
     Play(player, 0);
-    const std::vector<Seen> seen = Watch(played, 2700.0);
+    const std::vector<Seen> seen = Watch(played, 3000.0);
     const std::vector<Beep> beeps = Beeps(Finish(), 1, 1000.0);
 
     // The second beep is cut 50 ms in by 300 ms of silence; later seconds come 300 ms late.
@@ -259,7 +259,7 @@ TEST_F(PlayerAudio, VolumeScalesTheSoundAndMuteSilencesIt) {
     Mute(player, true);
     SleepUntil(first, 3500);
     Mute(player, false);  // back at the volume set before
-    SleepUntil(first, 4300);
+    SleepUntil(first, 4500);
     const std::vector<Beep> beeps = Beeps(Finish(), 1, 2000.0);
     ASSERT_EQ(beeps.size(), 3u) << "a beep was heard while muted, or one lost";
     EXPECT_NEAR(beeps[0].gain, 1.0, 0.05);  // its start may be cut: it came with the clock's start

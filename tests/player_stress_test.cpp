@@ -61,8 +61,8 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
                     Stop(player);
                     break;
             }
-            // Long enough for the decoder to get a picture out now and then, even under ASan.
-            std::this_thread::sleep_for(milliseconds(20));
+            // Long enough for the decoder to get pictures out, even under the sanitizers.
+            std::this_thread::sleep_for(milliseconds(100));
         }
     });
 
@@ -74,7 +74,8 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
     int seeks = 0;
     for (; MsSince(start) < 2000; ++seeks) {
         Seek(player, seeks % 10 == 0 ? extremes[(seeks / 10) % 4] : inside(random));
-        std::this_thread::sleep_for(milliseconds(1));  // interleave with the others
+        // Bursts, with room after each for a seek to be served and shown.
+        std::this_thread::sleep_for(milliseconds(seeks % 10 == 9 ? 50 : 1));
     }
     std::this_thread::sleep_for(milliseconds(200));  // seeks and plays being served meanwhile
     done.store(true);
