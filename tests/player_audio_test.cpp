@@ -32,8 +32,8 @@ struct Beep {
 };
 
 std::vector<Beep> FindBeeps(const WavCaptureFile& wav) {
-    constexpr int kLoud = 300;         // well above the coder's noise, well below a beep at -20 dB
-    constexpr double kJoinMs = 10.0;   // a sine's zero crossings are not silence
+    constexpr int kLoud = 300;        // well above the coder's noise, well below a beep at -20 dB
+    constexpr double kJoinMs = 10.0;  // a sine's zero crossings are not silence
     constexpr double kFullPower = 16383.5 * 16383.5 / 2;
     const double perMs = wav.rate / 1000.0;
     const auto frames = static_cast<int64_t>(wav.Frames());
@@ -180,7 +180,8 @@ TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePictures) {
     const WavCaptureFile wav = Finish();
     const std::vector<Beep> beeps = FindBeeps(wav);
     ASSERT_GE(beeps.size(), 2u);
-    EXPECT_NEAR(beeps[0].startMs, 800.0, kStartToleranceMs) << "the sound began away from the first picture";
+    EXPECT_NEAR(beeps[0].startMs, 800.0, kStartToleranceMs)
+        << "the sound began away from the first picture";
     for (size_t k = 0; k + 1 < beeps.size(); ++k) {  // the last one may be cut by Destroy
         SCOPED_TRACE(k);
         ExpectBeep(beeps[k], beeps[0].startMs + 1000.0 * double(k), 100.0);
@@ -190,15 +191,16 @@ TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePictures) {
     // The first and the last beep against the pictures' clock over the first and the last second.
     // Positive: the sound is ahead.
     const double captureStart = CaptureStartMs(wav, played);
-    const double early = ClockStartMs(seen, 0, seen.front().atMs + 1000.0);
     ASSERT_FALSE(seen.empty());
+    const double early = ClockStartMs(seen, 0, seen.front().atMs + 1000.0);
     const double late = ClockStartMs(seen, seen.back().atMs - 1000.0, seen.back().atMs + 1.0);
     const double first = early + 2000.0 - (captureStart + beeps.front().startMs);
-    const double final = late + 1000.0 * double(beeps.size() + 1) -
-                         (captureStart + beeps.back().startMs);
-    std::printf("A/V offset over %.1f s: first beep %+.2f ms, last %+.2f ms (+-%.2f), drift %+.2f "
-                "ms\n",
-                seconds, first, final, CaptureStartUncertaintyMs(), final - first);
+    const double final =
+        late + 1000.0 * double(beeps.size() + 1) - (captureStart + beeps.back().startMs);
+    std::printf(
+        "A/V offset over %.1f s: first beep %+.2f ms, last %+.2f ms (+-%.2f), drift %+.2f "
+        "ms\n",
+        seconds, first, final, CaptureStartUncertaintyMs(), final - first);
     EXPECT_LT(std::fabs(first), kStartToleranceMs + CaptureStartUncertaintyMs());
     EXPECT_LT(std::fabs(final - first), 10.0);
 }

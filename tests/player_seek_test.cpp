@@ -29,7 +29,7 @@ protected:
 TEST_F(Seeking, FromEachStateShowsTheFrameNearestTheTarget) {
     ExpectSeekShows(100 * kFrame + kFrame / 3, 100);  // Stopped: the nearest below
     Stop(player);
-    ExpectSeekShows(60 * kFrame - kFrame / 3, 60);   // the nearest above
+    ExpectSeekShows(60 * kFrame - kFrame / 3, 60);  // the nearest above
     Stop(player);
     ExpectSeekShows(kFrame / 4, 0);  // near the start
     Stop(player);

@@ -4,10 +4,11 @@
 // readers were polled and run.
 //
 // Threads: any object may be called from any thread; the fault and the counters are atomic.
+#include "fake_host.h"
+
 #include <atomic>
 #include <cstring>
 
-#include "fake_host.h"
 #include "vexel/codec_host.h"
 #include "vexel/com_object.h"
 
@@ -52,7 +53,8 @@ class Reader final : public ComObject<MediaReader, PlaybackControl, PlaybackStat
 public:
     int32_t QueryInterface(const GUID* id, void** out) override {
         if (CheckQuery(id, out) != S_OK) return E_POINTER;
-        if (*id == IID_PlaybackControl) return ShareInterface(static_cast<PlaybackControl*>(this), out);
+        if (*id == IID_PlaybackControl)
+            return ShareInterface(static_cast<PlaybackControl*>(this), out);
         if (*id == IID_PlaybackStatus && gFault != kFakeHostNoStatus) {
             return ShareInterface(static_cast<PlaybackStatus*>(this), out);
         }

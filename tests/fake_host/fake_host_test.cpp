@@ -1,13 +1,14 @@
 // The player against a codec host that misbehaves in ways no real file provokes: Open fails
 // cleanly when the host cannot be made; Play and Seek neither hang on a reader without a status
 // nor spin on a busy one, and Seek and the sample getters do not wait for them.
+#include "fake_host.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <future>
 #include <thread>
 
-#include "fake_host.h"
 #include "vexelplayer.h"
 
 namespace {
@@ -23,7 +24,8 @@ protected:
 
     // Waits (at most 10 s) until the readers were run `count` times in all.
     static bool RunsReach(int64_t count) {
-        for (int i = 0; i < 10'000 && FakeHost_Runs() < count; ++i) std::this_thread::sleep_for(1ms);
+        for (int i = 0; i < 10'000 && FakeHost_Runs() < count; ++i)
+            std::this_thread::sleep_for(1ms);
         return FakeHost_Runs() >= count;
     }
 
@@ -72,9 +74,8 @@ TEST_F(FakeHost, PlayWaitsForABusyReaderPollingNotSpinningAndSeekDoesNotWait) {
     });
     EXPECT_EQ(others.wait_for(5s), std::future_status::ready) << "Seek or a getter waited";
     std::this_thread::sleep_for(200ms);
-    const double elapsedMs = std::chrono::duration<double, std::milli>(
-                                 std::chrono::steady_clock::now() - start)
-                                 .count();
+    const double elapsedMs =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     // About one poll per 10 ms. A loaded machine polls less often, never more.
     EXPECT_LT(static_cast<double>(FakeHost_Polls() - polls) / elapsedMs * 10.0, 3.0);
     EXPECT_EQ(play.wait_for(0ms), std::future_status::timeout) << "Play ran a busy reader";
