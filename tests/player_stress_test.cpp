@@ -8,6 +8,7 @@
 #include <atomic>
 #include <limits>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -18,16 +19,14 @@ namespace {
 
 class Stress : public PlayerTest {};
 
-constexpr int64_t kClipTicks = 12 * kSecond;  // Script(300, 25.0)
-
 TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
-    ASSERT_EQ(OpenScript(Script(300, 25.0)), 0);
+    ASSERT_EQ(OpenClip(), 0);
     SetViewDim(player, 32, 16);
 
     std::atomic<bool> done{false};
     std::atomic<int> badPictures{0}, badTimes{0}, samples{0};
     // Polls what a render loop would: both samples and the play time. Every picture handed over is
-    // a whole scripted frame or an end marker, and every time lies inside the media.
+    // a frame of the clip or an end marker, and every time lies inside the media.
     std::thread poller([&] {
         while (!done.load()) {
             for (InlayBuffer* sample :
@@ -38,10 +37,9 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
                 if (time < 0.0 || time > static_cast<double>(kClipTicks)) ++badTimes;
                 InlayBuffer_Release(sample);
             }
-            if (InlayBuffer* pre = GetCurrentPreSample(player)) {
-                if (InlayBuffer_GetWidth(pre) != 0 && FrameOf(pre) < 0) ++badPictures;
-                InlayBuffer_Release(pre);
-            }
+            Poll([&](const Picture& p) {
+                if (!p.end && (p.frame < 0 || p.frame > kLastFrame)) ++badPictures;
+            });
             const int64_t now = GetCurrentPlayTime(player);
             if (now < 0 || now > kClipTicks) ++badTimes;
         }
@@ -51,7 +49,7 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
         for (int i = 0; !done.load(); ++i) {
             switch (i % 4) {
                 case 0:
-                    Play(player, (i % 12) * kSecond);
+                    Play(player, (i % 6) * kSecond);
                     break;
                 case 1:
                     Pause(player);
@@ -63,7 +61,8 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
                     Stop(player);
                     break;
             }
-            std::this_thread::sleep_for(milliseconds(3));
+            // Long enough for the decoder to get pictures out, even under the sanitizers.
+            std::this_thread::sleep_for(milliseconds(100));
         }
     });
 
@@ -73,10 +72,10 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
                                 std::numeric_limits<int64_t>::max()};
     const auto start = Clock::now();
     int seeks = 0;
-    for (; seeks < 1000 && MsSince(start) < 3000; ++seeks) {
+    for (; MsSince(start) < 2000; ++seeks) {
         Seek(player, seeks % 10 == 0 ? extremes[(seeks / 10) % 4] : inside(random));
-        if (seeks % 2 == 0)
-            std::this_thread::sleep_for(milliseconds(1));  // interleave with the others
+        // Bursts, with room after each for a seek to be served and shown.
+        std::this_thread::sleep_for(milliseconds(seeks % 10 == 9 ? 50 : 1));
     }
     std::this_thread::sleep_for(milliseconds(200));  // seeks and plays being served meanwhile
     done.store(true);
@@ -91,15 +90,7 @@ TEST_F(Stress, SeekStormWithPollingAndPlayPauseFlipsLeavesAWorkingPlayer) {
     // the storm's requests still waiting; the Stop ends what it started.)
     Play(player, 0);
     Stop(player);
-    Seek(player, 4 * kSecond);
-    int64_t shown = -2;
-    EXPECT_TRUE(WaitUntil([&] {
-        InlayBuffer* pre = GetCurrentPreSample(player);
-        if (pre != nullptr && InlayBuffer_GetWidth(pre) != 0) shown = FrameOf(pre);
-        InlayBuffer_Release(pre);
-        return shown == 100;
-    })) << "the seek after the storm showed frame "
-        << shown;
+    EXPECT_EQ(SeekTo(4 * kSecond).frame, 100);
 }
 
 // What the process holds: open file descriptors, threads, bytes allocated on the heap.
@@ -127,12 +118,12 @@ Holdings Now() {
 }
 
 TEST_F(Stress, OpenPlayCloseChurnGivesBackDescriptorsThreadsAndMemory) {
-    host.Configure(Script(250, 25.0));
     DestroyPlayer();
     // One cycle: a new player plays a little, the file is re-opened and closed, the player goes.
-    auto cycle = [](int n) {
+    const std::string clip = Clip();
+    auto cycle = [&clip](int n) {
         PlayerHandle p = Create();
-        ASSERT_EQ(Open(p, "/media/scripted/clip.mp4", 0, 0, 0), 0);
+        ASSERT_EQ(Open(p, clip.c_str(), 0, 0, 0), 0);
         SetViewDim(p, 32, 16);
         Play(p, (n % 5) * kSecond);
         WaitUntil([p] {
@@ -142,7 +133,7 @@ TEST_F(Stress, OpenPlayCloseChurnGivesBackDescriptorsThreadsAndMemory) {
         });
         InlayBuffer_Release(GetCurrentViewSample(p));
         if (n % 2 == 0) {
-            ASSERT_EQ(Open(p, "/media/scripted/clip.mp4", 0, 0, 0), 0);
+            ASSERT_EQ(Open(p, clip.c_str(), 0, 0, 0), 0);
         }
         Seek(p, kSecond);
         if (n % 3 == 0) Close(p);
@@ -153,7 +144,7 @@ TEST_F(Stress, OpenPlayCloseChurnGivesBackDescriptorsThreadsAndMemory) {
     const auto start = Clock::now();
     int cycles = 0;
     while (cycles < 5 || (MsSince(start) < 2000 && cycles < 60)) cycle(++cycles);
-    // Destroy joins every thread of the player; those of the host end with its readers.
+    // Destroy joins every thread of the player; those of the decoder end with its readers.
     Holdings after = Now();
     WaitUntil([&] { return (after = Now()).threads <= before.threads; });
 
@@ -165,7 +156,6 @@ TEST_F(Stress, OpenPlayCloseChurnGivesBackDescriptorsThreadsAndMemory) {
         EXPECT_LT(after.heapBytes, before.heapBytes + (size_t{1} << 20))
             << "after " << cycles << " cycles";
     }
-    EXPECT_EQ(host.LiveObjects(), 0);
 }
 
 }  // namespace
