@@ -45,7 +45,10 @@ TEST_F(ReaderTest, PositionsAtTheEndsOf64BitsAreBroughtOntoTheStream) {
         ASSERT_TRUE(WaitForState(kEnded)) << c.current << ".." << c.stop;
         EXPECT_EQ(Frames(sink_.Records()), c.frames) << c.current << ".." << c.stop;
         EXPECT_EQ(sink_.EndOfStreams(), 1);
-        for (const PushedRecord& r : sink_.Records()) EXPECT_LT(r.start, r.stop);
+        for (const PushedRecord& r : sink_.Records()) {  // whole pictures, bottom-up, timed
+            EXPECT_EQ(r.start, r.frame * kFrame);
+            EXPECT_EQ(r.stop, r.start + kFrame);
+        }
     }
 }
 
