@@ -88,45 +88,36 @@ protected:
     PlayerHandle player_ = nullptr;
 };
 
-// Each clip reports half its picture size, its frame rate and its length, and plays every frame
-// in order, each at its own time, to its end (a dual-fisheye recording taken as it is still carries its frame numbers).
-TEST_F(PlaybackTest, ClipsDescribeThemselvesAndPlayEveryFrame) {
+// Each clip reports half its picture size, its frame rate and its play range, and plays every
+// frame of the range in order, each at its own time, to its end (a dual-fisheye recording taken as
+// it is still carries its frame numbers).
+TEST_F(PlaybackTest, ClipsDescribeThemselvesAndPlayEveryFrameOfTheRange) {
     const struct {
         const char* clip;
         uint32_t width, height;
-        int64_t lastFrame;
-    } clips[] = {{"equirect.mp4", 64, 32, 19},
-                 {"partial.mp4", 64, 16, 9},
-                 {"dual-fisheye.mp4", 64, 32, 9},
-                 {"silent.mp4", 64, 32, 9}};
+        int64_t first, last;   // frames played
+        int64_t start, stop;   // the range asked for; 0, 0 for the whole clip
+    } clips[] = {{"equirect.mp4", 64, 32, 0, 19, 0, 0},
+                 {"equirect.mp4", 64, 32, 5, 12, kSecond / 2, kSecond * 125 / 100},
+                 {"partial.mp4", 64, 16, 0, 9, 0, 0},
+                 {"dual-fisheye.mp4", 64, 32, 0, 9, 0, 0},
+                 {"silent.mp4", 64, 32, 0, 9, 0, 0}};
     for (const auto& c : clips) {
         SCOPED_TRACE(c.clip);
-        ASSERT_EQ(Open(player_, Clip(c.clip).c_str(), 0, 0, 0), 0);
+        ASSERT_EQ(Open(player_, Clip(c.clip).c_str(), c.start, c.stop, 0), 0);
         EXPECT_EQ(GetWidth(player_), c.width);
         EXPECT_EQ(GetHeight(player_), c.height);
         EXPECT_DOUBLE_EQ(GetFrameRate(player_), 10.0);
         uint64_t start = 1, end = 0;
         GetRange(player_, &start, &end);
-        EXPECT_EQ(start, 0u);
-        EXPECT_EQ(end, static_cast<uint64_t>((c.lastFrame + 1) * kFrame));
-        Play(player_, 0);
+        EXPECT_EQ(start, static_cast<uint64_t>(c.start));
+        EXPECT_EQ(end, static_cast<uint64_t>(c.stop ? c.stop : (c.last + 1) * kFrame));
+        Play(player_, c.start);
         std::vector<Shown> shown;
         ASSERT_TRUE(PlayToEnd(shown));
-        ExpectInOrder(shown, 0, c.lastFrame);
-        EXPECT_EQ(GetCurrentPlayTime(player_), c.lastFrame * kFrame);
+        ExpectInOrder(shown, c.first, c.last);
+        EXPECT_EQ(GetCurrentPlayTime(player_), c.last * kFrame);
     }
-}
-
-TEST_F(PlaybackTest, PlaysOnlyTheRange) {
-    ASSERT_EQ(Open(player_, Clip("equirect.mp4").c_str(), kSecond / 2, kSecond * 125 / 100, 0), 0);
-    uint64_t start = 0, end = 0;
-    GetRange(player_, &start, &end);
-    ASSERT_EQ(start, static_cast<uint64_t>(kSecond / 2));
-    ASSERT_EQ(end, static_cast<uint64_t>(kSecond * 125 / 100));
-    Play(player_, static_cast<int64_t>(start));
-    std::vector<Shown> shown;
-    ASSERT_TRUE(PlayToEnd(shown));
-    ExpectInOrder(shown, 5, 12);
 }
 
 TEST_F(PlaybackTest, SeekShowsTheFrameNearestTheTarget) {

@@ -1,7 +1,6 @@
 // The codec host driven directly through its interfaces, as the player drives it: stream
 // descriptions, output formats, the samples of a span, and the reader's states.
 #include <cmath>
-#include <tuple>
 
 #include "reader_fixture.h"
 
@@ -24,29 +23,25 @@ TEST_F(ReaderTest, DescribesItsStreamsAndDeliversTheirFormats) {
     EXPECT_LT(description->GetStreamInfo(2, &first, &beyond, &second, &ticks, nullptr), 0);
 
     const StreamInfo video = OpenStream("equirect.mp4", kStreamKindVideo, &ticks);
+    EXPECT_EQ(video.width, 128u);
+    EXPECT_EQ(video.height, 64u);
+    EXPECT_DOUBLE_EQ(video.frameRate, 10.0);
     EXPECT_NEAR(video.duration, 2.0, 1e-6);
     EXPECT_EQ(ticks, static_cast<uint64_t>(2 * kSecond));
-    format = Format();
-    for (const auto& [width, height, rate] :
-         {std::tuple{video.width, video.height, video.frameRate},
-          std::tuple{format.payload.video.width, format.payload.video.height,
-                     format.payload.video.frameRate}}) {
-        EXPECT_EQ(width, 128u);
-        EXPECT_EQ(height, 64u);
-        EXPECT_DOUBLE_EQ(rate, 10.0);
-    }
-    EXPECT_EQ(format.payload.video.pixelFormat, 11u);
+    const VideoFormatPayload pictures = Format().payload.video;  // as described, in BGRA
+    EXPECT_EQ(pictures.width, video.width);
+    EXPECT_EQ(pictures.height, video.height);
+    EXPECT_DOUBLE_EQ(pictures.frameRate, 10.0);
+    EXPECT_EQ(pictures.pixelFormat, 11u);
 
     const StreamInfo audio = OpenStream("equirect.mp4", kStreamKindAudio);
-    format = Format();
-    for (const auto& [channels, rate, bits] :
-         {std::tuple{audio.channels, audio.samplesPerSecond, audio.bitsPerSample},
-          std::tuple{format.payload.audio.channels, format.payload.audio.samplesPerSecond,
-                     format.payload.audio.bitsPerSample}}) {
-        EXPECT_EQ(channels, 2u);
-        EXPECT_EQ(rate, 48000u);
-        EXPECT_EQ(bits, 16u);
-    }
+    EXPECT_EQ(audio.channels, 2u);
+    EXPECT_EQ(audio.samplesPerSecond, 48000u);
+    EXPECT_EQ(audio.bitsPerSample, 16u);
+    const AudioFormatPayload sound = Format().payload.audio;  // as described
+    EXPECT_EQ(sound.channels, audio.channels);
+    EXPECT_EQ(sound.samplesPerSecond, audio.samplesPerSecond);
+    EXPECT_EQ(sound.bitsPerSample, audio.bitsPerSample);
 }
 
 TEST_F(ReaderTest, RefusesWhatItCannotOpenOrSelect) {
