@@ -60,20 +60,19 @@ protected:
 TEST_F(GestureRecording, RecordingsKeepTheirEndsTurningPointsAndPauses) {
     using Gesture = PanoramaLens::Gesture;
     const struct {
-        const char* what;
         Gesture gesture;
         std::vector<double> values;  // pan or fov
         std::vector<Keyframe> kept;
     } cases[] = {
-        {"a pan keeps its first and last sample and every turning point", Gesture::Pan,
-         {10, 20, 30, 20, 10}, {{0.0, 10}, {0.2, 30}, {0.4, 10}}},
-        {"a pause of eight repeats ends with a keyframe", Gesture::Pan,
-         {5, 5, 5, 5, 5, 5, 5, 5, 5, 6}, {{0.0, 5}, {0.8, 5}, {0.9, 6}}},
-        {"a zoom keeps the narrowest field before it widens again", Gesture::Zoom,
-         {90, 80, 70, 80}, {{0.0, 90}, {0.2, 70}, {0.3, 80}}},
+        // A pan keeps its first and last sample and every turning point.
+        {Gesture::Pan, {10, 20, 30, 20, 10}, {{0.0, 10}, {0.2, 30}, {0.4, 10}}},
+        // A pause of eight repeats ends with a keyframe.
+        {Gesture::Pan, {5, 5, 5, 5, 5, 5, 5, 5, 5, 6}, {{0.0, 5}, {0.8, 5}, {0.9, 6}}},
+        // A zoom keeps the narrowest field before it widens again.
+        {Gesture::Zoom, {90, 80, 70, 80}, {{0.0, 90}, {0.2, 70}, {0.3, 80}}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(::testing::Message() << "case " << &c - cases);
         clear_();
         for (size_t i = 0; i < c.values.size(); ++i) {
             if (c.gesture == Gesture::Pan) {

@@ -51,10 +51,10 @@ oracle::Agreement TraceAndCompare(int32_t sourceWidth, int32_t sourceHeight, int
     projector.SetView(turned ? pan + 180 : pan, turned ? mirror - tilt : tilt, fov);
     std::vector<int32_t> u, v;
     projector.TraceCoordinatesForTesting(u, v, turned);
-    return oracle::CompareWithOracle(
-        sourceWidth, w, h, turned ? projector.pan() - 180 : projector.pan(),
-        turned ? mirror - projector.tilt() : projector.tilt(), projector.fov(), turned, u, v,
-        kTolerance);
+    return oracle::CompareWithOracle(sourceWidth, w, h,
+                                     turned ? projector.pan() - 180 : projector.pan(),
+                                     turned ? mirror - projector.tilt() : projector.tilt(),
+                                     projector.fov(), turned, u, v, kTolerance);
 }
 
 // Random views of three kinds: clear of the poles (every pixel within the tolerance), with a pole
@@ -90,7 +90,8 @@ TEST(ProjectionOracleTest, RandomViewsFollowTheCameraGeometry) {
             tilt = sign * (90.5 + 60 * unit(random));
         }
         SCOPED_TRACE(Describe(sourceWidth, w, h, pan, tilt, fov));
-        const oracle::Agreement a = TraceAndCompare(sourceWidth, sourceHeight, w, h, pan, tilt, fov);
+        const oracle::Agreement a =
+            TraceAndCompare(sourceWidth, sourceHeight, w, h, pan, tilt, fov);
         if (a.checked == 0 && kind == 1) continue;
         ASSERT_GT(a.checked, 0);
         if (kind == 0) {
@@ -118,7 +119,8 @@ TEST(ProjectionOracleTest, ShortWideViewsOverThePolesFinish) {
     };
     for (const auto& view : views) {
         SCOPED_TRACE(Describe(1024, view.w, view.h, 17, view.tilt, view.fov));
-        const oracle::Agreement a = TraceAndCompare(1024, 512, view.w, view.h, 17, view.tilt, view.fov);
+        const oracle::Agreement a =
+            TraceAndCompare(1024, 512, view.w, view.h, 17, view.tilt, view.fov);
         if (a.checked > 0) {
             EXPECT_GE(a.fractionWithin(), kPoleViewFractionWithin) << Describe(a);
         }
@@ -188,8 +190,8 @@ TEST(ProjectionOracleTest, SmoothGlobeViewsStayWithinTwentyLevels) {
         ViewProjector projector(kWidth, kHeight);
         projector.SetViewBuffer(drawn.data(), view.w, view.h);
         projector.SetView(view.pan, view.tilt, view.fov);
-        SCOPED_TRACE(Describe(kWidth, view.w, view.h, projector.pan(), projector.tilt(),
-                              projector.fov()));
+        SCOPED_TRACE(
+            Describe(kWidth, view.w, view.h, projector.pan(), projector.tilt(), projector.fov()));
         projector.Render(rows.data(), false);
         projector.SetViewBuffer(gridOnly.data(), view.w, view.h);
         projector.InterpolateEveryCellForTesting();

@@ -36,7 +36,7 @@ struct Presented {
     uint32_t width;
     TickClock::TimePoint at;  // the test clock's reading when the frame was taken
     ViewAngles view{};        // as the view sample carries it
-    uint32_t viewWidth = 0;  // 0: no view sample
+    uint32_t viewWidth = 0;   // 0: no view sample
     bool IsEnd() const { return width == 0; }
 };
 

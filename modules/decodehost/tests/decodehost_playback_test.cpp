@@ -95,8 +95,8 @@ TEST_F(PlaybackTest, ClipsDescribeThemselvesAndPlayEveryFrameOfTheRange) {
     const struct {
         const char* clip;
         uint32_t width, height;
-        int64_t first, last;   // frames played
-        int64_t start, stop;   // the range asked for; 0, 0 for the whole clip
+        int64_t first, last;  // frames played
+        int64_t start, stop;  // the range asked for; 0, 0 for the whole clip
     } clips[] = {{"equirect.mp4", 64, 32, 0, 19, 0, 0},
                  {"equirect.mp4", 64, 32, 5, 12, kSecond / 2, kSecond * 125 / 100},
                  {"partial.mp4", 64, 16, 0, 9, 0, 0},
