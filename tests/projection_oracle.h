@@ -54,11 +54,6 @@ struct Camera {
     double d, ct, st, cp, sp;
 };
 
-inline Vector PixelRay(int32_t viewWidth, int32_t viewHeight, double pan, double tilt, double fov,
-                       int32_t column, int32_t row, bool turned) {
-    return Camera(viewWidth, viewHeight, pan, tilt, fov, turned).Ray(column, row);
-}
-
 inline double UnitsPerRadian(int32_t sourceWidth) { return 256.0 * sourceWidth / (2.0 * kPi); }
 
 inline double Longitude(const Vector& ray, int32_t sourceWidth) {
@@ -120,21 +115,21 @@ struct Agreement {
 
 // u, v: traced coordinates of a w x h view, element j*w + i for column i, row j. pan, tilt, fov:
 // the direction the camera really looks in (tilt may be beyond +-90 for a turned view).
-// With stride > 1 only every stride-th row and column is checked.
 inline Agreement CompareWithOracle(int32_t sourceWidth, int32_t viewWidth, int32_t viewHeight,
                                    double pan, double tilt, double fov, bool turned,
                                    const std::vector<int32_t>& u, const std::vector<int32_t>& v,
-                                   double tolerance, int32_t stride = 1) {
+                                   double tolerance) {
     const double columnAngle = 2.0 * kPi / sourceWidth;
     const int32_t coarsestStep = std::max(1, viewWidth / 20);
     const double cellAngle = (coarsestStep + 1.0) / ViewDistance(viewWidth, fov);
     const double unit = 1.0 / ViewDistance(viewWidth, fov) + cellAngle * cellAngle / 4.0 +
                         (2.0 * coarsestStep + 2.0) / 256.0 * columnAngle;
     const double poleMargin = 75.0 / 360.0 * 256.0 * sourceWidth;
+    const Camera camera(viewWidth, viewHeight, pan, tilt, fov, turned);
     Agreement result;
-    for (int32_t row = 0; row < viewHeight; row += stride) {
-        for (int32_t column = 0; column < viewWidth; column += stride) {
-            const Vector ray = PixelRay(viewWidth, viewHeight, pan, tilt, fov, column, row, turned);
+    for (int32_t row = 0; row < viewHeight; ++row) {
+        for (int32_t column = 0; column < viewWidth; ++column) {
+            const Vector ray = camera.Ray(column, row);
             if (std::fabs(Latitude(ray, sourceWidth)) >= poleMargin) continue;
             const size_t element = static_cast<size_t>(row) * viewWidth + column;
             const double error =

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "../bench/process_memory.h"
-#include "engine/render_engine.h"
+#include "engine_test_support.h"
 #include "test_tick_clock.h"
 #include "vexel/status.h"
 
@@ -35,11 +35,7 @@ TEST(RenderEngineMemory, A4kPlaybackStaysWithinThePicturesInFlight) {
         testing::TestTickClock clock;
         RenderEngine engine;
         engine.SetTickClockForTesting(&clock);
-        MediaFormatPayload payload{};
-        payload.video.width = kWidth;
-        payload.video.height = kHeight;
-        payload.video.pixelFormat = kPixelFormatBgra32;
-        engine.SetVideoFormat(payload);
+        engine.SetVideoFormat(testing::PictureFormat(kWidth, kHeight));
         engine.SetViewDim(1920, 1080);
         engine.Start(Ticks(0));
         std::atomic<uint32_t> delivered{0};

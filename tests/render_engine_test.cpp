@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine_test_support.h"
 #include "projection/view_projector.h"
 #include "sibling_module.h"
 #include "test_tick_clock.h"
@@ -35,7 +36,7 @@ struct Presented {
     uint32_t width;
     TickClock::TimePoint at;  // the test clock's reading when the frame was taken
     ViewAngles view{};        // as the view sample carries it
-    uint32_t viewWidth = 0;
+    uint32_t viewWidth = 0;   // 0: no view sample
     bool IsEnd() const { return width == 0; }
 };
 
@@ -46,11 +47,7 @@ bool SameView(const ViewAngles& a, const ViewAngles& b) {
 class RenderEngineTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        MediaFormatPayload payload{};
-        payload.video.width = kWidth;
-        payload.video.height = kHeight;
-        payload.video.pixelFormat = kPixelFormatBgra32;
-        engine.SetVideoFormat(payload);
+        engine.SetVideoFormat(testing::PictureFormat(kWidth, kHeight));
         engine.SetTickClockForTesting(&clock);
     }
     void TearDown() override { engine.Stop(); }
@@ -74,10 +71,9 @@ protected:
     std::optional<Presented> Take() {
         InlayBuffer* pre = engine.TakeCurrentPreSample();
         if (pre == nullptr) return std::nullopt;
-        InlayBuffer* view = engine.TakeCurrentViewSample();
+        InlayBuffer* view = engine.TakeCurrentViewSample();  // none when the drawing failed
         const uint32_t number = pre->pixels ? reinterpret_cast<const uint32_t*>(pre->pixels)[0] : 0;
         Presented seen{number, pre->time / 10'000, pre->seek, pre->width, clock.Now()};
-        EXPECT_NE(view, nullptr);
         if (view != nullptr) {
             EXPECT_EQ(view->time, pre->time);
             seen.view = {view->pan, view->tilt, view->fov};
@@ -160,30 +156,22 @@ protected:
     RenderEngine engine;
 };
 
-TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeAndNotBefore) {
+TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEnd) {
     engine.SetViewDim(40, 20);
     engine.Start(Ticks(0));
     for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(Deliver(i + 1, i * 10), kOk);
-    engine.OnVideoEndOfStream();
-
-    EXPECT_EQ(Next().number, 1u);  // the decoder is far ahead: the clock starts at once
-    clock.AwaitWaiters();
-    clock.Advance(microseconds(500));  // off the frame grid, so no reading lands on a frame's time
-    for (uint32_t i = 1; i < 20; ++i) {
-        clock.AwaitWaiters();            // the present thread waits for frame i
-        clock.Advance(milliseconds(7));  // 2.5 ms before its time
-        clock.AwaitWaiters();
-        ASSERT_FALSE(Take().has_value()) << "frame " << i << " came early";
-        clock.Advance(milliseconds(3));
-        const Presented seen = Next();
-        EXPECT_EQ(seen.number, i + 1);
-        EXPECT_EQ(seen.timeMs, int64_t{i} * 10);
-        EXPECT_FALSE(seen.seek);
+    engine.OnVideoEndOfStream();  // the decoder is far ahead: the clock starts at once
+    const TickClock::TimePoint origin = clock.Now();
+    const std::vector<Presented> shown = Play();
+    ASSERT_EQ(shown.size(), 21u);
+    ExpectOnTime(shown, origin, 0);
+    for (uint32_t i = 0; i < 20; ++i) {
+        EXPECT_EQ(shown[i].number, i + 1);
+        EXPECT_FALSE(shown[i].seek);
+        EXPECT_EQ(shown[i].viewWidth, 40u) << "frame " << i + 1;
     }
-    EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190)));
-    const Presented end = Next();  // taken at once: no wait for the client
-    EXPECT_TRUE(end.IsEnd());
-    EXPECT_FALSE(end.seek);
+    EXPECT_TRUE(shown.back().IsEnd());  // taken at once: no wait for the client
+    EXPECT_FALSE(shown.back().seek);
     EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190)))
         << "the end marker is not a frame";
 }
@@ -251,14 +239,8 @@ TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAfterAStartAndAResum
     ExpectOnTime(shown, origin, 440);
 }
 
-TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanTheRangeOrHalfASecond) {
-    engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    ASSERT_EQ(Deliver(2, 40), kOk);
-    engine.OnVideoEndOfStream();  // a range of two frames
-    EXPECT_EQ(Next().number, 1u) << "the clock waited for frames past the end";
-    engine.Stop();
-
+// (Nor longer than the range: the resume above starts once the rest of the range is queued.)
+TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecond) {
     engine.Start(Ticks(0));
     ASSERT_EQ(Deliver(1, 0), kOk);
     ASSERT_EQ(Deliver(2, 40), kOk);  // then the decoder stalls
@@ -339,27 +321,9 @@ TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
     ASSERT_EQ(Deliver(5, 0), kOk);
     engine.OnVideoEndOfStream();
 
-    InlayBuffer* view = nullptr;
-    for (int i = 0; i < 5000 && view == nullptr; ++i) {
-        ReleaseInlayBuffer(engine.TakeCurrentPreSample());
-        if ((view = engine.TakeCurrentViewSample()) == nullptr)
-            std::this_thread::sleep_for(milliseconds(1));
-    }
-    ASSERT_NE(view, nullptr);
-    EXPECT_EQ(view->width, 16u);
-    EXPECT_EQ(view->height, 8u);
-    // A uniform picture renders as its own colour (give or take the blend's rounding) everywhere,
-    // alpha set; the dropped ones never show.
-    const uint32_t* pixels = reinterpret_cast<const uint32_t*>(view->pixels);
-    for (uint32_t i = 0; i < 16 * 8; ++i) ASSERT_NEAR(pixels[i], 0xFF000005u, 1u) << i;
-    ReleaseInlayBuffer(view);
-
-    // Without an audio output, blocks are taken and dropped at once; once stopped, refused.
-    EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
-              kOk);
-    engine.Stop();
-    EXPECT_EQ(engine.OnAudioSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
-              ERR_SAMPLE_REFUSED);
+    const Presented shown = Next();  // its view drawn as the projection draws it
+    EXPECT_EQ(shown.number, 5u) << "a bad picture was shown";
+    EXPECT_EQ(shown.viewWidth, 16u);
 }
 
 TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackGoesOn) {
@@ -371,39 +335,20 @@ TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackG
     clock.AwaitWaiters();
     clock.Advance(milliseconds(501));  // the preroll gives up waiting for more frames
 
-    // The panorama and view of the next presented frame, waiting (on the wall clock) for the
-    // panorama; the view is taken right after it, so both belong to one frame.
-    // withView: whether the frame must have a view sample; no value: either.
-    auto next = [this](uint32_t number, std::optional<bool> withView) {
-        InlayBuffer* pre = nullptr;
-        for (int i = 0; i < 5000 && pre == nullptr; ++i) {
-            if ((pre = engine.TakeCurrentPreSample()) == nullptr)
-                std::this_thread::sleep_for(milliseconds(1));
-        }
-        ASSERT_NE(pre, nullptr) << "frame " << number << " was not presented";
-        EXPECT_EQ(reinterpret_cast<const uint32_t*>(pre->pixels)[0], number);
-        InlayBuffer* view = engine.TakeCurrentViewSample();
-        if (withView) {
-            EXPECT_EQ(view != nullptr, *withView) << "frame " << number;
-        }
-        if (view != nullptr) {
-            EXPECT_EQ(view->width, 16u);
-            EXPECT_NEAR(reinterpret_cast<const uint32_t*>(view->pixels)[0], 0xFF000000u | number,
-                        1u);
-        }
-        ReleaseInlayBuffer(pre);
-        ReleaseInlayBuffer(view);
-    };
-    next(1, false);
+    const Presented first = Next();
+    EXPECT_EQ(first.number, 1u);
+    EXPECT_EQ(first.viewWidth, 0u);
     // Frame 2 may be rendered already; frame 3 is rendered after rendering works again.
     engine.FailRenderingForTesting(false);
     ASSERT_EQ(Deliver(3, 20), kOk);
     clock.AwaitWaiters();
     clock.Advance(microseconds(10'500));
-    next(2, std::nullopt);
+    EXPECT_EQ(Next().number, 2u);
     clock.AwaitWaiters();
     clock.Advance(milliseconds(10));
-    next(3, true);
+    const Presented third = Next();
+    EXPECT_EQ(third.number, 3u);
+    EXPECT_EQ(third.viewWidth, 16u);
     EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
 }
 

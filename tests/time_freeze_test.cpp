@@ -36,20 +36,14 @@ TEST(TimeFreezeList, SetRoundsToWholeMillisecondsSortsAndSkipsNonsense) {
     EXPECT_EQ(segments[0].duration, 99.0);
     EXPECT_EQ(segments[1].time, 2000.0);
     EXPECT_EQ(segments[2].time, 3000.0);
+    // Too small a buffer: the count, and nothing copied.
+    double outTimes[1] = {-1}, outDurations[1] = {-1};
+    EXPECT_EQ(list.Get(outTimes, outDurations, 1), 3);
+    EXPECT_EQ(outTimes[0] + outDurations[0], -2);
+    EXPECT_EQ(list.Get(outTimes, outDurations, -5), 3);
 
     list.Set(times, durations, 0);  // a count below 1 clears
     EXPECT_EQ(list.Get(nullptr, nullptr, 0), 0);
-}
-
-TEST(TimeFreezeList, GetWithTooSmallABufferReturnsTheCountAndCopiesNothing) {
-    TimeFreezeList list;
-    const double times[] = {1000, 3000}, durations[] = {500, 1000};
-    list.Set(times, durations, 2);
-    double outTimes[1] = {-1}, outDurations[1] = {-1};
-    EXPECT_EQ(list.Get(outTimes, outDurations, 1), 2);
-    EXPECT_EQ(outTimes[0], -1);
-    EXPECT_EQ(outDurations[0], -1);
-    EXPECT_EQ(list.Get(outTimes, outDurations, -5), 2);
 }
 
 TEST(TimeFreezeList, ShiftAndInverseMapping) {
@@ -142,21 +136,7 @@ TEST(FreezeCopyPlan, TheFirstFrameAfterAFreezeStartsIsRepeatedAcrossIt) {
     list.Set(times, durations, 2);
     auto at = [](int64_t ms) { return Ticks(std::chrono::milliseconds(ms)); };
 
-    const FreezeCopyPlan before(at(200), list, 10.0, false);
-    EXPECT_EQ(before.Time(), at(200));
-    EXPECT_EQ(before.CopyCount(), 0);
-
-    // 300 ms at 10 fps: three copies from 250 ms, one per frame interval; the frame 300 ms late.
-    const FreezeCopyPlan first(at(300), list, 10.0, false);
-    EXPECT_EQ(first.Time(), at(600));
-    ASSERT_EQ(first.CopyCount(), 3);
-    EXPECT_EQ(first.CopyTime(0), at(250));
-    EXPECT_EQ(first.CopyTime(2), at(450));
-
-    const FreezeCopyPlan next(at(400), list, 10.0, false);  // a whole frame after: shifted only
-    EXPECT_EQ(next.Time(), at(700));
-    EXPECT_EQ(next.CopyCount(), 0);
-
+    // (Frames before, at and after a freeze at 10 fps show in the render engine's freeze test.)
     // Shorter than a frame interval: no copy; earlier freezes shift the copies' times too.
     EXPECT_EQ(FreezeCopyPlan(at(1000), list, 10.0, false).CopyCount(), 0);
     const FreezeCopyPlan later(at(1000), list, 40.0, false);

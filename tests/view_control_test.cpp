@@ -54,23 +54,7 @@ TEST(ViewControl, BetweenGesturesEachFrameTakesThePathAtItsClampedTime) {
     EXPECT_EQ(control.Step(3.0, 10.0, path).view.pan, 3.0);
 }
 
-TEST(ViewControl, APanAppliesOneValuePerFrameAndRecordsEveryFrame) {
-    ViewControl control;
-    LinearPath path;
-    control.StartPan();
-    control.SetPanStep(7.0, 7.0);  // stored only: changes nothing shown
-    for (double pan : {10.0, 20.0, 30.0}) control.AddPan(pan, 1.0);
-    std::vector<double> pans;
-    for (int frame = 0; frame < 4; ++frame) {
-        const ViewStep step = control.Step(frame, 10.0, path);
-        EXPECT_EQ(step.record, Record::Pan);
-        EXPECT_EQ(step.view.tilt, 1.0);
-        EXPECT_EQ(step.view.fov, 90.0 + frame) << "the field of view follows the path";
-        pans.push_back(step.view.pan);
-    }
-    EXPECT_EQ(pans, (std::vector<double>{10.0, 20.0, 30.0, 30.0}));
-}
-
+// (A pan's one value per presented frame, each recorded, shows in the engine's late-view tests.)
 TEST(ViewControl, AZoomRecordsOnlyFramesThatTookAValueAndCombinesWithAPan) {
     ViewControl control;
     LinearPath path;

@@ -1,4 +1,4 @@
-// vexel-view's logic without a window: the camera arithmetic, the time bar, and the spherical
+// vexel-view's logic without a window: the camera's limits, the time bar, and the spherical
 // metadata of generated clips read back and turned into a layout.
 #include <gtest/gtest.h>
 
@@ -12,26 +12,15 @@
 namespace view {
 namespace {
 
-TEST(ViewCamera, ADragMovesThePictureWithThePointer) {
+// (Which way and how far a drag turns the view, and a wheel notch's 5 degrees, are seen in a real
+// window by the window tests.)
+TEST(ViewCamera, DragsZoomsAndPansStayInRange) {
     const Angles start{10.0, 0.0, 90.0};
-    // One window width turns by the field of view, against the drag: the picture follows.
-    const Angles right = Dragged(start, 640, 0, 640);
-    EXPECT_DOUBLE_EQ(right.pan, 10.0 - 90.0);
-    EXPECT_DOUBLE_EQ(right.tilt, 0.0);
-    EXPECT_DOUBLE_EQ(right.fov, 90.0);
-    // Down looks up, at the same degrees per pixel; the tilt stops at the poles.
-    EXPECT_DOUBLE_EQ(Dragged(start, 0, 64, 640).tilt, 9.0);
     EXPECT_DOUBLE_EQ(Dragged(start, 0, 100000, 640).tilt, 90.0);
     EXPECT_DOUBLE_EQ(Dragged(start, 0, -100000, 640).tilt, -90.0);
     // A long drag keeps going round: no wrap inside a drag.
     EXPECT_DOUBLE_EQ(Dragged(start, -3 * 640, 0, 640).pan, 10.0 + 270.0);
-    // A narrower view turns less for the same drag.
-    EXPECT_DOUBLE_EQ(Dragged({0.0, 0.0, 45.0}, 320, 0, 640).pan, -22.5);
-}
-
-TEST(ViewCamera, ZoomAndWrapStayInRange) {
-    EXPECT_DOUBLE_EQ(Zoomed({0, 0, 90}, 2).fov, 80.0);
-    EXPECT_DOUBLE_EQ(Zoomed({0, 0, 90}, -2).fov, 100.0);
+    EXPECT_DOUBLE_EQ(Dragged({0.0, 0.0, 45.0}, 320, 0, 640).pan, -22.5) << "narrower turns less";
     EXPECT_DOUBLE_EQ(Zoomed({0, 0, 40}, 5).fov, kMinFov);
     EXPECT_DOUBLE_EQ(Zoomed({0, 0, 140}, -5).fov, kMaxFov);
     EXPECT_DOUBLE_EQ(WrappedPan(190.0), -170.0);

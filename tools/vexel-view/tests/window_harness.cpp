@@ -170,7 +170,6 @@ Panorama::Panorama(const std::string& clip, double seconds, bool leftEyeOnTop) {
         }
     }
     Destroy(player);
-    seconds_ = seconds;
     if (sample_ == nullptr || !leftEyeOnTop) return;
     const uint32_t width = InlayBuffer_GetWidth(sample_),
                    height = InlayBuffer_GetHeight(sample_) / 2;
@@ -210,25 +209,6 @@ mediakit::Canvas Top(const mediakit::Canvas& picture, int rows) {
               picture.pixels.begin() + static_cast<ptrdiff_t>(top.pixels.size()),
               top.pixels.begin());
     return top;
-}
-
-double BestPan(const Panorama& panorama, const mediakit::Canvas& shot, int rows, double tilt,
-               double fov, double from, double to) {
-    const mediakit::Canvas compared = Top(shot, rows);
-    auto search = [&](double a, double b, double step) {
-        double best = a, bestDifference = 1e9;
-        for (double pan = a; pan <= b + 1e-9; pan += step) {
-            const double difference = MeanDifference(
-                Top(panorama.View(pan, tilt, fov, shot.width, shot.height), rows), compared);
-            if (difference < bestDifference) {
-                bestDifference = difference;
-                best = pan;
-            }
-        }
-        return best;
-    };
-    const double coarse = search(from, to, 1.0);
-    return search(coarse - 1.0, coarse + 1.0, 0.1);
 }
 
 }  // namespace viewtest

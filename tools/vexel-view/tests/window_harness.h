@@ -25,7 +25,6 @@ public:
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    bool started() const { return pid_ > 0; }
     // The next output line that starts with `prefix` (earlier lines are kept in output()); false
     // when the process ends or `limit` passes first.
     bool WaitForLine(const std::string& prefix, Seconds limit, std::string* line);
@@ -48,7 +47,6 @@ public:
     VirtualDisplay();
     ~VirtualDisplay();
     bool ready() const { return !name_.empty(); }
-    const std::string& name() const { return name_; }
 
 private:
     pid_t pid_ = -1;
@@ -77,13 +75,11 @@ public:
     Panorama& operator=(const Panorama&) = delete;
 
     bool ok() const { return sample_ != nullptr; }
-    double seconds() const { return seconds_; }
     // The view the player renders of this picture.
     mediakit::Canvas View(double pan, double tilt, double fov, int width, int height) const;
 
 private:
     InlayBuffer* sample_ = nullptr;
-    double seconds_ = 0.0;
 };
 
 // Mean absolute difference of the R, G and B bytes of two pictures of the same size, 0 to 255
@@ -92,10 +88,5 @@ double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b);
 
 // The top `rows` rows of a picture.
 mediakit::Canvas Top(const mediakit::Canvas& picture, int rows);
-
-// The pan in [from, to] whose view matches the top `rows` rows of `shot` best (1-degree steps,
-// then tenths).
-double BestPan(const Panorama& panorama, const mediakit::Canvas& shot, int rows, double tilt,
-               double fov, double from, double to);
 
 }  // namespace viewtest
