@@ -16,14 +16,24 @@ using decodehost_test::kFrame;
 constexpr int64_t kTarget = 19;
 constexpr int64_t kKeyframe = 10;
 
+// The video stream of equirect.mp4 and its decoder (null when either cannot be opened).
+struct VideoDecoder {
+    VideoDecoder() {
+        int error = 0;
+        file = MediaFile::Open(
+            Clip("equirect.mp4").c_str(), [] { return false; }, &error);
+        if (!file) return;
+        decoder = StreamDecoder::Open(
+            *file, av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0));
+    }
+    std::unique_ptr<MediaFile> file;
+    std::unique_ptr<StreamDecoder> decoder;
+};
+
 TEST(SeekTest, DecodesOnlyReferencePicturesBeforeTheTarget) {
-    int error = 0;
-    auto file = MediaFile::Open(
-        Clip("equirect.mp4").c_str(), [] { return false; }, &error);
-    ASSERT_TRUE(file);
-    const int index = av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    auto decoder = StreamDecoder::Open(*file, index);
-    ASSERT_TRUE(decoder);
+    VideoDecoder opened;
+    ASSERT_TRUE(opened.decoder);
+    StreamDecoder* decoder = opened.decoder.get();
 
     const uint64_t before = StreamDecoder::PicturesForTesting();
     decoder->Seek(kTarget * kFrame);
@@ -55,13 +65,9 @@ TEST(SeekTest, DecodesOnlyReferencePicturesBeforeTheTarget) {
 // within the keyframe interval ahead reads on (decoding less than a seek from the keyframe),
 // one behind or after an unfinished catch-up (whose skipped pictures are gone) goes back.
 TEST(SeekTest, EverySeekShowsItsTargetFrame) {
-    int error = 0;
-    auto file = MediaFile::Open(
-        Clip("equirect.mp4").c_str(), [] { return false; }, &error);
-    ASSERT_TRUE(file);
-    const int index = av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    auto decoder = StreamDecoder::Open(*file, index);
-    ASSERT_TRUE(decoder);
+    VideoDecoder opened;
+    ASSERT_TRUE(opened.decoder);
+    StreamDecoder* decoder = opened.decoder.get();
     VideoConverter converter(decoder->codec()->width, decoder->codec()->height);
     std::vector<uint8_t> pixels(converter.bytes());
 
