@@ -67,6 +67,9 @@ void Reader::DeliverSpan(const Span& span) {
                                          PrepareVideo(frame, start, block)
                                    : PrepareAudio(frame, start, span, block);
         if (ready && !CallSink(span.id, &block)) return;
+        // A picture lasting to the stop is the span's last: the decoder is not asked for one
+        // more (a seek's span holds one picture, and the next seek would wait for that decode).
+        if (ready && isVideo && block.stop >= SubTicks(stop, kTimeSlack)) break;
     }
     CallSink(span.id, nullptr);
 }

@@ -62,13 +62,15 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
 }
 
 void StreamDecoder::Seek(int64_t ticks) {
+    const bool readOn = DecodesOnTo(ticks);
+    target_ = ticks;
+    if (readOn) return;
     // A picture before the first one decoded would start a frame interval earlier: only if that
     // is at or after the target was a wanted picture skipped.
     const int64_t reach = frameInterval_ > 0 ? frameInterval_ - kTimeSlack : kTimeSlack;
     // A keyframe found by its decoding time may still show a later picture (reordered frames),
     // and some containers seek imprecisely: step further back until the first picture is early
     // enough.
-    target_ = ticks;
     int64_t back = 0;
     for (int attempt = 0; attempt < kSeekAttempts; ++attempt) {
         const int64_t at = SubTicks(ticks, back);
@@ -79,6 +81,23 @@ void StreamDecoder::Seek(int64_t ticks) {
     }
     // Even the start was missed: read from the first byte where the container allows it.
     if (Rewind()) DecodeFirst();
+}
+
+bool StreamDecoder::DecodesOnTo(int64_t ticks) {
+    // Positioned after the keyframe a seek to `ticks` would land on, and before `ticks`: a seek
+    // would decode again the pictures from that keyframe on (stepping forward, a seek after a
+    // seek in the same second). Reading on is exact, the pictures come in order, once past the
+    // last target: before it, pictures already sent may have been skipped. Not for sound, whose
+    // block holding `ticks` may be the one returned already.
+    if (codec_->codec_type != AVMEDIA_TYPE_VIDEO || fresh_ || inputEnded_ || havePending_ ||
+        returned_ < 0 || returned_ < SubTicks(target_, kTimeSlack) ||
+        returned_ >= SubTicks(ticks, kTimeSlack))
+        return false;
+    const int here = av_index_search_timestamp(
+        stream_, file_.FromTicks(returned_, stream_->time_base), AVSEEK_FLAG_BACKWARD);
+    const int there = av_index_search_timestamp(stream_, file_.FromTicks(ticks, stream_->time_base),
+                                                AVSEEK_FLAG_BACKWARD);
+    return here >= 0 && here == there;
 }
 
 void StreamDecoder::SeekTo(int64_t ticks) {
@@ -102,6 +121,7 @@ void StreamDecoder::Reset(int64_t ticks) {
     havePending_ = false;
     fresh_ = false;
     inputEnded_ = false;
+    returned_ = -1;
     nextTicks_ = std::max<int64_t>(ticks, 0);
 }
 
@@ -115,9 +135,12 @@ AVFrame* StreamDecoder::Next(int64_t* ticks) {
     if (havePending_) {
         havePending_ = false;
         *ticks = pendingTicks_;
+        returned_ = pendingTicks_;
         return frame_.get();
     }
-    return Decode(ticks);
+    AVFrame* frame = Decode(ticks);
+    returned_ = frame != nullptr ? *ticks : -1;
+    return frame;
 }
 
 AVFrame* StreamDecoder::Decode(int64_t* ticks) {

@@ -28,7 +28,8 @@ public:
     int64_t frameInterval() const { return frameInterval_; }
 
     // Positions on the keyframe at or before `ticks`, far enough back that the first frame
-    // Next returns starts at or before `ticks` whenever the stream has such a frame. Until the
+    // Next returns starts at or before `ticks` whenever the stream has such a frame; already
+    // between that keyframe and `ticks`, it reads on from where it is instead. Until the
     // pictures reach `ticks`, the decoder skips those no other picture refers to: Next returns
     // only the reference pictures before it.
     void Seek(int64_t ticks);
@@ -42,10 +43,11 @@ public:
 
 private:
     StreamDecoder(MediaFile& file, AVStream* stream) : file_(file), stream_(stream) {}
-    void SeekTo(int64_t ticks);  // by time, to the keyframe at or before `ticks`
-    bool Rewind();               // to the first byte; false where the container cannot
-    void Reset(int64_t ticks);   // forgets decoder state after a seek
-    bool DecodeFirst();          // decodes the first picture after a seek into the pending one
+    bool DecodesOnTo(int64_t ticks);  // reading on reaches `ticks` sooner than a seek
+    void SeekTo(int64_t ticks);       // by time, to the keyframe at or before `ticks`
+    bool Rewind();                    // to the first byte; false where the container cannot
+    void Reset(int64_t ticks);        // forgets decoder state after a seek
+    bool DecodeFirst();               // decodes the first picture after a seek into the pending one
     AVFrame* Decode(int64_t* ticks);
     void FeedPacket();   // sends the next packet of the stream, or the end of input
     void SetSkipping();  // whether the decoder may drop the packet about to be sent
@@ -62,6 +64,7 @@ private:
     bool havePending_ = false;  // frame_ holds a frame decoded by Seek, not yet returned
     int64_t pendingTicks_ = 0;
     int64_t nextTicks_ = 0;  // expected start of the next frame, for frames without a time
+    int64_t returned_ = -1;  // start of the frame Next returned last; -1 after a seek
     int64_t target_ = 0;     // the last seek's target: pictures before it may be skipped
     double frameRate_ = 0.0;
     int64_t frameInterval_ = 0;

@@ -354,7 +354,11 @@ int32_t Player::SeekNow(Ticks time, uint64_t generation) {
     // A Play, Close or Open that came between taking the request and here dropped it.
     if (seekGeneration_.load() != generation) return ERR_WRONG_STATE;
     if (state_.load() == PlayerState::Closed || !engine_ || !videoControl_) return ERR_WRONG_STATE;
+    const bool readerStopped = state_.load() == PlayerState::Paused;  // StopLocked stops it
     StopLocked();
+    // A reader still delivering (playing, or a seek's catch-up the host stopped) is told to stop:
+    // waiting for it to run into the stopped engine's refusals costs a decode or a whole catch-up.
+    if (!readerStopped && !VideoReaderReady()) videoControl_->Stop();
     if (!WaitForVideoReader()) return ERR_WRONG_STATE;
 
     // Decode only the span of one frame around the target.
@@ -385,17 +389,21 @@ Ticks Player::ClampToTimeline(Ticks time) const {
     return std::clamp(time, Ticks::zero(), Ticks(end));
 }
 
-bool Player::WaitForVideoReader() {
+bool Player::VideoReaderReady() const {
     CountedRef<PlaybackStatus> status;
     status.QueryFrom(videoControl_.get(), IID_PlaybackStatus);
     if (!status) return true;
-    for (;;) {
-        uint32_t code = 1;
-        status->GetState(&code);
-        if (code == 0 || code == 3) return true;
+    uint32_t code = 1;
+    status->GetState(&code);
+    return code == 0 || code == 3;
+}
+
+bool Player::WaitForVideoReader() {
+    while (!VideoReaderReady()) {
         if (stopThread_.load()) return false;
         Sleep(10);
     }
+    return true;
 }
 
 void Player::DropCurrentSamples() {

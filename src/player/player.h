@@ -107,6 +107,7 @@ private:
     // notification); false if the player is being destroyed meanwhile. A control without a status
     // interface counts as ready.
     bool WaitForVideoReader();
+    bool VideoReaderReady() const;  // idle or ended: it takes new positions
     void DropCurrentSamples();
     // Lets the command thread look at the state again after a control call changed it.
     void WakeCommandThread();

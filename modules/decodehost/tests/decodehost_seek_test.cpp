@@ -16,14 +16,24 @@ using decodehost_test::kFrame;
 constexpr int64_t kTarget = 19;
 constexpr int64_t kKeyframe = 10;
 
+// The video stream of equirect.mp4 and its decoder (null when either cannot be opened).
+struct VideoDecoder {
+    VideoDecoder() {
+        int error = 0;
+        file = MediaFile::Open(
+            Clip("equirect.mp4").c_str(), [] { return false; }, &error);
+        if (!file) return;
+        decoder = StreamDecoder::Open(
+            *file, av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0));
+    }
+    std::unique_ptr<MediaFile> file;
+    std::unique_ptr<StreamDecoder> decoder;
+};
+
 TEST(SeekTest, DecodesOnlyReferencePicturesBeforeTheTarget) {
-    int error = 0;
-    auto file = MediaFile::Open(
-        Clip("equirect.mp4").c_str(), [] { return false; }, &error);
-    ASSERT_TRUE(file);
-    const int index = av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    auto decoder = StreamDecoder::Open(*file, index);
-    ASSERT_TRUE(decoder);
+    VideoDecoder opened;
+    ASSERT_TRUE(opened.decoder);
+    StreamDecoder* decoder = opened.decoder.get();
 
     const uint64_t before = StreamDecoder::PicturesForTesting();
     decoder->Seek(kTarget * kFrame);
@@ -51,6 +61,46 @@ TEST(SeekTest, DecodesOnlyReferencePicturesBeforeTheTarget) {
     }
 }
 
+// Seeks in every direction, some after a partly read catch-up, each showing its own frame: a seek
+// within the keyframe interval ahead reads on (decoding less than a seek from the keyframe),
+// one behind or after an unfinished catch-up (whose skipped pictures are gone) goes back.
+TEST(SeekTest, EverySeekShowsItsTargetFrame) {
+    VideoDecoder opened;
+    ASSERT_TRUE(opened.decoder);
+    StreamDecoder* decoder = opened.decoder.get();
+    VideoConverter converter(decoder->codec()->width, decoder->codec()->height);
+    std::vector<uint8_t> pixels(converter.bytes());
+
+    // Pictures decoded to show `target`; `readOnly` pictures are read when a catch-up is cut short.
+    auto show = [&](int64_t target, int readOnly = 0) -> uint64_t {
+        const uint64_t before = StreamDecoder::PicturesForTesting();
+        decoder->Seek(target * kFrame);
+        int64_t ticks = -1;
+        AVFrame* frame = nullptr;
+        if (readOnly > 0) {
+            for (int i = 0; i < readOnly; ++i) decoder->Next(&ticks);
+            return 0;
+        }
+        while (ticks < target * kFrame && (frame = decoder->Next(&ticks)) != nullptr) {}
+        EXPECT_EQ(ticks, target * kFrame) << "target " << target;
+        if (frame == nullptr || !converter.Convert(frame, pixels.data())) {
+            ADD_FAILURE() << "target " << target << " not decoded";
+            return 0;
+        }
+        EXPECT_EQ(decodehost_test::FrameNumber(pixels.data(), frame->width, frame->height, true),
+                  target);
+        return StreamDecoder::PicturesForTesting() - before;
+    };
+
+    // (Not at the clip's end, where the last pictures come only once the input ended.)
+    const uint64_t fromKeyframe = show(17);
+    show(16);
+    EXPECT_LT(show(17), fromKeyframe) << "one frame on was decoded from the keyframe again";
+    for (int64_t target : {3, 7, 8, 12, 11, 0, 19, 10, 9}) show(target);
+    show(kTarget, 1);  // cut short at the keyframe: the pictures up to 19 may have been skipped
+    for (int64_t target : {11, 13, 16}) show(target);
+}
+
 TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
     decodehost_test::RecordingSink sink(128, 64);
     {
@@ -68,17 +118,33 @@ TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
         ASSERT_EQ(reader->SelectStream(video, nullptr), 0);
         ASSERT_EQ(reader->SetSink(&sink), 0);
 
-        const uint64_t before = VideoConverter::ConversionsForTesting();
-        int64_t current = 15 * kFrame, stop = 0;
-        reader->SetPositions(&current, 0, &stop, 0);
-        ASSERT_EQ(reader->Run(), 0);
-        ASSERT_TRUE(decodehost_test::WaitUntil([&] { return sink.EndOfStreams() == 1; }));
+        // Runs a span; the frames it pushed, and the pictures decoded and converted meanwhile.
+        uint64_t decoded = 0, converted = 0;
+        auto span = [&](int64_t current, int64_t stop) {
+            sink.Clear();
+            const uint64_t pictures = StreamDecoder::PicturesForTesting();
+            const uint64_t conversions = VideoConverter::ConversionsForTesting();
+            reader->SetPositions(&current, 0, &stop, 0);
+            EXPECT_EQ(reader->Run(), 0);
+            EXPECT_TRUE(decodehost_test::WaitUntil([&] { return sink.EndOfStreams() == 1; }));
+            decoded = StreamDecoder::PicturesForTesting() - pictures;
+            converted = VideoConverter::ConversionsForTesting() - conversions;
+            std::vector<int64_t> frames;
+            for (const auto& record : sink.Records()) frames.push_back(record.frame);
+            return frames;
+        };
 
-        std::vector<int64_t> frames;
-        for (const auto& record : sink.Records()) frames.push_back(record.frame);
-        EXPECT_EQ(frames, (std::vector<int64_t>{15, 16, 17, 18, 19}));
-        EXPECT_EQ(VideoConverter::ConversionsForTesting() - before, frames.size())
-            << "pictures before the target were converted";
+        EXPECT_EQ(span(15 * kFrame, 0), (std::vector<int64_t>{15, 16, 17, 18, 19}));
+        EXPECT_EQ(converted, 5u) << "pictures before the target were converted";
+
+        // A seek's span of one frame: that picture only, and the next one is not decoded, so a
+        // seek one frame on decodes exactly its own picture.
+        const int64_t half = kFrame / 2;
+        EXPECT_EQ(span(12 * kFrame - half, 12 * kFrame + half), std::vector<int64_t>{12});
+        EXPECT_EQ(converted, 1u);
+        EXPECT_EQ(span(13 * kFrame - half, 13 * kFrame + half), std::vector<int64_t>{13});
+        EXPECT_EQ(decoded, 1u);
+        EXPECT_EQ(converted, 1u);
     }  // the reader lets go of the sink
 }
 
