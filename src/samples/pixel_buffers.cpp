@@ -71,6 +71,9 @@ uint8_t* MakeBlock(uint32_t size) {
         block = mmap(nullptr, size + kHeaderBytes, PROT_READ | PROT_WRITE,
                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (block == MAP_FAILED) return nullptr;
+        // Huge pages where the system offers them: 512 times fewer faults filling a new picture
+        // and fewer TLB misses reading it. Advice only; nothing changes where it is refused.
+        madvise(block, size + kHeaderBytes, MADV_HUGEPAGE);
     } else {
         block = ::operator new[](size + kHeaderBytes, kPixelAlignment, std::nothrow);
         if (block == nullptr) return nullptr;
