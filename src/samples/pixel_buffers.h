@@ -5,9 +5,10 @@
 // more than the copy that fills it, so buffers of 1 MiB and more are kept for reuse when freed:
 // steady playback takes every picture from the pool and gives every one back. The pool is bounded
 // (kPooledBuffers buffers) and adds nothing to the peak of a steady playback: a buffer is made only
-// when the pool has none of its size, so the buffers alive and pooled together never exceed the
-// most that were alive at once. Large buffers are mapped from the system directly, so a buffer
-// given back leaves the process at once instead of staying in an allocator's heap.
+// when the pool has none of its size, so the buffers of one size alive and pooled together never
+// exceed the most of that size alive at once. Large buffers are mapped from the system directly
+// (outside the address sanitizer), so a buffer given back leaves the process at once instead of
+// staying in an allocator's heap.
 //
 // Threads: any; the pool has its own lock. It belongs to the process, not to a player: samples a
 // host holds may outlive the player that made them.
