@@ -288,6 +288,9 @@ bool RenderEngine::WaitUntilTaking() {
 
 void RenderEngine::RenderThreadProc() {
     while (WaitUntilTaking()) {
+        // A frame is taken once the rendered queue has room for it, so that no drawn picture
+        // waits here beside the two queued ones; only this thread pushes there, so the room stays.
+        if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
         FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
         if (taken.frame) {
             LensPath path;
@@ -295,12 +298,10 @@ void RenderEngine::RenderThreadProc() {
                 ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))),
                 ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
             DrawView(*taken.frame, view, rowTable_);
-            if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
             renderedQueue_.Push(std::move(taken.frame));
         } else if (taken.ended) {
             auto marker = std::make_unique<FrameRecord>();
             marker->seek = Seeks(state_.load());
-            if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
             renderedQueue_.Push(std::move(marker));
             return;
         }

@@ -117,6 +117,8 @@ public:
     State GetStateForTesting() const { return state_.load(); }
     // Makes every view rendering fail as running out of memory would, until cleared.
     void FailRenderingForTesting(bool fail) { failRendering_.store(fail); }
+    // Views drawn again at presentation because the view or size changed since drawn ahead.
+    uint64_t RedrawsForTesting() const { return redraws_.load(); }
 
     // View control. SetView works in any state and stores a keyframe at the time of the next frame
     // to be shown, whose view is not decided yet; non-finite values are refused. The gesture calls
@@ -265,6 +267,7 @@ private:
     std::atomic<int64_t> currentPlayTime_{0};
 
     std::atomic<bool> failRendering_{false};
+    std::atomic<uint64_t> redraws_{0};
     TickClock::TimePoint clockOrigin_;              // present thread only
     std::vector<const uint32_t*> rowTable_;         // render thread only
     std::vector<const uint32_t*> presentRowTable_;  // present thread only

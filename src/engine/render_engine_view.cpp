@@ -33,6 +33,7 @@ void RenderEngine::PresentView(FrameRecord& frame) {
         frame.viewWidth == static_cast<uint32_t>(dim) && frame.viewHeight == dim >> 32;
     const bool sameView = view.pan == frame.pan && view.tilt == frame.tilt && view.fov == frame.fov;
     if (frame.viewPixels && sameSize && sameView) return;
+    redraws_.fetch_add(1, std::memory_order_relaxed);
     DrawView(frame, view, presentRowTable_);
 }
 

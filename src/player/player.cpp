@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "codec/load_codec_host.h"
+#include "samples/pixel_buffers.h"
 #include "platform/sleep.h"
 #include "vexel/status.h"
 #include "vexel/tick_math.h"
@@ -266,6 +267,8 @@ int32_t Player::Stop() {
         std::lock_guard<std::mutex> controlGuard(controlLock_);
         status = StopLocked();
     }
+    // The pictures pooled for playback go back to the system; a seek's stop keeps them.
+    ReleasePooledPixels();
     WakeCommandThread();  // a request waiting behind a shown seek is served now
     return status;
 }
@@ -298,6 +301,7 @@ int32_t Player::Close() {
         std::lock_guard<std::mutex> controlGuard(controlLock_);
         result = CloseLocked();
     }
+    ReleasePooledPixels();
     WakeCommandThread();
     return result;
 }

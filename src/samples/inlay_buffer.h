@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "samples/pixel_buffers.h"
+
 struct InlayBuffer {
     uint8_t* pixels;  // size bytes of 32-bit pixels, top row first; owned by the record
     uint32_t width;   // pixels per row
@@ -23,15 +25,6 @@ namespace vexel {
 // Largest picture a sample holds; larger requests give an empty sample instead of an allocation
 // that could never be meant.
 constexpr uint64_t kMaxSampleBytes = uint64_t{1} << 30;
-
-// Pixel buffers are 16-byte aligned so they can be read as uint32_t pixels. A buffer that a
-// record owns must come from AllocatePixels, because ReleaseInlayBuffer frees it with FreePixels.
-// AllocatePixels returns null when the memory is not there.
-// Freed buffers of 1 MB and more are kept for reuse (two at most); ReleasePooledPixels gives
-// them back, so nothing stays allocated once the last engine is gone.
-uint8_t* AllocatePixels(uint32_t size);
-void FreePixels(uint8_t* pixels);
-void ReleasePooledPixels();
 
 // New record with a width x height picture (contents undefined) and every other field zero.
 // Zero, negative or oversized dimensions, or a failed pixel allocation, give an empty record:
