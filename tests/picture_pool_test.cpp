@@ -105,7 +105,15 @@ TEST(PicturePool, SteadyPlaybackReusesBuffersAndKeptSamplesKeepTheirPictures) {
             << " was overwritten";
         ReleaseInlayBuffer(k.sample);
     }
-    EXPECT_GT(PixelPoolCountsForTesting().pooled, 0u);
+    // A stopped player keeps one picture and one view for its next seek, nothing more.
+    ASSERT_GT(PixelPoolCountsForTesting().pooled, 2u);
+    ReleasePooledPixels(PoolRelease::kKeepOneOfEachSize);
+    EXPECT_EQ(PixelPoolCountsForTesting().pooled, 2u);
+    const uint64_t made = PixelPoolCountsForTesting().made;
+    PixelBuffer picture(AllocatePixels(kWidth * kHeight * 4)), view(AllocatePixels(512 * 512 * 4));
+    EXPECT_EQ(PixelPoolCountsForTesting().made, made) << "the kept buffers were not reused";
+    picture.reset();
+    view.reset();
     ReleasePooledPixels();
     EXPECT_EQ(PixelPoolCountsForTesting().pooled, 0u);
 }

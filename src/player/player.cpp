@@ -267,8 +267,9 @@ int32_t Player::Stop() {
         std::lock_guard<std::mutex> controlGuard(controlLock_);
         status = StopLocked();
     }
-    // The pictures pooled for playback go back to the system; a seek's stop keeps them.
-    ReleasePooledPixels();
+    // The pictures pooled for playback go back to the system but one of each size, for the next
+    // seek or play; a seek's own stop keeps them all.
+    ReleasePooledPixels(PoolRelease::kKeepOneOfEachSize);
     WakeCommandThread();  // a request waiting behind a shown seek is served now
     return status;
 }

@@ -31,18 +31,15 @@ constexpr size_t kHeaderBytes = 16;
 
 // While a buffer waits in the pool, reading or writing it is a use after free: the address
 // sanitizer is told so, and catches a sample read after its release.
-void Poison(uint8_t* block, uint32_t size) {
+void SetPoisoned(uint8_t* block, uint32_t size, bool poisoned) {
 #if defined(VEXEL_ASAN)
-    ASAN_POISON_MEMORY_REGION(block + kHeaderBytes, size);
+    if (poisoned) {
+        ASAN_POISON_MEMORY_REGION(block + kHeaderBytes, size);
+    } else {
+        ASAN_UNPOISON_MEMORY_REGION(block + kHeaderBytes, size);
+    }
 #else
-    (void)block, (void)size;
-#endif
-}
-void Unpoison(uint8_t* block, uint32_t size) {
-#if defined(VEXEL_ASAN)
-    ASAN_UNPOISON_MEMORY_REGION(block + kHeaderBytes, size);
-#else
-    (void)block, (void)size;
+    (void)block, (void)size, (void)poisoned;
 #endif
 }
 
@@ -85,7 +82,7 @@ uint8_t* MakeBlock(uint32_t size) {
 
 void DropBlock(uint8_t* block) {
     const uint32_t size = StoredSize(block);
-    Unpoison(block, size);  // the next owner of this memory starts clean
+    SetPoisoned(block, size, false);  // the next owner of this memory starts clean
     if (Mapped(size)) {
         munmap(block, size + kHeaderBytes);
     } else {
@@ -114,7 +111,7 @@ uint8_t* AllocatePixels(uint32_t size) {
             if (StoredSize(block) != size) continue;
             std::move(pool.blocks + i + 1, pool.blocks + pool.count, pool.blocks + i);
             pool.blocks[--pool.count] = nullptr;
-            Unpoison(block, size);
+            SetPoisoned(block, size, false);
             return block + kHeaderBytes;
         }
         ++pool.made;
@@ -128,7 +125,7 @@ void FreePixels(uint8_t* pixels) {
     uint8_t* block = pixels - kHeaderBytes;
     const uint32_t size = StoredSize(block);
     if (Pooled(size)) {
-        Poison(block, size);
+        SetPoisoned(block, size, true);
         std::lock_guard<std::mutex> guard(pool.lock);
         if (pool.count < kPooledBuffers) {
             pool.blocks[pool.count++] = block;
@@ -141,15 +138,31 @@ void FreePixels(uint8_t* pixels) {
     DropBlock(block);
 }
 
-void ReleasePooledPixels() {
-    uint8_t* blocks[kPooledBuffers] = {};
-    size_t count;
+void ReleasePooledPixels(PoolRelease what) {
+    uint8_t* dropped[kPooledBuffers] = {};
+    size_t count = 0;
     {
         std::lock_guard<std::mutex> guard(pool.lock);
-        std::swap(blocks, pool.blocks);
-        count = std::exchange(pool.count, 0);
+        // Newest first: the first buffer of a size is the one kept.
+        size_t kept = 0;
+        uint8_t* keep[kPooledBuffers] = {};
+        for (size_t i = pool.count; i-- > 0;) {
+            uint8_t* block = pool.blocks[i];
+            const bool sizeKept = std::any_of(keep, keep + kept, [&](const uint8_t* k) {
+                return StoredSize(k) == StoredSize(block);
+            });
+            if (what == PoolRelease::kKeepOneOfEachSize && !sizeKept) {
+                keep[kept++] = block;
+            } else {
+                dropped[count++] = block;
+            }
+        }
+        // Back in the pool's order, oldest first.
+        std::reverse_copy(keep, keep + kept, pool.blocks);
+        std::fill(pool.blocks + kept, pool.blocks + kPooledBuffers, nullptr);
+        pool.count = kept;
     }
-    for (size_t i = 0; i < count; ++i) DropBlock(blocks[i]);
+    for (size_t i = 0; i < count; ++i) DropBlock(dropped[i]);
 }
 
 PixelPoolCounts PixelPoolCountsForTesting() {

@@ -28,8 +28,12 @@ inline constexpr uint32_t kPooledMinimum = 1 << 20;
 uint8_t* AllocatePixels(uint32_t size);
 void FreePixels(uint8_t* pixels);  // null does nothing
 
-// Gives every pooled buffer back to the system (a player stops or closes, the library unloads).
-void ReleasePooledPixels();
+// Gives pooled buffers back to the system: all of them when a player closes or the library
+// unloads; all but the newest of each size when a player stops, so that a seek or a play after
+// the stop does not wait for fresh memory (a 3840x1920 panorama and its view fault in 9,200
+// pages).
+enum class PoolRelease { kAll, kKeepOneOfEachSize };
+void ReleasePooledPixels(PoolRelease what = PoolRelease::kAll);
 
 // Large buffers made fresh since the process started, and those pooled now.
 struct PixelPoolCounts {
