@@ -45,6 +45,7 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
     c->pkt_timebase = stream->time_base;
     c->thread_count = DecodeThreads();
     c->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    decoder->framePool_.Attach(c);
     if (avcodec_open2(c, codec, nullptr) < 0) return nullptr;
     if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
         decoder->frameRate_ = StreamFrameRate(context, stream);

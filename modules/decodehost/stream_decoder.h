@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "av_ptr.h"
+#include "frame_pool.h"
 #include "media_file.h"
 
 namespace vexel::decodehost {
@@ -55,6 +56,7 @@ private:
 
     MediaFile& file_;
     AVStream* stream_;
+    FramePool framePool_;  // before codec_: the decoder takes its pictures from it
     CodecPtr codec_;
     FramePtr frame_;
     PacketPtr packet_;
