@@ -48,7 +48,8 @@ public:
     // A new sink holding one reference, handing video samples to `target`.
     static CountedRef<RenderSink> Create(SampleTarget* target);
 
-    // Samples of media kind 0 go to OnVideoSample, whose status is returned.
+    // Samples of media kind 0 go to OnVideoPicture when the target takes picture sources and the
+    // sample offers one, else to OnVideoSample; the target's status is returned.
     int32_t Push(IPushSample* sample) override;
     int32_t EndOfStream() override;  // OnVideoEndOfStream; always 0
 

@@ -51,6 +51,7 @@ public:
 };
 
 std::atomic<bool> loggedRenderFailure{false};
+std::atomic<bool> loggedPictureFailure{false};
 
 // Runs a thread body; a failure there (out of memory) ends the thread with a line, not the process.
 template <class Body>
@@ -293,6 +294,12 @@ void RenderEngine::RenderThreadProc() {
         if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
         FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
         if (taken.frame) {
+            // A picture that converts itself becomes pixels here, in a pooled buffer.
+            if (!taken.frame->WritePicture()) {
+                LogOnce(loggedPictureFailure,
+                        "vexel: a decoded picture could not be converted; its frame is dropped\n");
+                continue;
+            }
             LensPath path;
             const ViewAngles view = view_.Predict(
                 ToSeconds(Ticks(SubTicks(taken.frame->time, static_cast<int64_t>(rangeStart_)))),
