@@ -1,16 +1,11 @@
 // PushedSample: the IPushSample handed to a sink's Push, valid only during that call. A sound
 // block points into the reader's buffer. A picture is converted into the reader's buffer only
 // when the sink asks for it through GetBuffer; a sink may instead ask for IID_PictureSource, which
-// the sample answers with a FramePicture of its own (holding the decoded picture) when libyuv
+// the sample answers with a FramePicture of its own (frame_picture.h) when libyuv
 // converts the picture at the stream's size, so the reader's 32-bit buffer is never filled.
 //
-// FramePicture: the IPictureSource over one decoded picture. It keeps its own reference on the
-// decoded frame's buffers, which FFmpeg's buffer pools keep alive past the decoder: it outlives
-// the Push, the sample and the reader that made it.
-//
 // Threads: a PushedSample is made, pushed and released on the reader's delivery thread; the sink
-// calls it during Push (it may count references on it from its own thread then). A FramePicture
-// is used from any thread (see vexel/picture_source.h).
+// calls it during Push (it may count references on it from its own thread then).
 #pragma once
 
 #include <cstdint>
@@ -19,21 +14,9 @@
 #include "av_ptr.h"
 #include "vexel/codec_host.h"
 #include "vexel/com_object.h"
-#include "vexel/picture_source.h"
 #include "video_converter.h"
 
 namespace vexel::decodehost {
-
-class FramePicture final : public ComObject<IPictureSource> {
-public:
-    explicit FramePicture(FramePtr frame) : frame_(std::move(frame)) {}
-
-    int32_t QueryInterface(const GUID* id, void** out) override;
-    int32_t WriteTopDown(uint8_t* dst, uint32_t stride, uint32_t width, uint32_t height) override;
-
-private:
-    const FramePtr frame_;
-};
 
 class PushedSample final : public ComObject<IPushSample> {
 public:
@@ -43,7 +26,11 @@ public:
     // A decoded picture, converted by `converter` into `buffer` when GetBuffer asks for it.
     PushedSample(const AVFrame* frame, VideoConverter* converter, std::vector<uint8_t>* buffer,
                  int64_t start, int64_t stop)
-        : frame_(frame), converter_(converter), buffer_(buffer), start_(start), stop_(stop),
+        : frame_(frame),
+          converter_(converter),
+          buffer_(buffer),
+          start_(start),
+          stop_(stop),
           mediaKind_(kMediaKindVideo) {}
 
     int32_t QueryInterface(const GUID* id, void** out) override;

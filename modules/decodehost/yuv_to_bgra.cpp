@@ -82,8 +82,7 @@ bool Planar8(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConsta
               stride, m, f.width, h) == 0;
 }
 template <auto Fn>
-bool SemiPlanar8(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConstants* m,
-                 int h) {
+bool SemiPlanar8(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConstants* m, int h) {
     return Fn(f.data[0], f.linesize[0], f.data[1], f.linesize[1], out, stride, m, f.width, h) == 0;
 }
 

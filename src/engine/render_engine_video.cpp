@@ -77,8 +77,7 @@ int32_t RenderEngine::QueueVideoFrame(std::unique_ptr<FrameRecord> frame, int64_
     return PushDecodedFrame(std::move(frame)) ? kOk : ERR_SAMPLE_REFUSED;
 }
 
-bool RenderEngine::SourcePictureFits(uint64_t rowBytes, const uint8_t* data,
-                                     uint32_t size) const {
+bool RenderEngine::SourcePictureFits(uint64_t rowBytes, const uint8_t* data, uint32_t size) const {
     const uint32_t width = sourceWidth_, height = sourceHeight_;
     const uint64_t pictureBytes = uint64_t{width} * height * 4;
     if (width != 0 && height != 0 && pictureBytes <= kMaxSampleBytes &&

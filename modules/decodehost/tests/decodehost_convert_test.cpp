@@ -17,7 +17,7 @@ extern "C" {
 
 #include "decodehost_test_support.h"
 #include "media_reader.h"
-#include "pushed_sample.h"
+#include "frame_picture.h"
 #include "vexel/counted_ref.h"
 #include "video_converter.h"
 
