@@ -23,9 +23,8 @@ struct SampleTarget {
     virtual bool TakesPictureSources() const { return false; }
     // A decoded picture the target keeps and converts when it needs the pixels; start and stop as
     // OnVideoSample.
-    virtual int32_t OnVideoPicture(CountedRef<IPictureSource> picture, int64_t startTime,
-                                   int64_t stopTime) {
-        (void)picture, (void)startTime, (void)stopTime;
+    virtual int32_t OnVideoPicture(CountedRef<IPictureSource> /*picture*/, int64_t /*startTime*/,
+                                   int64_t /*stopTime*/) {
         return ERR_SAMPLE_REFUSED;
     }
     // A decoded block of PCM; as OnVideoSample.
