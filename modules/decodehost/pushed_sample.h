@@ -1,8 +1,8 @@
 // PushedSample: the IPushSample handed to a sink's Push, valid only during that call. A sound
 // block points into the reader's buffer. A picture is converted into the reader's buffer only
 // when the sink asks for it through GetBuffer; a sink may instead ask for IID_PictureSource, which
-// the sample answers with a FramePicture of its own (frame_picture.h) when libyuv
-// converts the picture at the stream's size, so the reader's 32-bit buffer is never filled.
+// the sample answers with a FramePicture of its own (frame_picture.h) when libyuv converts the
+// picture at the stream's size, so the reader's 32-bit buffer is never filled.
 //
 // Threads: a PushedSample is made, pushed and released on the reader's delivery thread; the sink
 // calls it during Push (it may count references on it from its own thread then).

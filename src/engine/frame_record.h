@@ -4,7 +4,8 @@
 // compact decoded pictures, not 32-bit ones.
 //
 // Threads: a record belongs to one thread at a time; the queues hand it from the delivery thread to
-// the render thread and on to the present thread.
+// the render thread and on to the present thread. Freeze copies share a picture source, which
+// counts its references atomically and is only read.
 #pragma once
 
 #include <cstdint>

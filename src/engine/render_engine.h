@@ -34,8 +34,8 @@
 // Threads:
 // - the Player's threads (host threads and the seek command thread): construction, the setters,
 //   Start, StartSeek, Pause, Stop, destruction; one at a time;
-// - the codec host's delivery threads, through the sinks: OnVideoSample (may block while 30 frames
-//   wait), OnAudioSample (blocks until the clock starts the sound), the end-of-stream calls;
+// - the codec host's delivery threads, through the sinks: OnVideoSample and OnVideoPicture (may
+//   block while 30 frames wait), OnAudioSample (blocks until the clock starts the sound), the end-of-stream calls;
 // - the render thread and the present thread, started by the first Start after construction or a
 //   Stop, joined by Stop;
 // - host threads through the Player: the view and time-freeze calls, TakeCurrentPreSample,
