@@ -3,11 +3,14 @@
 // is ahead, pause and resume, the last picture kept a second, time-freeze copies, seek mode and
 // stopping, the engine's states, and view changes (gesture values, SetView, path keyframes, view
 // sizes) showing on the next presented frame, with every view sample's pixels checked against a
-// drawing of its panorama at the angles it carries.
+// drawing of its panorama at the angles it carries. Pictures that convert themselves (as the
+// decoder module's do) are converted top row first when drawn, shared by freeze copies and let go
+// by a stop.
 #include "engine/render_engine.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <optional>
@@ -19,6 +22,7 @@
 #include "projection/view_projector.h"
 #include "sibling_module.h"
 #include "test_tick_clock.h"
+#include "vexel/com_object.h"
 #include "vexel/status.h"
 
 namespace vexel {
@@ -28,6 +32,27 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using State = RenderEngine::State;
 constexpr uint32_t kWidth = 64, kHeight = 32;
+
+// A picture that converts itself, as the decoder module's do; `alive` counts the living ones.
+class LatePicture final : public ComObject<IPictureSource> {
+public:
+    LatePicture(std::vector<uint32_t> pixels, std::atomic<int>& alive)
+        : pixels_(std::move(pixels)), alive_(alive) {
+        ++alive_;
+    }
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
+    int32_t WriteTopDown(uint8_t* dst, uint32_t stride, uint32_t width, uint32_t height) override {
+        if (size_t{width} * height != pixels_.size() || stride < width * 4) return E_INVALIDARG;
+        for (uint32_t y = 0; y < height; ++y)
+            std::memcpy(dst + size_t{y} * stride, &pixels_[size_t{y} * width], width * 4);
+        return S_OK;
+    }
+
+private:
+    ~LatePicture() override { --alive_; }
+    const std::vector<uint32_t> pixels_;
+    std::atomic<int>& alive_;
+};
 
 struct Presented {
     uint32_t number;  // the value every pixel of the delivered picture held; 0 for the end marker
@@ -53,14 +78,20 @@ protected:
     void TearDown() override { engine.Stop(); }
 
     // A picture whose every pixel holds `number` (number < 256), at `timeMs`; with `pattern`, each
-    // pixel also holds its column and row, so that every direction shows a different view.
-    int32_t Deliver(uint32_t number, int64_t timeMs, bool pattern = false) {
+    // pixel also holds its column and row, so that every direction shows a different view. `late`
+    // delivers it as a picture that converts itself.
+    int32_t Deliver(uint32_t number, int64_t timeMs, bool pattern = false, bool late = false) {
         std::vector<uint32_t> picture(size_t{kWidth} * kHeight, number);
         for (uint32_t y = 0; pattern && y < kHeight; ++y) {
             for (uint32_t x = 0; x < kWidth; ++x)
                 picture[size_t{y} * kWidth + x] += (x << 10) | (y << 18);
         }
         const int64_t ticks = Ticks(milliseconds(timeMs)).count();
+        if (late) {
+            auto source = CountedRef<IPictureSource>::Adopt(
+                NewObject<LatePicture>(std::move(picture), latePictures));
+            return engine.OnVideoPicture(std::move(source), ticks, ticks + 100'000);
+        }
         return engine.OnVideoSample(reinterpret_cast<const uint8_t*>(picture.data()),
                                     static_cast<uint32_t>(picture.size() * 4), ticks,
                                     ticks + 100'000);
@@ -152,6 +183,7 @@ protected:
         }
     }
 
+    std::atomic<int> latePictures{0};  // declared before the engine, which holds them
     testing::TestTickClock clock;
     RenderEngine engine;
 };
@@ -272,6 +304,34 @@ TEST_F(RenderEngineTest, AFreezeShiftsLaterFramesAndRepeatsTheFirstFrameAfterIt)
     const std::vector<std::pair<int64_t, uint32_t>> expected = {
         {0, 0}, {100, 100}, {200, 200}, {250, 300}, {350, 300}, {450, 300}, {600, 300}, {700, 400}};
     EXPECT_EQ(shown, expected);
+}
+
+// The number Take reads is the top-left pixel of a patterned picture: a picture turned upside
+// down, or a freeze copy left without one, shows another number.
+TEST_F(RenderEngineTest, LatePicturesAreDrawnTopRowFirstSharedByFreezeCopiesAndLetGoOnStop) {
+    ASSERT_TRUE(engine.TakesPictureSources());
+    StreamInfo info{};
+    info.frameRate = 10.0;
+    engine.SetVideoStreamInfo(info);
+    const double times[] = {50}, durations[] = {200};
+    engine.SetTimeFreeze(times, durations, 1);
+    engine.Start(Ticks(0));
+    for (uint32_t ms : {0, 100, 200}) ASSERT_EQ(Deliver(ms / 100 + 1, ms, true, true), kOk);
+    engine.OnVideoEndOfStream();
+    std::vector<std::pair<int64_t, uint32_t>> shown;  // presentation ms, source frame
+    for (const Presented& p : Play()) {
+        if (!p.IsEnd()) shown.emplace_back(p.timeMs, p.number);
+    }
+    const std::vector<std::pair<int64_t, uint32_t>> expected = {
+        {0, 1}, {50, 2}, {150, 2}, {300, 2}, {400, 3}};
+    EXPECT_EQ(shown, expected);
+    EXPECT_EQ(latePictures.load(), 0) << "converted pictures are let go";
+
+    engine.Stop();
+    engine.Start(Ticks(0));
+    for (uint32_t i = 0; i < 8; ++i) ASSERT_EQ(Deliver(i + 1, i * 100, true, true), kOk);
+    engine.Stop();
+    EXPECT_EQ(latePictures.load(), 0) << "a stop lets the queued pictures go";
 }
 
 TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {

@@ -72,8 +72,9 @@ private:
         int64_t current = 0;
         int64_t stop = 0;  // 0 or less: to the end of the stream
     };
-    // A block of decoded data ready for the sink.
+    // A block of decoded data ready for the sink: a decoded picture, or sound in buffer_.
     struct Block {
+        const AVFrame* picture = nullptr;  // the decoder's, valid until its next picture
         uint8_t* data = nullptr;
         uint32_t size = 0;
         int64_t start = 0;
@@ -86,7 +87,7 @@ private:
     // Delivery thread (reader_delivery.cpp).
     void DeliveryLoop();
     void DeliverSpan(const Span& span);
-    bool PrepareVideo(AVFrame* frame, int64_t start, Block& block);
+    bool PrepareVideo(AVFrame* frame, int64_t start, const Span& span, Block& block);
     bool PrepareAudio(AVFrame* frame, int64_t start, const Span& span, Block& block);
     // Makes one sink call for span `id` once the reader is not paused. False when the span is
     // over: abandoned, refused or, after the end-of-stream call, done.
@@ -119,7 +120,8 @@ private:
     bool inCall_ = false;
     std::thread thread_;
 
-    std::vector<uint8_t> buffer_;  // delivery thread only
+    // Delivery thread only: sound blocks, and pictures a sink reads through GetBuffer.
+    std::vector<uint8_t> buffer_;
 };
 
 // Objects handed out by a reader: the opened file's description and the selected stream.

@@ -63,8 +63,7 @@ void Reader::DeliverSpan(const Span& span) {
         if (frame == nullptr || start >= SubTicks(stop, kTimeSlack)) break;
 
         Block block;
-        const bool ready = isVideo ? start >= SubTicks(span.current, kTimeSlack) &&
-                                         PrepareVideo(frame, start, block)
+        const bool ready = isVideo ? PrepareVideo(frame, start, span, block)
                                    : PrepareAudio(frame, start, span, block);
         if (ready && !CallSink(span.id, &block)) return;
         // A picture lasting to the stop is the span's last: the decoder is not asked for one
@@ -74,12 +73,10 @@ void Reader::DeliverSpan(const Span& span) {
     CallSink(span.id, nullptr);
 }
 
-bool Reader::PrepareVideo(AVFrame* frame, int64_t start, Block& block) {
-    buffer_.resize(video_->bytes());
-    if (buffer_.empty() || buffer_.size() > std::numeric_limits<uint32_t>::max()) return false;
-    if (!video_->Convert(frame, buffer_.data())) return false;
-    block.data = buffer_.data();
-    block.size = static_cast<uint32_t>(buffer_.size());
+bool Reader::PrepareVideo(AVFrame* frame, int64_t start, const Span& span, Block& block) {
+    if (start < SubTicks(span.current, kTimeSlack)) return false;  // before the target
+    // Converted only when the sink asks for the picture (PushedSample).
+    block.picture = frame;
     block.start = start;
     block.stop = AddTicks(start, decoder_->frameInterval());
     return true;
@@ -122,8 +119,11 @@ bool Reader::CallSink(uint64_t id, const Block* block) {
     } else if (block == nullptr) {
         sink->EndOfStream();
     } else {
-        auto* sample = NewObject<PushedSample>(block->data, block->size, block->start, block->stop,
-                                               video_ ? kMediaKindVideo : kMediaKindAudio);
+        auto* sample =
+            block->picture != nullptr
+                ? NewObject<PushedSample>(block->picture, video_.get(), &buffer_, block->start,
+                                          block->stop)
+                : NewObject<PushedSample>(block->data, block->size, block->start, block->stop);
         status = sink->Push(sample);
         sample->Release();
     }

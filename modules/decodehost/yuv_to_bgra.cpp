@@ -60,58 +60,80 @@ const uint16_t* Plane16(const AVFrame& frame, int plane) {
     return reinterpret_cast<const uint16_t*>(frame.data[plane]);
 }
 
-}  // namespace
+// One libyuv conversion: `frame` into `out` in matrix `m`, `h` rows (negative: bottom-up).
+using ConvertFn = bool (*)(const AVFrame& frame, uint8_t* out, int stride,
+                           const libyuv::YuvConstants* m, int h);
 
-bool YuvToBottomUpBgra(const AVFrame& frame, uint8_t* out) {
-    const bool fullRange = frame.color_range == AVCOL_RANGE_JPEG || IsFullRangeFormat(frame.format);
-    const libyuv::YuvConstants* m = Matrix(frame, fullRange);
-    if (m == nullptr) return false;
+// The 16-bit functions count their strides in samples.
+template <auto Fn>
+bool Planar16(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConstants* m, int h) {
+    return Fn(Plane16(f, 0), f.linesize[0] / 2, Plane16(f, 1), f.linesize[1] / 2, Plane16(f, 2),
+              f.linesize[2] / 2, out, stride, m, f.width, h) == 0;
+}
+template <auto Fn>
+bool SemiPlanar16(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConstants* m,
+                  int h) {
+    return Fn(Plane16(f, 0), f.linesize[0] / 2, Plane16(f, 1), f.linesize[1] / 2, out, stride, m,
+              f.width, h) == 0;
+}
+template <auto Fn>
+bool Planar8(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConstants* m, int h) {
+    return Fn(f.data[0], f.linesize[0], f.data[1], f.linesize[1], f.data[2], f.linesize[2], out,
+              stride, m, f.width, h) == 0;
+}
+template <auto Fn>
+bool SemiPlanar8(const AVFrame& f, uint8_t* out, int stride, const libyuv::YuvConstants* m, int h) {
+    return Fn(f.data[0], f.linesize[0], f.data[1], f.linesize[1], out, stride, m, f.width, h) == 0;
+}
 
-    const uint8_t* const* d = frame.data;
-    const int* s = frame.linesize;
-    const int w = frame.width;
-    const int h = -frame.height;  // a negative height writes the rows bottom-up
-    const int stride = w * 4;
-    // The 16-bit functions count their strides in samples.
-    const int s0 = s[0] / 2, s1 = s[1] / 2, s2 = s[2] / 2;
-    switch (frame.format) {
+ConvertFn Converter(int format) {
+    switch (format) {
         case AV_PIX_FMT_YUV420P:
         case AV_PIX_FMT_YUVJ420P:
-            return libyuv::I420ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w,
-                                            h) == 0;
+            return Planar8<libyuv::I420ToARGBMatrix>;
         case AV_PIX_FMT_YUV422P:
         case AV_PIX_FMT_YUVJ422P:
-            return libyuv::I422ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w,
-                                            h) == 0;
+            return Planar8<libyuv::I422ToARGBMatrix>;
         case AV_PIX_FMT_YUV444P:
         case AV_PIX_FMT_YUVJ444P:
-            return libyuv::I444ToARGBMatrix(d[0], s[0], d[1], s[1], d[2], s[2], out, stride, m, w,
-                                            h) == 0;
+            return Planar8<libyuv::I444ToARGBMatrix>;
         case AV_PIX_FMT_NV12:
-            return libyuv::NV12ToARGBMatrix(d[0], s[0], d[1], s[1], out, stride, m, w, h) == 0;
+            return SemiPlanar8<libyuv::NV12ToARGBMatrix>;
         case AV_PIX_FMT_NV21:
-            return libyuv::NV21ToARGBMatrix(d[0], s[0], d[1], s[1], out, stride, m, w, h) == 0;
+            return SemiPlanar8<libyuv::NV21ToARGBMatrix>;
         case AV_PIX_FMT_YUV420P10LE:
+            return Planar16<libyuv::I010ToARGBMatrix>;
         case AV_PIX_FMT_YUV422P10LE:
+            return Planar16<libyuv::I210ToARGBMatrix>;
         case AV_PIX_FMT_YUV444P10LE:
-        case AV_PIX_FMT_YUV420P12LE: {
-            const auto convert = frame.format == AV_PIX_FMT_YUV420P10LE   ? libyuv::I010ToARGBMatrix
-                                 : frame.format == AV_PIX_FMT_YUV422P10LE ? libyuv::I210ToARGBMatrix
-                                 : frame.format == AV_PIX_FMT_YUV444P10LE
-                                     ? libyuv::I410ToARGBMatrix
-                                     : libyuv::I012ToARGBMatrix;
-            return convert(Plane16(frame, 0), s0, Plane16(frame, 1), s1, Plane16(frame, 2), s2, out,
-                           stride, m, w, h) == 0;
-        }
+            return Planar16<libyuv::I410ToARGBMatrix>;
+        case AV_PIX_FMT_YUV420P12LE:
+            return Planar16<libyuv::I012ToARGBMatrix>;
         case AV_PIX_FMT_P010LE:
-            return libyuv::P010ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1, out,
-                                            stride, m, w, h) == 0;
+            return SemiPlanar16<libyuv::P010ToARGBMatrix>;
         case AV_PIX_FMT_P210LE:
-            return libyuv::P210ToARGBMatrix(Plane16(frame, 0), s0, Plane16(frame, 1), s1, out,
-                                            stride, m, w, h) == 0;
+            return SemiPlanar16<libyuv::P210ToARGBMatrix>;
         default:
-            return false;
+            return nullptr;
     }
+}
+
+const libyuv::YuvConstants* Matrix(const AVFrame& frame) {
+    return Matrix(frame, frame.color_range == AVCOL_RANGE_JPEG || IsFullRangeFormat(frame.format));
+}
+
+}  // namespace
+
+bool YuvToBgraHandles(const AVFrame& frame) {
+    return Converter(frame.format) != nullptr && Matrix(frame) != nullptr;
+}
+
+bool YuvToBgra(const AVFrame& frame, uint8_t* out, int stride, bool bottomUp) {
+    const ConvertFn convert = Converter(frame.format);
+    const libyuv::YuvConstants* m = Matrix(frame);
+    if (convert == nullptr || m == nullptr) return false;
+    // A negative height writes the rows bottom-up.
+    return convert(frame, out, stride, m, bottomUp ? -frame.height : frame.height);
 }
 
 }  // namespace vexel::decodehost

@@ -11,8 +11,12 @@
 
 namespace vexel::decodehost {
 
-// Writes `frame` at its own size into `out` (width * 4 bytes a row, no padding), last row first.
-// False, with `out` untouched, for pixel formats and colour matrices libyuv does not offer.
-bool YuvToBottomUpBgra(const AVFrame& frame, uint8_t* out);
+// Whether YuvToBgra takes `frame`: libyuv offers its pixel format and colour matrix.
+bool YuvToBgraHandles(const AVFrame& frame);
+
+// Writes `frame` at its own size into `out`, `stride` bytes from one row to the next (at least
+// width * 4), first row first or, with `bottomUp`, last row first. False, with `out` untouched,
+// when YuvToBgraHandles does not take the frame.
+bool YuvToBgra(const AVFrame& frame, uint8_t* out, int stride, bool bottomUp);
 
 }  // namespace vexel::decodehost

@@ -16,19 +16,23 @@ struct DeliveredSample {
     int64_t stopTime = 0;   // 100-ns ticks
 };
 
+// Reads the times of `sample`. Throws a std::exception without a message when its media kind is
+// not `mediaKind`.
+SampleInfo ReadInfo(IPushSample& sample, uint32_t mediaKind) {
+    SampleInfo info = MakeSampleInfoRequest();
+    sample.GetInfo(&info);
+    if (info.mediaKind != mediaKind) throw std::exception();
+    return info;
+}
+
 // Reads `sample` through GetBuffer, BufferAcquired and GetInfo. Throws a std::exception without a
 // message when it holds no data or its media kind is not `mediaKind`.
 DeliveredSample UnpackSample(IPushSample& sample, uint32_t mediaKind) {
     BufferDesc buffer{};
     sample.GetBuffer(&buffer);
     sample.BufferAcquired();
-
-    SampleInfo info = MakeSampleInfoRequest();
-    sample.GetInfo(&info);
-
-    if (buffer.size == 0 || buffer.data == nullptr || info.mediaKind != mediaKind) {
-        throw std::exception();
-    }
+    const SampleInfo info = ReadInfo(sample, mediaKind);
+    if (buffer.size == 0 || buffer.data == nullptr) throw std::exception();
     return {static_cast<const uint8_t*>(buffer.data), buffer.size, info.startTime, info.stopTime};
 }
 
@@ -65,7 +69,20 @@ CountedRef<RenderSink> VideoRenderSink::Create(SampleTarget* target) {
 }
 
 int32_t VideoRenderSink::Push(IPushSample* sample) {
-    return PushAs(sample, kMediaKindVideo, &SampleTarget::OnVideoSample);
+    SampleTarget* engine = target();
+    if (sample == nullptr || engine == nullptr || !engine->TakesPictureSources())
+        return PushAs(sample, kMediaKindVideo, &SampleTarget::OnVideoSample);
+    // A picture that converts itself is kept as it is and converted when the engine draws it;
+    // every other sample is read through its buffer.
+    try {
+        CountedRef<IPictureSource> picture;
+        picture.QueryFrom(sample, IID_PictureSource);
+        if (!picture) return PushAs(sample, kMediaKindVideo, &SampleTarget::OnVideoSample);
+        const SampleInfo info = ReadInfo(*sample, kMediaKindVideo);
+        return engine->OnVideoPicture(std::move(picture), info.startTime, info.stopTime);
+    } catch (...) {
+        return ERR_SAMPLE_FAULT;
+    }
 }
 
 int32_t VideoRenderSink::EndOfStream() {

@@ -1,7 +1,8 @@
 // The push sinks that a codec host delivers decoded samples into: VideoRenderSink and
 // AudioRenderSink, both implementing Vexel::IPushStream through RenderSink. Each unpacks a
 // delivered sample into data, byte count and start/stop time, checks its media kind and hands it to
-// its SampleTarget (the render engine).
+// its SampleTarget (the render engine); the video sink hands on the sample's picture source instead
+// where the sample offers one and the target takes it.
 //
 // Threads: Push, Notify and EndOfStream run on the codec host's delivery threads (one per stream).
 // QueryInterface, AddRef and Release may come from any thread. Disconnect runs on the thread that
@@ -48,7 +49,8 @@ public:
     // A new sink holding one reference, handing video samples to `target`.
     static CountedRef<RenderSink> Create(SampleTarget* target);
 
-    // Samples of media kind 0 go to OnVideoSample, whose status is returned.
+    // Samples of media kind 0 go to OnVideoPicture when the target takes picture sources and the
+    // sample offers one, else to OnVideoSample; the target's status is returned.
     int32_t Push(IPushSample* sample) override;
     int32_t EndOfStream() override;  // OnVideoEndOfStream; always 0
 

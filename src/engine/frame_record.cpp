@@ -20,6 +20,7 @@ PixelBuffer CopyPixels(const PixelBuffer& pixels, uint32_t size) {
 std::unique_ptr<FrameRecord> FrameRecord::Clone() const {
     auto copy = std::make_unique<FrameRecord>();
     copy->pixels = CopyPixels(pixels, size);
+    copy->source = source;
     copy->width = width;
     copy->height = height;
     copy->size = size;
@@ -35,6 +36,16 @@ std::unique_ptr<FrameRecord> FrameRecord::Clone() const {
     copy->stopTime = stopTime;
     copy->streamTime = streamTime;
     return copy;
+}
+
+bool FrameRecord::WritePicture() {
+    if (!source) return pixels != nullptr;
+    PixelBuffer picture(AllocatePixels(size));
+    const bool written =
+        picture && source->WriteTopDown(picture.get(), width * 4, width, height) >= 0;
+    source.reset();
+    if (written) pixels = std::move(picture);
+    return written;
 }
 
 InlayBuffer* MakeSample(PixelBuffer pixels, uint32_t width, uint32_t height, uint32_t size,

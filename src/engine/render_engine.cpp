@@ -51,6 +51,7 @@ public:
 };
 
 std::atomic<bool> loggedRenderFailure{false};
+std::atomic<bool> loggedPictureFailure{false};
 
 // Runs a thread body; a failure there (out of memory) ends the thread with a line, not the process.
 template <class Body>
@@ -288,10 +289,20 @@ bool RenderEngine::WaitUntilTaking() {
 
 void RenderEngine::RenderThreadProc() {
     while (WaitUntilTaking()) {
-        // A frame is taken once the rendered queue has room for it, so that no drawn picture
-        // waits here beside the two queued ones; only this thread pushes there, so the room stays.
-        if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
         FrameQueue::Taken taken = decodedQueue_.Take([this] { return !Takes(state_.load()); });
+        if (!taken.frame && !taken.ended) continue;
+        // A picture that converts itself becomes pixels, in a pooled buffer, as soon as it is
+        // taken, while the two rendered frames wait: a slow conversion (a fresh buffer) eats into
+        // their lead, not into a frame's time.
+        if (taken.frame && !taken.frame->WritePicture()) {
+            LogOnce(loggedPictureFailure,
+                    "vexel: a decoded picture could not be converted; its frame is dropped\n");
+            continue;
+        }
+        // The view is drawn once the rendered queue has room, as late as it can be, so that no
+        // drawn picture waits here beside the two queued ones; only this thread pushes there, so
+        // the room stays.
+        if (!renderedQueue_.WaitForRoom([this] { return Stopping(); })) return;
         if (taken.frame) {
             LensPath path;
             const ViewAngles view = view_.Predict(
@@ -299,7 +310,7 @@ void RenderEngine::RenderThreadProc() {
                 ToSeconds(TicksF(static_cast<double>(rangeLength_))), path);
             DrawView(*taken.frame, view, rowTable_);
             renderedQueue_.Push(std::move(taken.frame));
-        } else if (taken.ended) {
+        } else {
             auto marker = std::make_unique<FrameRecord>();
             marker->seek = Seeks(state_.load());
             renderedQueue_.Push(std::move(marker));

@@ -34,8 +34,8 @@
 // Threads:
 // - the Player's threads (host threads and the seek command thread): construction, the setters,
 //   Start, StartSeek, Pause, Stop, destruction; one at a time;
-// - the codec host's delivery threads, through the sinks: OnVideoSample (may block while 30 frames
-//   wait), OnAudioSample (blocks until the clock starts the sound), the end-of-stream calls;
+// - the codec host's delivery threads, through the sinks: OnVideoSample and OnVideoPicture (may
+//   block while 30 frames wait), OnAudioSample (blocks until the clock starts the sound), the end-of-stream calls;
 // - the render thread and the present thread, started by the first Start after construction or a
 //   Stop, joined by Stop;
 // - host threads through the Player: the view and time-freeze calls, TakeCurrentPreSample,
@@ -159,6 +159,13 @@ public:
                           int64_t stopTime) override;
     int32_t OnAudioSample(const uint8_t* data, uint32_t size, int64_t startTime,
                           int64_t stopTime) override;
+    // 32-bit panoramas that need no unwrapping are taken as picture sources, converted by the
+    // render thread when it takes the frame.
+    bool TakesPictureSources() const override {
+        return sourceFormat_ == kPixelFormatBgra32 && !Unwraps();
+    }
+    int32_t OnVideoPicture(CountedRef<IPictureSource> picture, int64_t startTime,
+                           int64_t stopTime) override;
     void OnVideoEndOfStream() override { decodedQueue_.MarkEnd(true); }
     void OnAudioEndOfStream() override;
 
@@ -178,10 +185,22 @@ private:
     // Wakes every wait of the engine after a change of state, so each looks at its condition again.
     void WakeWaits();
 
+    bool Unwraps() const { return fisheyeMode_ == 2 || fisheyeMode_ == 3; }
+    // Before a video frame is made: false when the engine takes no more; else waits while 30
+    // frames wait.
+    bool WaitToTakeVideo();
+    // Whether the stream's pictures have a size the engine takes and, unless rowBytes is 0, the
+    // delivered data holds `rowBytes` for each row; logs once when not.
+    bool SourcePictureFits(uint64_t rowBytes, const uint8_t* data = nullptr,
+                           uint32_t size = 0) const;
     // Makes the 32-bit top-row-first picture of a delivered sample (rows reversed, or converted
     // from YUY2), and unwraps a fisheye picture into a panorama. False: the frame is dropped.
     bool ConvertToRgb32(const uint8_t* data, uint32_t size, FrameRecord& frame);
     bool Unwrap(FrameRecord& frame);
+    // Gives the frame the current view and the sample's times and queues it; the status for the
+    // sink.
+    int32_t QueueVideoFrame(std::unique_ptr<FrameRecord> frame, int64_t startTime,
+                            int64_t stopTime);
     // Queues a decoded frame at its presentation time, preceded by copies that fill a freeze
     // starting just before it; waits while 30 frames wait. False (frame dropped) once stopping.
     bool PushDecodedFrame(std::unique_ptr<FrameRecord> frame);

@@ -1,5 +1,6 @@
 // The render engine's picture path: a delivered sample made into a 32-bit top-row-first panorama
-// (rows reversed, or converted from YUY2), fisheye pictures unwrapped, then queued.
+// (rows reversed, or converted from YUY2), fisheye pictures unwrapped, then queued; or a picture
+// that converts itself queued as it is, for the render thread to convert.
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -34,17 +35,39 @@ bool Scaled(uint32_t scale, double fraction, int32_t& out) {
 
 int32_t RenderEngine::OnVideoSample(const uint8_t* data, uint32_t size, int64_t startTime,
                                     int64_t stopTime) {
-    const State state = state_.load();
-    if (state == State::kStopped || state == State::kSeekFrameShown || state == State::kEnded) {
-        return ERR_SAMPLE_REFUSED;
-    }
-    // Wait for room before a new picture is made, so no picture is held while waiting.
-    if (!decodedQueue_.WaitForRoom([this] { return Stopping(); })) return ERR_SAMPLE_REFUSED;
-
+    if (!WaitToTakeVideo()) return ERR_SAMPLE_REFUSED;
     // A picture that cannot be made is dropped with a line the first time; delivery goes on.
     auto frame = std::make_unique<FrameRecord>();
     if (!ConvertToRgb32(data, size, *frame)) return kOk;
-    if ((fisheyeMode_ == 2 || fisheyeMode_ == 3) && !Unwrap(*frame)) return kOk;
+    if (Unwraps() && !Unwrap(*frame)) return kOk;
+    return QueueVideoFrame(std::move(frame), startTime, stopTime);
+}
+
+int32_t RenderEngine::OnVideoPicture(CountedRef<IPictureSource> picture, int64_t startTime,
+                                     int64_t stopTime) {
+    if (!picture) return ERR_SAMPLE_FAULT;
+    if (!WaitToTakeVideo()) return ERR_SAMPLE_REFUSED;
+    if (!SourcePictureFits(0)) return kOk;
+    // Converted by the render thread when it takes the frame (RenderThreadProc).
+    auto frame = std::make_unique<FrameRecord>();
+    frame->source = std::move(picture);
+    frame->width = sourceWidth_;
+    frame->height = sourceHeight_;
+    frame->size = sourceWidth_ * sourceHeight_ * 4;
+    return QueueVideoFrame(std::move(frame), startTime, stopTime);
+}
+
+bool RenderEngine::WaitToTakeVideo() {
+    const State state = state_.load();
+    if (state == State::kStopped || state == State::kSeekFrameShown || state == State::kEnded) {
+        return false;
+    }
+    // Wait for room before a new picture is made, so no picture is held while waiting.
+    return decodedQueue_.WaitForRoom([this] { return Stopping(); });
+}
+
+int32_t RenderEngine::QueueVideoFrame(std::unique_ptr<FrameRecord> frame, int64_t startTime,
+                                      int64_t stopTime) {
     const ViewAngles view = view_.Current();
     frame->pan = view.pan;
     frame->tilt = view.tilt;
@@ -54,19 +77,26 @@ int32_t RenderEngine::OnVideoSample(const uint8_t* data, uint32_t size, int64_t 
     return PushDecodedFrame(std::move(frame)) ? kOk : ERR_SAMPLE_REFUSED;
 }
 
+bool RenderEngine::SourcePictureFits(uint64_t rowBytes, const uint8_t* data, uint32_t size) const {
+    const uint32_t width = sourceWidth_, height = sourceHeight_;
+    const uint64_t pictureBytes = uint64_t{width} * height * 4;
+    if (width != 0 && height != 0 && pictureBytes <= kMaxSampleBytes &&
+        (rowBytes == 0 || (data != nullptr && size >= rowBytes * height))) {
+        return true;
+    }
+    LogOnce(loggedShort,
+            "vexel: a video sample of %u bytes does not hold a %ux%u picture; dropped\n", size,
+            width, height);
+    return false;
+}
+
 bool RenderEngine::ConvertToRgb32(const uint8_t* data, uint32_t size, FrameRecord& frame) {
     const uint32_t width = sourceWidth_, height = sourceHeight_;
     const bool packed32 = sourceFormat_ == kPixelFormatBgra32;
     // What a delivered picture must hold: whole 32-bit rows, or YUY2 rows of pixel pairs.
     const uint64_t rowBytes = packed32 ? uint64_t{width} * 4 : (uint64_t{width} + 1) / 2 * 4;
     const uint64_t pictureBytes = uint64_t{width} * height * 4;
-    if (width == 0 || height == 0 || pictureBytes > kMaxSampleBytes || data == nullptr ||
-        size < rowBytes * height) {
-        LogOnce(loggedShort,
-                "vexel: a video sample of %u bytes does not hold a %ux%u picture; dropped\n", size,
-                width, height);
-        return false;
-    }
+    if (!SourcePictureFits(rowBytes, data, size)) return false;
 
     uint32_t outputSize = static_cast<uint32_t>(pictureBytes);
     PixelBuffer picture;

@@ -1,6 +1,8 @@
 // The converter against libswscale as the oracle: every pixel format the libyuv path takes, in
 // every colour matrix and range it maps, must match libswscale's picture within 2 levels a channel
-// (3 for 10 and 12-bit samples), with the rows bottom-up.
+// (3 for 10 and 12-bit samples), with the rows bottom-up. A picture converted late through its
+// IPictureSource, top row first into a buffer with longer rows, must be the reader's picture bit
+// for bit, also after the reader is gone.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,6 +15,10 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include "decodehost_test_support.h"
+#include "media_reader.h"
+#include "frame_picture.h"
+#include "vexel/counted_ref.h"
 #include "video_converter.h"
 
 namespace vexel::decodehost {
@@ -128,6 +134,21 @@ std::vector<uint8_t> Converted(const AVFrame& frame) {
     return out;
 }
 
+// Rows of `stride` bytes (longer than a picture row) written top-down by `picture`, made compact
+// and turned bottom-up to compare with the reader's picture; the bytes past each row must stay.
+std::vector<uint8_t> LateBottomUp(IPictureSource& picture, int width, int height) {
+    const size_t row = static_cast<size_t>(width) * 4, stride = row + 36;
+    std::vector<uint8_t> rows(stride * height, 0xA5), out(row * height);
+    EXPECT_EQ(picture.WriteTopDown(rows.data(), static_cast<uint32_t>(stride), width, height), S_OK);
+    for (int y = 0; y < height; ++y) {
+        const uint8_t* line = rows.data() + y * stride;
+        std::copy_n(line, row, out.data() + (height - 1 - y) * row);
+        EXPECT_TRUE(std::all_of(line + row, line + stride, [](uint8_t b) { return b == 0xA5; }))
+            << "row " << y << " overran";
+    }
+    return out;
+}
+
 class ConverterFormatTest : public testing::TestWithParam<AVPixelFormat> {};
 
 TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
@@ -138,7 +159,11 @@ TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
         SCOPED_TRACE(testing::Message() << "colour space " << tag.space << ", range " << tag.range);
         FramePtr frame = TestPicture(format, tag);
         ASSERT_TRUE(frame);
-        EXPECT_LE(MaxDifference(Converted(*frame), Oracle(*frame, tag)), tolerance);
+        const std::vector<uint8_t> converted = Converted(*frame);
+        EXPECT_LE(MaxDifference(converted, Oracle(*frame, tag)), tolerance);
+        auto late = CountedRef<FramePicture>::Adopt(
+            NewObject<FramePicture>(FramePtr(av_frame_clone(frame.get()))));
+        EXPECT_TRUE(LateBottomUp(*late, kWidth, kHeight) == converted) << "late conversion";
     }
 }
 
@@ -189,6 +214,62 @@ TEST(ConverterTest, PictureOfAnotherSizeIsScaledToTheOutput) {
     const size_t stride = kWidth * 4;
     EXPECT_NEAR(out[(kHeight - 1) * stride + 4 * 10], 128, 2) << "first row is grey";
     EXPECT_NEAR(out[4 * 10 + 1], 255, 2) << "last row is white";
+}
+
+// Keeps every picture a reader pushes twice: as GetBuffer gives it, and as its picture source.
+struct KeepingSink final : Vexel::IPushStream {
+    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
+    uint32_t AddRef() override { return 1; }  // lives on the test's stack
+    uint32_t Release() override { return 1; }
+    int32_t Notify() override { return 0; }
+    int32_t Push(IPushSample* sample) override {
+        CountedRef<IPictureSource> picture;
+        picture.QueryFrom(sample, IID_PictureSource);
+        BufferDesc buffer{};
+        sample->GetBuffer(&buffer);
+        const auto* bytes = static_cast<const uint8_t*>(buffer.data);
+        eager.emplace_back(bytes, bytes + buffer.size);
+        late.push_back(std::move(picture));
+        return 0;
+    }
+    int32_t EndOfStream() override {
+        ended.store(true);
+        return 0;
+    }
+    std::vector<std::vector<uint8_t>> eager;  // delivery thread until ended
+    std::vector<CountedRef<IPictureSource>> late;
+    std::atomic<bool> ended{false};
+};
+
+// H.264 and VP9 clips (4:2:0, each decoder with its own buffer pool): every picture converted
+// late, after its reader, decoder and file are gone, is the reader's own picture and reads back
+// as its frame number.
+TEST(LateConversionTest, PicturesConvertedAfterTheReaderAreTheReadersOwn) {
+    for (const char* clip : {"equirect.mp4", "late.mkv"}) {
+        SCOPED_TRACE(clip);
+        KeepingSink sink;
+        {
+            auto reader = CountedRef<Reader>::Adopt(NewObject<Reader>());
+            CountedRef<MediaDescription> description;
+            ASSERT_EQ(reader->Open(decodehost_test::Clip(clip).c_str(), description.put()), 0);
+            ASSERT_EQ(reader->SelectStream(0, nullptr), 0);  // the generator writes video first
+            ASSERT_EQ(reader->SetSink(&sink), 0);
+            ASSERT_EQ(reader->Run(), 0);
+            ASSERT_TRUE(decodehost_test::WaitUntil([&] { return sink.ended.load(); }));
+        }
+        ASSERT_GE(sink.late.size(), 10u);
+        int64_t first = -1;
+        for (size_t i = 0; i < sink.late.size(); ++i) {
+            ASSERT_TRUE(sink.late[i]) << "picture " << i << " offers no source";
+            const std::vector<uint8_t> late = LateBottomUp(*sink.late[i], 128, 64);
+            EXPECT_TRUE(late == sink.eager[i]) << "picture " << i;
+            const int64_t number = decodehost_test::FrameNumber(late.data(), 128, 64, true);
+            if (i == 0) first = number;
+            EXPECT_EQ(number, first + static_cast<int64_t>(i));
+        }
+        uint8_t row[128 * 4];
+        EXPECT_EQ(sink.late[0]->WriteTopDown(row, sizeof row, 128, 1), E_INVALIDARG);
+    }
 }
 
 }  // namespace
