@@ -3,6 +3,7 @@
 // player, and the view calls that depend on the state.
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "player_fixture.h"
@@ -76,10 +77,18 @@ TEST_F(Playback, OpenFailsCleanlyForWhatHoldsNoVideoAndTheNextFilePlays) {
     }
     EXPECT_EQ(Open(player, "", 0, 0, 0), -1);
 
-    // A file without sound plays on the video reader alone.
-    ASSERT_EQ(OpenClip(0, 0, "silent.mp4"), 0);
-    Play(player, 0);
-    ExpectPlays(0, 24, true);
+    // Files without sound play on the video reader alone, to the last frame; every layout is
+    // reported at half its panorama, and a dual-fisheye recording taken as it is keeps its numbers.
+    for (const auto& [name, height] :
+         {std::pair{"silent.mp4", 32u}, {"partial.mp4", 16u}, {"dual-fisheye.mp4", 32u}}) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(OpenClip(0, 0, name), 0);
+        EXPECT_EQ(GetWidth(player), 64u);
+        EXPECT_EQ(GetHeight(player), height);
+        Play(player, 0);
+        ExpectPlays(0, 24, true);
+        EXPECT_EQ(GetCurrentPlayTime(player), 24 * kFrame);
+    }
 }
 
 TEST_F(Playback, OpenOnAPlayingPlayerReplacesTheFile) {

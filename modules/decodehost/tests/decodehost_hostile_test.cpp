@@ -51,24 +51,6 @@ TEST_F(ReaderTest, PositionsAtTheEndsOf64BitsAreBroughtOntoTheStream) {
     }
 }
 
-TEST_F(ReaderTest, SoundAtTheEndsOf64Bits) {
-    OpenStream("equirect.mp4", kStreamKindAudio);
-    for (const int64_t current : {kMin, kMax}) {
-        sink_.Clear();
-        Span(current, kMax);
-        ASSERT_TRUE(WaitForState(kEnded)) << current;
-        const std::vector<PushedRecord> records = sink_.Records();
-        if (current == kMin) {
-            ASSERT_FALSE(records.empty());
-            EXPECT_EQ(records.front().start, 0);
-            EXPECT_NEAR(static_cast<double>(records.back().stop), 2.0 * kSecond, kSecond / 10.0);
-        } else {
-            EXPECT_TRUE(records.empty());
-        }
-        EXPECT_EQ(sink_.EndOfStreams(), 1);
-    }
-}
-
 // A FIFO, a folder and a device are refused before anything opens them; a FIFO with no writer
 // would block open(2) for ever.
 class BlockingPathTest : public ReaderTest {
@@ -123,48 +105,31 @@ TEST_F(ReaderTest, ProtocolsOutsideTheAllowListAreRefused) {
     EXPECT_EQ(reader_->Open(("file:" + Clip("equirect.mp4")).c_str(), description.put()), 0);
 }
 
-// A server on the loopback interface that takes connections and never says a word.
+// A server on the loopback interface that never says a word: the kernel completes connections
+// into its backlog, where nobody accepts them.
 class SilentServer {
 public:
     SilentServer() {
-        listener_ = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-            listen(listener_, 4) != 0 ||
-            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-            return;
+        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+            listen(listener_, 4) == 0 &&
+            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+            port_ = ntohs(address.sin_port);
         }
-        port_ = ntohs(address.sin_port);
-        thread_ = std::thread([this] {
-            pollfd wait{listener_, POLLIN, 0};
-            while (!quit_.load()) {
-                if (poll(&wait, 1, 20) > 0) {
-                    const int peer = accept(listener_, nullptr, nullptr);
-                    if (peer >= 0) peers_.push_back(peer);
-                    accepted_.store(true);
-                }
-            }
-        });
     }
-    ~SilentServer() {
-        quit_.store(true);
-        if (thread_.joinable()) thread_.join();
-        for (const int peer : peers_) close(peer);
-        close(listener_);
-    }
+    ~SilentServer() { close(listener_); }
     int port() const { return port_; }
-    bool accepted() const { return accepted_.load(); }
+    bool connected() const {
+        pollfd waiting{listener_, POLLIN, 0};
+        return poll(&waiting, 1, 0) > 0;
+    }
 
 private:
-    int listener_ = -1;
+    int listener_ = socket(AF_INET, SOCK_STREAM, 0);
     int port_ = 0;
-    std::atomic<bool> quit_{false};
-    std::atomic<bool> accepted_{false};
-    std::vector<int> peers_;  // server thread only
-    std::thread thread_;
 };
 
 TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
@@ -179,7 +144,7 @@ TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
         CountedRef<MediaDescription> description;
         result.store(reader_->Open(url.c_str(), description.put()));
     });
-    ASSERT_TRUE(WaitUntil([&] { return server.accepted(); }));
+    ASSERT_TRUE(WaitUntil([&] { return server.connected(); }));
     std::this_thread::sleep_for(milliseconds(100));  // the request is sent; the reply never comes
     EXPECT_EQ(result.load(), 1) << "the open did not wait for the server";
     const auto stopped = Clock::now();
