@@ -193,26 +193,18 @@ TEST_F(SphereUnwrapTest, BadRecordsAreRefusedAndTheTargetLeftAlone) {
         int32_t status;
     };
     const std::vector<Case> cases = {
-        {"no source picture", [](UnwrapSource& s, UnwrapTarget&) { s.pixels = nullptr; },
-         E_POINTER},
-        {"no target picture", [](UnwrapSource&, UnwrapTarget& t) { t.pixels = nullptr; },
-         E_POINTER},
-        {"zero source width", [](UnwrapSource& s, UnwrapTarget&) { s.width = 0; }, E_INVALIDARG},
-        {"absurd source height", [](UnwrapSource& s, UnwrapTarget&) { s.height = 0xFFFFFFF0u; },
+        {"no source picture", [](auto& s, auto&) { s.pixels = nullptr; }, E_POINTER},
+        {"no target picture", [](auto&, auto& t) { t.pixels = nullptr; }, E_POINTER},
+        {"zero source width", [](auto& s, auto&) { s.width = 0; }, E_INVALIDARG},
+        {"absurd source height", [](auto& s, auto&) { s.height = 0xFFFFFFF0u; }, E_INVALIDARG},
+        {"source smaller than its size", [](auto& s, auto&) { s.size -= 4; }, E_INVALIDARG},
+        {"zero target height", [](auto&, auto& t) { t.height = 0; }, E_INVALIDARG},
+        {"absurd target", [](auto&, auto& t) { t.width = t.height = kMaxPictureSide; },
          E_INVALIDARG},
-        {"source smaller than its size", [](UnwrapSource& s, UnwrapTarget&) { s.size -= 4; },
-         E_INVALIDARG},
-        {"zero target height", [](UnwrapSource&, UnwrapTarget& t) { t.height = 0; }, E_INVALIDARG},
-        {"absurd target",
-         [](UnwrapSource&, UnwrapTarget& t) { t.width = t.height = kMaxPictureSide; },
-         E_INVALIDARG},
-        {"target smaller than its size", [](UnwrapSource&, UnwrapTarget& t) { t.size -= 1; },
-         E_INVALIDARG},
-        {"negative radius", [](UnwrapSource& s, UnwrapTarget&) { s.radius = -5; }, E_INVALIDARG},
-        {"angle past a full turn", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = 400.0f; },
-         E_INVALIDARG},
-        {"angle not a number", [](UnwrapSource& s, UnwrapTarget&) { s.lensAngle = std::nanf(""); },
-         E_INVALIDARG},
+        {"target smaller than its size", [](auto&, auto& t) { t.size -= 1; }, E_INVALIDARG},
+        {"negative radius", [](auto& s, auto&) { s.radius = -5; }, E_INVALIDARG},
+        {"angle past a full turn", [](auto& s, auto&) { s.lensAngle = 400.0f; }, E_INVALIDARG},
+        {"angle not a number", [](auto& s, auto&) { s.lensAngle = std::nanf(""); }, E_INVALIDARG},
     };
     for (const Case& c : cases) {
         for (const UnwrapFn fn : {single, dual}) {

@@ -162,7 +162,7 @@ TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
 
 // Files whose time stamps begin at 1.5 s report the length of their own 4 s of pictures, and their
 // first picture comes at media time 0.
-class LateStartTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+class LateStartTest : public ReaderTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(LateStartTest, StreamLengthCountsFromItsFirstFrame) {
     uint64_t ticks = 0;
@@ -177,8 +177,8 @@ TEST_P(LateStartTest, StreamLengthCountsFromItsFirstFrame) {
     EXPECT_LE(records.back().start, static_cast<int64_t>(ticks));
 }
 
-INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, testing::Values("late.mkv", "late.ts"),
-                         [](const testing::TestParamInfo<const char*>& info) {
+INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, ::testing::Values("late.mkv", "late.ts"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
                              return std::string(info.param).substr(5);
                          });
 

@@ -56,7 +56,7 @@ TEST_F(ReaderTest, RefusesWhatItCannotOpenOrSelect) {
 // ---------------------------------------------------------------------------------------------
 // Pictures
 
-class ReaderSpanTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+class ReaderSpanTest : public ReaderTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
     OpenStream(GetParam(), kStreamKindVideo);
@@ -81,22 +81,11 @@ TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest,
-                         testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
-                         [](const testing::TestParamInfo<const char*>& info) {
+                         ::testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
                              std::string name = info.param;
                              return name.substr(0, name.find('.'));
                          });
-
-TEST_F(ReaderTest, EndedSpanIsNotRepeatedWithoutNewPositions) {
-    OpenStream("silent.mp4", kStreamKindVideo);
-    Span(0, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    const size_t delivered = sink_.Count();
-    EXPECT_EQ(control_->Run(), 0);  // a player resuming after the end
-    std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(sink_.Count(), delivered);
-    EXPECT_EQ(State(), kEnded);
-}
 
 // ---------------------------------------------------------------------------------------------
 // Sound
@@ -114,7 +103,7 @@ TEST_F(ReaderTest, SoundSpansAreCutToTheSample) {
                  {kMin, kMax, 0, 2 * kSecond},
                  {kMax, kMax, 0, 0}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.current << ".." << c.stop);
+        SCOPED_TRACE(::testing::Message() << c.current << ".." << c.stop);
         sink_.Clear();
         Span(c.current, c.stop);
         ASSERT_TRUE(WaitForState(kEnded));
@@ -141,9 +130,11 @@ TEST_F(ReaderTest, SoundSpansAreCutToTheSample) {
 // ---------------------------------------------------------------------------------------------
 // States: refusal, pause, stop, destruction
 
-TEST_F(ReaderTest, RefusedPushEndsTheSpanWithoutEndOfStream) {
+// One reader through its states: a refused push, a pause and a stop while a push is under way, a
+// run after the end and after a stop.
+TEST_F(ReaderTest, RefusalPauseStopAndRunAfterTheEnd) {
     OpenStream("equirect.mp4", kStreamKindVideo);
-    sink_.RefuseAfter(3);
+    sink_.RefuseAfter(3);  // a refused push ends the span without an end of stream
     Span(0, 0);
     ASSERT_TRUE(WaitForState(kEnded));
     std::this_thread::sleep_for(milliseconds(50));
@@ -151,48 +142,41 @@ TEST_F(ReaderTest, RefusedPushEndsTheSpanWithoutEndOfStream) {
     EXPECT_EQ(sink_.Refused(), 1);
     EXPECT_EQ(sink_.EndOfStreams(), 0);
 
-    // The reader takes a new span afterwards.
+    // Paused, the push under way completes and nothing follows; Run resumes where it was.
     sink_.RefuseAfter(-1);
     sink_.Clear();
-    Span(15 * kFrame, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    EXPECT_EQ(Frames(sink_.Records()), Sequence(15, 19));
-}
-
-TEST_F(ReaderTest, PauseHoldsDeliveryAndRunResumesWhereItWas) {
-    OpenStream("equirect.mp4", kStreamKindVideo);
     sink_.Hold(true);
     Span(0, 0);
     ASSERT_TRUE(WaitUntil([&] { return sink_.InPush(); }));
     control_->Pause();
     EXPECT_EQ(State(), kPaused);
-    sink_.Hold(false);  // the push under way completes; nothing follows while paused
+    sink_.Hold(false);
     std::this_thread::sleep_for(milliseconds(200));
     EXPECT_EQ(sink_.Count(), 1u);
-
     ASSERT_EQ(control_->Run(), 0);
     ASSERT_TRUE(WaitForState(kEnded));
     EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
-}
+    EXPECT_EQ(control_->Run(), 0);  // a player resuming after the end: nothing is repeated
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(sink_.Count(), 20u);
+    EXPECT_EQ(State(), kEnded);
 
-TEST_F(ReaderTest, StopDuringAPushReportsStoppingUntilItReturns) {
-    OpenStream("equirect.mp4", kStreamKindVideo);
+    // A stop while a push is under way reports stopping until it returns, and ends the span there.
+    sink_.Clear();
     sink_.Hold(true);
-    Span(0, 0);
+    Span(15 * kFrame, 0);
     ASSERT_TRUE(WaitUntil([&] { return sink_.InPush(); }));
     control_->Stop();
-    EXPECT_EQ(State(), kStopping) << "a sink call is still under way";
+    EXPECT_EQ(State(), kStopping);
     sink_.Hold(false);
     ASSERT_TRUE(WaitForState(kIdle));
     std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(sink_.Count(), 1u) << "nothing more of the stopped span";
+    EXPECT_EQ(sink_.Count(), 1u) << "more of the stopped span";
     EXPECT_EQ(sink_.EndOfStreams(), 0);
-
-    // Run after Stop delivers the positioned span again.
-    sink_.Clear();
+    sink_.Clear();  // Run after Stop delivers the positioned span again
     ASSERT_EQ(control_->Run(), 0);
     ASSERT_TRUE(WaitForState(kEnded));
-    EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(15, 19));
 }
 
 TEST_F(ReaderTest, ReleasingARunningReaderEndsDelivery) {
