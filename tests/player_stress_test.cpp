@@ -28,7 +28,9 @@ TEST_F(Stress, ThreadsCallingEveryExportThroughASeekStormAndReopensLeaveAWorking
     ASSERT_EQ(OpenClip(), 0);
     constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
     constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
-    const auto inMedia = [](double time) { return time >= 0.0 && time <= kClipTicks + kSecond; };
+    const auto inMedia = [](double time) {
+        return time >= 0.0 && time <= kClipTicks + kSecond / 10;
+    };
     std::atomic<bool> done{false};
     std::atomic<int> badPictures{0}, badTimes{0}, samples{0};
     std::atomic<int64_t> calls{0};
@@ -114,7 +116,7 @@ TEST_F(Stress, ThreadsCallingEveryExportThroughASeekStormAndReopensLeaveAWorking
         Seek(player, seeks % 10 == 0 ? extremes[(seeks / 10) % 4] : inside(random));
         std::this_thread::sleep_for(milliseconds(seeks % 10 == 9 ? 50 : 1));
         if (seeks % 20 == 19) {
-            ASSERT_EQ(OpenClip(), 0);
+            EXPECT_EQ(OpenClip(), 0);
             if (++opens % 3 == 0) Close(player);
         }
     }
