@@ -95,45 +95,41 @@ TEST(AudioBlockPlan, WorkedExampleFreezeFiveMillisecondsIntoATwentyMillisecondBl
     EXPECT_TRUE(std::equal(block.begin() + 960, block.end(), out.begin() + 96960));
 }
 
+// A 20 ms block at 1000 ms against freezes placed around it.
 TEST(AudioBlockPlan, BlockBoundaries) {
-    {  // before the first freeze: its own times, no split
-        const AudioBlockPlan plan(Block(Freezes({{1005, 500}}), 500, 20, kBytesPerMs, kFrame));
-        EXPECT_FALSE(plan.Split());
-        EXPECT_EQ(plan.PieceCount(), 1u);
-        EXPECT_EQ(plan.MappedStart(), 500 * kTicksPerMs);
-        EXPECT_EQ(plan.MappedStop(), 520 * kTicksPerMs);
-    }
-    {  // an earlier freeze shifts the block and every piece of its split
-        const AudioBlockPlan plan(
-            Block(Freezes({{200, 300}, {1005, 500}}), 1000, 20, kBytesPerMs, kFrame));
-        EXPECT_EQ(plan.HeadBytes(), 960u);
-        EXPECT_EQ(plan.Piece(0).start, 1300 * kTicksPerMs);
-        EXPECT_EQ(plan.Piece(25).stop, (1300 + 26 * 20) * kTicksPerMs);
-    }
-    {  // a freeze at the block's start shifts it but inserts nothing
-        const AudioBlockPlan plan(Block(Freezes({{1000, 500}}), 1000, 20, kBytesPerMs, kFrame));
-        EXPECT_FALSE(plan.Split());
-        EXPECT_EQ(plan.MappedStart(), 1500 * kTicksPerMs);
-        EXPECT_EQ(plan.MappedStop(), 1520 * kTicksPerMs);
-    }
-    {  // a freeze at the block's stop: the whole block first, the silence after it
-        const AudioBlockPlan plan(Block(Freezes({{1020, 500}}), 1000, 20, kBytesPerMs, kFrame));
-        ASSERT_TRUE(plan.Split());
-        EXPECT_EQ(plan.HeadBytes(), 3840u);
-        EXPECT_EQ(plan.TailBytes(), 0u);
-        EXPECT_EQ(plan.SilenceBytes(), 96000u);
-        EXPECT_EQ(plan.MappedStart(), 1000 * kTicksPerMs);
-        const std::vector<uint8_t> block = Numbered(3840);
+    const struct {
+        const char* what;
+        std::vector<FreezeSegment> freezes;
+        uint32_t head;  // 0: no split
+        int64_t firstStartMs, lastStopMs;
+    } cases[] = {
+        {"a freeze after it: its own times", {{1500, 500}}, 0, 1000, 1020},
+        {"a freeze at its start shifts it, inserting nothing", {{1000, 500}}, 0, 1500, 1520},
+        {"an earlier freeze shifts every piece", {{200, 300}, {1005, 500}}, 960, 1300, 1820},
+        {"a freeze at its stop: the block, then the silence", {{1020, 500}}, 3840, 1000, 1520},
+    };
+    const std::vector<uint8_t> block = Numbered(3840);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const AudioBlockPlan plan(Block(Freezes(c.freezes), 1000, 20, kBytesPerMs, kFrame));
+        ASSERT_EQ(plan.Split(), c.head != 0);
+        const AudioPiece last = plan.Piece(plan.PieceCount() - 1);
+        EXPECT_EQ(plan.Piece(0).start, c.firstStartMs * kTicksPerMs);
+        EXPECT_EQ(last.stop, c.lastStopMs * kTicksPerMs);
+        if (!plan.Split()) continue;
+        // The block's bytes around the silence, in order.
+        EXPECT_EQ(plan.HeadBytes(), c.head);
         const std::vector<uint8_t> out = Joined(plan, block);
-        EXPECT_TRUE(std::equal(block.begin(), block.end(), out.begin()));
-        EXPECT_TRUE(std::all_of(out.begin() + 3840, out.end(), [](uint8_t b) { return b == 0; }));
+        EXPECT_TRUE(std::equal(block.begin(), block.begin() + c.head, out.begin()));
+        EXPECT_TRUE(std::all_of(out.begin() + c.head, out.begin() + c.head + plan.SilenceBytes(),
+                                [](uint8_t b) { return b == 0; }));
+        EXPECT_TRUE(std::equal(block.begin() + c.head, block.end(), out.end() - plan.TailBytes()));
     }
-    {  // the block after that freeze follows the silence without a gap
-        const Freezes freezes({{1020, 500}});
-        const AudioBlockPlan before(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
-        const AudioBlockPlan after(Block(freezes, 1020, 20, kBytesPerMs, kFrame));
-        EXPECT_EQ(before.Piece(before.PieceCount() - 1).stop, after.MappedStart());
-    }
+    // The block after a freeze at a block's stop follows the silence without a gap.
+    const Freezes freezes({{1020, 500}});
+    const AudioBlockPlan before(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+    const AudioBlockPlan after(Block(freezes, 1020, 20, kBytesPerMs, kFrame));
+    EXPECT_EQ(before.Piece(before.PieceCount() - 1).stop, after.MappedStart());
 }
 
 TEST(AudioBlockPlan, ALeftoverShorterThanABlockGoesOutLastWithItsOwnLength) {

@@ -16,6 +16,7 @@
 #include "platform/module.h"
 #include "vexel/pcm_feed.h"
 #include "vexel/ticks.h"
+#include "wait_until.h"
 #include "wav_reader.h"
 
 namespace vexel {
@@ -109,9 +110,7 @@ TEST(FeedFilterModule, DeliverBlocksOnAFullBufferAndAStopReleasesIt) {
         done.store(true);
     });
     // About two seconds are taken, then the delivery thread waits.
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (delivered.load() < 20 && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    testing::WaitUntil([&] { return delivered.load() >= 20; });
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_GE(delivered.load(), 19);
     EXPECT_LE(delivered.load(), 21);

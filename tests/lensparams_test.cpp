@@ -42,10 +42,7 @@ struct View {
 
 class LensParamsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        lens.clear();
-        lens.resetGeometry();
-    }
+    void SetUp() override { TearDown(); }
     void TearDown() override {
         lens.clear();
         lens.resetGeometry();
@@ -60,9 +57,6 @@ protected:
 
     std::string TempPath(const char* name) {
         return ::testing::TempDir() + "vexel_path_" + std::to_string(getpid()) + "_" + name;
-    }
-    static void WriteFile(const std::string& path, const std::string& text) {
-        std::ofstream(path) << text;
     }
 
     Lens lens;
@@ -165,32 +159,32 @@ TEST_F(LensParamsTest, PanTakesTheShorterWayAcross180) {
     }
 }
 
-TEST_F(LensParamsTest, SaveAndLoadRoundTripExactly) {
+// A saved path loads back exactly, replacing what was there; a corrupt, missing or unreadable file
+// is refused and leaves the loaded path as it was.
+TEST_F(LensParamsTest, SaveAndLoadRoundTripExactlyAndBadFilesAreRefused) {
     lens.setAngle(0.0, 10, -5, 90);
     lens.setPan(1.0 / 3, 170.125, 1e-9);
     lens.setZoom(0.7, 61.5);
     lens.setAngle(2.5, -179.999, 45, 30);
     std::vector<View> before;
     for (double t = -1; t < 4; t += 0.05) before.push_back(At(t));
+    const auto expectAsBefore = [&](const std::string& what) {
+        size_t i = 0;
+        for (double t = -1; t < 4; t += 0.05, ++i) {
+            const View v = At(t);
+            EXPECT_TRUE(v.pan == before[i].pan && v.tilt == before[i].tilt &&
+                        v.fov == before[i].fov)
+                << what << ", at " << t;
+        }
+    };
 
     const std::string path = TempPath("round_trip.json");
     ASSERT_EQ(lens.save(path.c_str()), S_OK);
     lens.clear();
     lens.setAngle(9.0, 1, 1, 1);  // replaced by the load
     ASSERT_EQ(lens.load(path.c_str()), S_OK);
-    size_t i = 0;
-    for (double t = -1; t < 4; t += 0.05, ++i) {
-        const View v = At(t);
-        EXPECT_EQ(v.pan, before[i].pan) << t;
-        EXPECT_EQ(v.tilt, before[i].tilt) << t;
-        EXPECT_EQ(v.fov, before[i].fov) << t;
-    }
-    std::remove(path.c_str());
-}
+    expectAsBefore("loaded");
 
-TEST_F(LensParamsTest, CorruptOrMissingFilesAreRefusedAndThePathKept) {
-    lens.setAngle(1.0, 25, 5, 80);
-    const std::string path = TempPath("corrupt.json");
     const std::string head = R"({"format": "vexel-view-path", "version": 1, "keyframes": )";
     const std::vector<std::string> corrupt = {
         "",
@@ -208,7 +202,7 @@ TEST_F(LensParamsTest, CorruptOrMissingFilesAreRefusedAndThePathKept) {
         std::string(100000, '[') + std::string(100000, ']'),
     };
     for (const std::string& text : corrupt) {
-        WriteFile(path, text);
+        std::ofstream(path) << text;
         EXPECT_EQ(lens.load(path.c_str()), E_INVALID_DATA) << text.substr(0, 120);
     }
     EXPECT_EQ(lens.load(TempPath("missing.json").c_str()), E_FAIL);
@@ -216,11 +210,9 @@ TEST_F(LensParamsTest, CorruptOrMissingFilesAreRefusedAndThePathKept) {
     EXPECT_EQ(lens.save("/nonexistent-folder/path.json"), E_FAIL);
     EXPECT_EQ(lens.load(nullptr), E_POINTER);
     EXPECT_EQ(lens.setAngle(NAN, 0, 0, 90), E_INVALIDARG);
-    const View v = At(1.0);
-    EXPECT_EQ(v.pan, 25);
-    EXPECT_EQ(v.fov, 80);
+    expectAsBefore("after the refusals");
 
-    WriteFile(path, head + "[]}");  // an empty path is a valid file
+    std::ofstream(path) << head + "[]}";  // an empty path is a valid file
     EXPECT_EQ(lens.load(path.c_str()), S_OK);
     EXPECT_EQ(At(1.0).pan, -999);
     std::remove(path.c_str());

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
+#include <initializer_list>
 #include <vector>
 
 #include "audio/pcm_gain.h"
@@ -26,6 +28,15 @@ std::vector<uint8_t> Ramp(int16_t first, int frames) {
     return bytes;
 }
 
+// Runs of `count` samples from `first` on, `step` apart (silence: first and step 0).
+std::vector<int16_t> Runs(std::initializer_list<std::array<int, 3>> runs) {
+    std::vector<int16_t> samples;
+    for (const auto& [count, first, step] : runs) {
+        for (int i = 0; i < count; ++i) samples.push_back(static_cast<int16_t>(first + step * i));
+    }
+    return samples;
+}
+
 std::vector<int16_t> Play(PcmTimeline& timeline, uint32_t frames) {
     std::vector<int16_t> out(frames);
     timeline.Read(reinterpret_cast<uint8_t*>(out.data()), frames);
@@ -38,12 +49,8 @@ TEST(PcmTimeline, BlocksPlayAtTheirStreamTimesWithSilenceBetween) {
     timeline.Add(a.data(), 160, 10 * kTicksPerMs);  // frames 80..159
     timeline.Add(b.data(), 80, 30 * kTicksPerMs);   // frames 240..279
     EXPECT_EQ(timeline.QueuedBytes(), 240u);
-    const auto out = Play(timeline, 300);
-    for (int i = 0; i < 80; ++i) EXPECT_EQ(out[i], 0) << i;
-    for (int i = 0; i < 80; ++i) EXPECT_EQ(out[80 + i], 1 + i) << i;
-    for (int i = 160; i < 240; ++i) EXPECT_EQ(out[i], 0) << i;
-    for (int i = 0; i < 40; ++i) EXPECT_EQ(out[240 + i], 1000 + i) << i;
-    EXPECT_EQ(out[299], 0);
+    EXPECT_EQ(Play(timeline, 300),
+              Runs({{80, 0, 0}, {80, 1, 1}, {80, 0, 0}, {40, 1000, 1}, {20, 0, 0}}));
     EXPECT_EQ(timeline.QueuedBytes(), 0u);
     EXPECT_EQ(timeline.Position(), 300);
 }
@@ -60,7 +67,7 @@ TEST(PcmTimeline, NearbyStampsJoinTheQueueAndSplitReadsPlayEveryFrameOnce) {
         const auto part = Play(timeline, step);
         out.insert(out.end(), part.begin(), part.end());
     }
-    for (int i = 0; i < 480; ++i) EXPECT_EQ(out[i], i) << i;
+    EXPECT_EQ(out, Runs({{480, 0, 1}}));
 }
 
 TEST(PcmTimeline, LateAndOverlappingDataIsCutAway) {
@@ -71,10 +78,7 @@ TEST(PcmTimeline, LateAndOverlappingDataIsCutAway) {
     EXPECT_EQ(timeline.QueuedBytes(), 120u);
     const auto b = Ramp(1000, 160);
     timeline.Add(b.data(), 320, 10 * kTicksPerMs);  // lies 10 ms under a: its first 80 frames go
-    const auto out = Play(timeline, 240);
-    for (int i = 0; i < 60; ++i) EXPECT_EQ(out[i], 100 + i) << i;
-    for (int i = 0; i < 80; ++i) EXPECT_EQ(out[60 + i], 1080 + i) << i;
-    EXPECT_EQ(out[140], 0);
+    EXPECT_EQ(Play(timeline, 240), Runs({{60, 100, 1}, {80, 1080, 1}, {100, 0, 0}}));
 
     const auto old = Ramp(5, 10);
     timeline.Add(old.data(), 20, 0);  // wholly in the past: dropped
@@ -87,9 +91,8 @@ TEST(PcmTimeline, AfterRunningDryALateBlockIsCutNotDelayed) {
     timeline.Add(a.data(), 160, 0);
     Play(timeline, 88);  // a played, and 8 frames (1 ms) of silence: b, due at frame 80, is late
     timeline.Add(b.data(), 160, 10 * kTicksPerMs);
-    const auto out = Play(timeline, 72);
     // b keeps its time: its first 8 frames are gone, the rest plays where it belongs.
-    for (int i = 0; i < 72; ++i) EXPECT_EQ(out[i], 88 + i) << i;
+    EXPECT_EQ(Play(timeline, 72), Runs({{72, 88, 1}}));
 }
 
 TEST(PcmTimeline, PartialFramesAndEightBitSilence) {

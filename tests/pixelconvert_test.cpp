@@ -39,14 +39,7 @@ class PixelConvertTest : public ::testing::Test {
 protected:
     static PixelBufferDesc Desc(uint32_t format, uint32_t width, uint32_t height, uint32_t stride,
                                 uint8_t* data) {
-        PixelBufferDesc desc{};
-        desc.format = format;
-        desc.width = width;
-        desc.height = height;
-        desc.stride = stride;
-        desc.flag1 = 1;
-        desc.data = data;
-        return desc;
+        return {format, 0, width, height, 0, {}, stride, 1, {}, data, {}};
     }
 
     static void ExpectPixel(const uint8_t* bgra, Rgb expected, const char* what) {
@@ -133,29 +126,20 @@ TEST_F(PixelConvertTest, BadRecordsAreRefusedAndNothingIsWritten) {
         int32_t status;
     };
     const std::vector<Case> cases = {
-        {"no source picture", [](PixelBufferDesc& s, PixelBufferDesc&) { s.data = nullptr; },
-         E_POINTER},
-        {"no destination picture", [](PixelBufferDesc&, PixelBufferDesc& d) { d.data = nullptr; },
-         E_POINTER},
-        {"zero width", [](PixelBufferDesc& s, PixelBufferDesc& d) { s.width = d.width = 0; },
+        {"no source picture", [](auto& s, auto&) { s.data = nullptr; }, E_POINTER},
+        {"no destination picture", [](auto&, auto& d) { d.data = nullptr; }, E_POINTER},
+        {"zero width", [](auto& s, auto& d) { s.width = d.width = 0; }, E_INVALIDARG},
+        {"zero height", [](auto& s, auto& d) { s.height = d.height = 0; }, E_INVALIDARG},
+        {"absurd height", [](auto& s, auto& d) { s.height = d.height = 0x80000000u; },
          E_INVALIDARG},
-        {"zero height", [](PixelBufferDesc& s, PixelBufferDesc& d) { s.height = d.height = 0; },
-         E_INVALIDARG},
-        {"absurd height",
-         [](PixelBufferDesc& s, PixelBufferDesc& d) { s.height = d.height = 0x80000000u; },
-         E_INVALIDARG},
-        {"sizes differ", [](PixelBufferDesc&, PixelBufferDesc& d) { d.height = 4; }, E_INVALIDARG},
-        {"destination not BGRA",
-         [](PixelBufferDesc&, PixelBufferDesc& d) { d.format = kPixelFormatYuy2; }, E_INVALIDARG},
-        {"unknown source format", [](PixelBufferDesc& s, PixelBufferDesc&) { s.format = 4; },
-         E_INVALIDARG},
-        {"source stride short", [](PixelBufferDesc& s, PixelBufferDesc&) { s.stride = 126; },
-         E_INVALIDARG},
-        {"destination stride short", [](PixelBufferDesc&, PixelBufferDesc& d) { d.stride = 252; },
-         E_INVALIDARG},
+        {"sizes differ", [](auto&, auto& d) { d.height = 4; }, E_INVALIDARG},
+        {"destination not BGRA", [](auto&, auto& d) { d.format = kPixelFormatYuy2; }, E_INVALIDARG},
+        {"unknown source format", [](auto& s, auto&) { s.format = 4; }, E_INVALIDARG},
+        {"source stride short", [](auto& s, auto&) { s.stride = 126; }, E_INVALIDARG},
+        {"destination stride short", [](auto&, auto& d) { d.stride = 252; }, E_INVALIDARG},
         // The player's stride of width x 2 cannot hold the half pair an odd width ends in.
         {"odd width, player's stride",
-         [](PixelBufferDesc& s, PixelBufferDesc& d) {
+         [](auto& s, auto& d) {
              s.width = d.width = 63;
              s.stride = 126;
          },

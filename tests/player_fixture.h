@@ -16,6 +16,7 @@
 #include "frame_code.h"
 #include "vexel/ticks.h"
 #include "vexelplayer.h"
+#include "wait_until.h"
 
 namespace player_test {
 
@@ -37,17 +38,7 @@ inline double MsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-// Polls pred every millisecond until it holds or timeout passes (generous: the sanitizer trees run
-// these tests on a loaded machine); returns its last answer.
-template <class Pred>
-bool WaitUntil(Pred pred, milliseconds timeout = milliseconds(10'000)) {
-    const auto deadline = Clock::now() + timeout;
-    while (!pred()) {
-        if (Clock::now() >= deadline) return pred();
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return true;
-}
+using vexel::testing::WaitUntil;
 
 // What a presented panorama sample shows: its frame number (-1 for an end marker) and time.
 struct Picture {

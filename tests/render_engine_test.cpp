@@ -285,27 +285,6 @@ TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecond) {
     ExpectOnTime(shown, origin, 0);
 }
 
-TEST_F(RenderEngineTest, AFreezeShiftsLaterFramesAndRepeatsTheFirstFrameAfterIt) {
-    StreamInfo info{};
-    info.frameRate = 10.0;  // 100 ms frames
-    engine.SetVideoStreamInfo(info);
-    const double times[] = {250}, durations[] = {300};
-    engine.SetTimeFreeze(times, durations, 1);
-    engine.Start(Ticks(0));
-    for (uint32_t ms : {0, 100, 200, 300, 400}) ASSERT_EQ(Deliver(ms + 1, ms), kOk);
-    engine.OnVideoEndOfStream();
-
-    std::vector<std::pair<int64_t, uint32_t>> shown;  // presentation ms, source frame ms
-    for (const Presented& p : Play()) {
-        if (!p.IsEnd()) shown.emplace_back(p.timeMs, p.number - 1);
-    }
-    // 300 ms at 10 fps: three copies of the 300 ms frame at 250, 350, 450; then it and the next
-    // one 300 ms late.
-    const std::vector<std::pair<int64_t, uint32_t>> expected = {
-        {0, 0}, {100, 100}, {200, 200}, {250, 300}, {350, 300}, {450, 300}, {600, 300}, {700, 400}};
-    EXPECT_EQ(shown, expected);
-}
-
 // The number Take reads is the top-left pixel of a patterned picture: a picture turned upside
 // down, or a freeze copy left without one, shows another number.
 TEST_F(RenderEngineTest, LatePicturesAreDrawnTopRowFirstSharedByFreezeCopiesAndLetGoOnStop) {

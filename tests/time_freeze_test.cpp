@@ -136,7 +136,7 @@ TEST(FreezeCopyPlan, TheFirstFrameAfterAFreezeStartsIsRepeatedAcrossIt) {
     list.Set(times, durations, 2);
     auto at = [](int64_t ms) { return Ticks(std::chrono::milliseconds(ms)); };
 
-    // (Frames before, at and after a freeze at 10 fps show in the render engine's freeze test.)
+    // (The copies and the frames after them through a whole player show in its sound tests.)
     // Shorter than a frame interval: no copy; earlier freezes shift the copies' times too.
     EXPECT_EQ(FreezeCopyPlan(at(1000), list, 10.0, false).CopyCount(), 0);
     const FreezeCopyPlan later(at(1000), list, 40.0, false);

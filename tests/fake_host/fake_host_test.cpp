@@ -9,6 +9,7 @@
 #include <future>
 #include <thread>
 
+#include "../wait_until.h"
 #include "vexelplayer.h"
 
 namespace {
@@ -22,11 +23,9 @@ protected:
         FakeHost_SetFault(kFakeHostNoFault);
     }
 
-    // Waits (at most 10 s) until the readers were run `count` times in all.
+    // Waits until the readers were run `count` times in all.
     static bool RunsReach(int64_t count) {
-        for (int i = 0; i < 10'000 && FakeHost_Runs() < count; ++i)
-            std::this_thread::sleep_for(1ms);
-        return FakeHost_Runs() >= count;
+        return vexel::testing::WaitUntil([count] { return FakeHost_Runs() >= count; });
     }
 
     PlayerHandle player = Create();
@@ -60,7 +59,7 @@ TEST_F(FakeHost, PlayWaitsForABusyReaderPollingNotSpinningAndSeekDoesNotWait) {
     FakeHost_SetFault(kFakeHostBusy);
     const int64_t runs = FakeHost_Runs();
     auto play = std::async(std::launch::async, [this] { Play(player, 0); });
-    for (int i = 0; i < 10'000 && FakeHost_Polls() < 3; ++i) std::this_thread::sleep_for(1ms);
+    vexel::testing::WaitUntil([] { return FakeHost_Polls() >= 3; });
 
     const auto start = std::chrono::steady_clock::now();
     const int64_t polls = FakeHost_Polls();

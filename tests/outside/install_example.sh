@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Installs the build tree into a fresh prefix, checks the layout, builds the C example against it
-# through pkg-config and through find_package(Vexel), and runs both (and the installed
-# vexel-snapshot) on a clip. Usage: install_example.sh build-dir examples-dir clip work-dir [cflags]
+# Installs the build tree into a fresh prefix, builds the C example against it through pkg-config
+# and through find_package(Vexel), and runs both (and the installed vexel-snapshot) on a clip. Usage: install_example.sh build-dir examples-dir clip work-dir [cflags]
 set -euo pipefail
 
 build=${1:?usage: install_example.sh build examples clip work [cflags]}
@@ -13,26 +12,12 @@ mkdir -p "$work"
 prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 
-failed=0
-fail() { echo "FAIL: $*"; failed=1; }
-
+# The installed layout (links, SONAME, the modules' folder, header, tools) is the package's: the
+# deb_package test lists it.
 library=$(find "$prefix" -name 'libVexelPlayer.so.*.*.*' -print -quit)
 [ -n "$library" ] || { echo "FAIL: libVexelPlayer.so.X.Y.Z not installed"; exit 1; }
 libdir=$(dirname "$library")
-version=${library##*/libVexelPlayer.so.}
-major=${version%%.*}
-[ "$(readlink "$libdir/libVexelPlayer.so.$major")" = "libVexelPlayer.so.$version" ] || fail "no libVexelPlayer.so.$major link"
-[ "$(readlink "$libdir/libVexelPlayer.so")" = "libVexelPlayer.so.$major" ] || fail "no libVexelPlayer.so development link"
-readelf -d "$library" | grep -q "(SONAME).*\[libVexelPlayer.so.$major\]" || fail "SONAME is not libVexelPlayer.so.$major"
-for module in DecodeHost PixelConvert SphereUnwrap LensParams AudioFeedFilter; do
-    [ -f "$libdir/vexel/lib$module.so" ] || fail "lib$module.so is not in $libdir/vexel"
-    [ ! -e "$libdir/lib$module.so" ] || fail "lib$module.so lies loose in $libdir"
-done
-[ -f "$prefix/include/vexelplayer.h" ] || fail "vexelplayer.h not installed"
-for tool in vexel-play vexel-make-sample vexel-snapshot; do
-    [ -x "$prefix/bin/$tool" ] || fail "$tool not installed"
-done
-[ "$failed" -eq 0 ] || exit 1
+failed=0
 
 # Each host plays the clip and must have shown more than a second of it in its two seconds.
 run_snapshot() {

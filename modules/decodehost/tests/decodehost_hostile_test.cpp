@@ -6,7 +6,6 @@
 
 #include <arpa/inet.h>
 #include <cstdlib>
-#include <filesystem>
 #include <limits>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -51,64 +50,23 @@ TEST_F(ReaderTest, PositionsAtTheEndsOf64BitsAreBroughtOntoTheStream) {
     }
 }
 
-TEST_F(ReaderTest, SoundAtTheEndsOf64Bits) {
-    OpenStream("equirect.mp4", kStreamKindAudio);
-    for (const int64_t current : {kMin, kMax}) {
-        sink_.Clear();
-        Span(current, kMax);
-        ASSERT_TRUE(WaitForState(kEnded)) << current;
-        const std::vector<PushedRecord> records = sink_.Records();
-        if (current == kMin) {
-            ASSERT_FALSE(records.empty());
-            EXPECT_EQ(records.front().start, 0);
-            EXPECT_NEAR(static_cast<double>(records.back().stop), 2.0 * kSecond, kSecond / 10.0);
-        } else {
-            EXPECT_TRUE(records.empty());
-        }
-        EXPECT_EQ(sink_.EndOfStreams(), 1);
-    }
-}
-
-// A FIFO, a folder and a device are refused before anything opens them; a FIFO with no writer
-// would block open(2) for ever.
-class BlockingPathTest : public ReaderTest {
-protected:
-    void SetUp() override {
-        ReaderTest::SetUp();
-        folder_ = std::filesystem::temp_directory_path() /
-                  ("decodehost-fifo-" + std::to_string(getpid()));
-        std::filesystem::create_directories(folder_);
-        fifo_ = (folder_ / "clip.mp4").string();
-        ASSERT_EQ(mkfifo(fifo_.c_str(), 0600), 0);
-    }
-    void TearDown() override {
-        std::filesystem::remove_all(folder_);
-        ReaderTest::TearDown();
-    }
-
-    std::filesystem::path folder_;
-    std::string fifo_;
-};
-
-TEST_F(BlockingPathTest, ReaderRefusesWhatIsNotARegularFile) {
-    for (const std::string& path :
-         {fifo_, "file:" + fifo_, folder_.string(), std::string("/dev/zero")}) {
+// What is not a regular file is refused before anything opens it (a FIFO with no writer would
+// block open(2) for ever), and so is a protocol outside the allow list.
+TEST_F(ReaderTest, OnlyRegularFilesAndAllowedProtocolsAreOpened) {
+    const std::string fifo =
+        ::testing::TempDir() + "decodehost-fifo-" + std::to_string(getpid()) + ".mp4";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    CountedRef<MediaDescription> description;
+    for (const std::string& path : std::vector<std::string>{
+             fifo, "file:" + fifo, ::testing::TempDir(), "/dev/zero", "ftp://127.0.0.1:9/clip.mp4",
+             "udp://127.0.0.1:9", "tcp://127.0.0.1:9", "pipe:0",
+             "subfile,,start,0,end,0,,:/etc/hostname"}) {
         const auto start = Clock::now();
-        CountedRef<MediaDescription> description;
         EXPECT_LT(reader_->Open(path.c_str(), description.put()), 0) << path;
         EXPECT_FALSE(description);
         EXPECT_LT(Clock::now() - start, kPrompt) << path;
     }
-    // The reader stays usable.
-    OpenStream("equirect.mp4", kStreamKindVideo);
-}
-
-TEST_F(ReaderTest, ProtocolsOutsideTheAllowListAreRefused) {
-    CountedRef<MediaDescription> description;
-    for (const char* url : {"ftp://127.0.0.1:9/clip.mp4", "udp://127.0.0.1:9", "tcp://127.0.0.1:9",
-                            "pipe:0", "subfile,,start,0,end,0,,:/etc/hostname"}) {
-        EXPECT_LT(reader_->Open(url, description.put()), 0) << url;
-    }
+    unlink(fifo.c_str());
     // The list is the host's to change: without file, local clips are refused too.
     const char* saved = std::getenv("VEXEL_PROTOCOLS");
     const std::string previous = saved != nullptr ? saved : "";
@@ -123,48 +81,31 @@ TEST_F(ReaderTest, ProtocolsOutsideTheAllowListAreRefused) {
     EXPECT_EQ(reader_->Open(("file:" + Clip("equirect.mp4")).c_str(), description.put()), 0);
 }
 
-// A server on the loopback interface that takes connections and never says a word.
+// A server on the loopback interface that never says a word: the kernel completes connections
+// into its backlog, where nobody accepts them.
 class SilentServer {
 public:
     SilentServer() {
-        listener_ = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-            listen(listener_, 4) != 0 ||
-            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-            return;
+        if (bind(listener_, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+            listen(listener_, 4) == 0 &&
+            getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+            port_ = ntohs(address.sin_port);
         }
-        port_ = ntohs(address.sin_port);
-        thread_ = std::thread([this] {
-            pollfd wait{listener_, POLLIN, 0};
-            while (!quit_.load()) {
-                if (poll(&wait, 1, 20) > 0) {
-                    const int peer = accept(listener_, nullptr, nullptr);
-                    if (peer >= 0) peers_.push_back(peer);
-                    accepted_.store(true);
-                }
-            }
-        });
     }
-    ~SilentServer() {
-        quit_.store(true);
-        if (thread_.joinable()) thread_.join();
-        for (const int peer : peers_) close(peer);
-        close(listener_);
-    }
+    ~SilentServer() { close(listener_); }
     int port() const { return port_; }
-    bool accepted() const { return accepted_.load(); }
+    bool connected() const {
+        pollfd waiting{listener_, POLLIN, 0};
+        return poll(&waiting, 1, 0) > 0;
+    }
 
 private:
-    int listener_ = -1;
+    int listener_ = socket(AF_INET, SOCK_STREAM, 0);
     int port_ = 0;
-    std::atomic<bool> quit_{false};
-    std::atomic<bool> accepted_{false};
-    std::vector<int> peers_;  // server thread only
-    std::thread thread_;
 };
 
 TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
@@ -179,7 +120,7 @@ TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
         CountedRef<MediaDescription> description;
         result.store(reader_->Open(url.c_str(), description.put()));
     });
-    ASSERT_TRUE(WaitUntil([&] { return server.accepted(); }));
+    ASSERT_TRUE(WaitUntil([&] { return server.connected(); }));
     std::this_thread::sleep_for(milliseconds(100));  // the request is sent; the reply never comes
     EXPECT_EQ(result.load(), 1) << "the open did not wait for the server";
     const auto stopped = Clock::now();
@@ -197,7 +138,7 @@ TEST_F(ReaderTest, StopInterruptsAnOpenWaitingForTheNetwork) {
 
 // Files whose time stamps begin at 1.5 s report the length of their own 4 s of pictures, and their
 // first picture comes at media time 0.
-class LateStartTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+class LateStartTest : public ReaderTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(LateStartTest, StreamLengthCountsFromItsFirstFrame) {
     uint64_t ticks = 0;
@@ -212,8 +153,8 @@ TEST_P(LateStartTest, StreamLengthCountsFromItsFirstFrame) {
     EXPECT_LE(records.back().start, static_cast<int64_t>(ticks));
 }
 
-INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, testing::Values("late.mkv", "late.ts"),
-                         [](const testing::TestParamInfo<const char*>& info) {
+INSTANTIATE_TEST_SUITE_P(Containers, LateStartTest, ::testing::Values("late.mkv", "late.ts"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
                              return std::string(info.param).substr(5);
                          });
 

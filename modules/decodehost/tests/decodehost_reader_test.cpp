@@ -1,6 +1,6 @@
 // The codec host driven directly through its interfaces, as the player drives it: stream
 // descriptions, output formats, the samples of a span, and the reader's states.
-#include <cmath>
+#include <limits>
 
 #include "reader_fixture.h"
 
@@ -10,6 +10,8 @@ namespace {
 // ---------------------------------------------------------------------------------------------
 // Descriptions and formats
 
+// The formats as described (what the player makes of them is in the player's tests, with the
+// sizes, rates and lengths of its own clips).
 TEST_F(ReaderTest, DescribesItsStreamsAndDeliversTheirFormats) {
     CountedRef<MediaDescription> description;
     ASSERT_EQ(reader_->Open(Clip("equirect.mp4").c_str(), description.put()), 0);
@@ -23,34 +25,24 @@ TEST_F(ReaderTest, DescribesItsStreamsAndDeliversTheirFormats) {
     EXPECT_LT(description->GetStreamInfo(2, &first, &beyond, &second, &ticks, nullptr), 0);
 
     const StreamInfo video = OpenStream("equirect.mp4", kStreamKindVideo, &ticks);
-    EXPECT_EQ(video.width, 128u);
-    EXPECT_EQ(video.height, 64u);
-    EXPECT_DOUBLE_EQ(video.frameRate, 10.0);
-    EXPECT_NEAR(video.duration, 2.0, 1e-6);
     EXPECT_EQ(ticks, static_cast<uint64_t>(2 * kSecond));
-    const VideoFormatPayload pictures = Format().payload.video;  // as described, in BGRA
-    EXPECT_EQ(pictures.width, video.width);
-    EXPECT_EQ(pictures.height, video.height);
-    EXPECT_DOUBLE_EQ(pictures.frameRate, 10.0);
-    EXPECT_EQ(pictures.pixelFormat, 11u);
-
+    const VideoFormatPayload pictures = Format().payload.video;  // in BGRA
+    EXPECT_TRUE(pictures.width == video.width && pictures.height == video.height &&
+                pictures.frameRate == video.frameRate && pictures.pixelFormat == 11u);
     const StreamInfo audio = OpenStream("equirect.mp4", kStreamKindAudio);
-    EXPECT_EQ(audio.channels, 2u);
-    EXPECT_EQ(audio.samplesPerSecond, 48000u);
-    EXPECT_EQ(audio.bitsPerSample, 16u);
-    const AudioFormatPayload sound = Format().payload.audio;  // as described
-    EXPECT_EQ(sound.channels, audio.channels);
-    EXPECT_EQ(sound.samplesPerSecond, audio.samplesPerSecond);
-    EXPECT_EQ(sound.bitsPerSample, audio.bitsPerSample);
+    const AudioFormatPayload sound = Format().payload.audio;
+    EXPECT_TRUE(sound.channels == 2 && sound.samplesPerSecond == 48000 &&
+                sound.bitsPerSample == 16);
+    EXPECT_TRUE(sound.channels == audio.channels &&
+                sound.samplesPerSecond == audio.samplesPerSecond &&
+                sound.bitsPerSample == audio.bitsPerSample);
 }
 
+// (Files it cannot open are refused through the player's Open in the player's tests.)
 TEST_F(ReaderTest, RefusesWhatItCannotOpenOrSelect) {
     CountedRef<MediaDescription> description;
-    EXPECT_LT(reader_->Open(Clip("no-such-file.mp4").c_str(), description.put()), 0);
-    EXPECT_FALSE(description);
-    EXPECT_LT(reader_->Open(Clip("not-media.mp4").c_str(), description.put()), 0);
-    EXPECT_FALSE(description);
     EXPECT_LT(reader_->Open(nullptr, description.put()), 0);
+    EXPECT_FALSE(description);
 
     ASSERT_EQ(reader_->Open(Clip("sound.m4a").c_str(), description.put()), 0);
     CountedRef<MediaStream> stream;
@@ -64,7 +56,7 @@ TEST_F(ReaderTest, RefusesWhatItCannotOpenOrSelect) {
 // ---------------------------------------------------------------------------------------------
 // Pictures
 
-class ReaderSpanTest : public ReaderTest, public testing::WithParamInterface<const char*> {};
+class ReaderSpanTest : public ReaderTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
     OpenStream(GetParam(), kStreamKindVideo);
@@ -89,80 +81,60 @@ TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest,
-                         testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
-                         [](const testing::TestParamInfo<const char*>& info) {
+                         ::testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
                              std::string name = info.param;
                              return name.substr(0, name.find('.'));
                          });
 
-TEST_F(ReaderTest, EndedSpanIsNotRepeatedWithoutNewPositions) {
-    OpenStream("silent.mp4", kStreamKindVideo);
-    Span(0, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    const size_t delivered = sink_.Count();
-    EXPECT_EQ(control_->Run(), 0);  // a player resuming after the end
-    std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(sink_.Count(), delivered);
-    EXPECT_EQ(State(), kEnded);
-}
-
 // ---------------------------------------------------------------------------------------------
 // Sound
 
-TEST_F(ReaderTest, DeliversContinuousPcmWithTheBeeps) {
+// A span is cut to the sample, in blocks of whole stereo sample frames that follow each other
+// without a gap; positions beyond the stream are brought onto it. (Where each second's beep is
+// heard, and how loud, the player's sound tests show.)
+TEST_F(ReaderTest, SoundSpansAreCutToTheSample) {
+    constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+    constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
     OpenStream("equirect.mp4", kStreamKindAudio);
-    Span(0, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    const std::vector<PushedRecord> records = sink_.Records();
-    ASSERT_FALSE(records.empty());
-    EXPECT_EQ(records.front().start, 0);
-
-    std::vector<int16_t> pcm;
-    for (size_t i = 0; i < records.size(); ++i) {
-        EXPECT_EQ(records[i].kind, kMediaKindAudio);
-        EXPECT_EQ(records[i].size % 4, 0u) << "whole stereo 16-bit sample frames";
-        EXPECT_EQ(records[i].stop - records[i].start,
-                  static_cast<int64_t>(records[i].pcm.size() / 2) * kSecond / 48000);
-        if (i > 0) {
-            EXPECT_NEAR(records[i].start, records[i - 1].stop, 1) << "block " << i;
+    const struct {
+        int64_t current, stop, first, last;  // last: 0 for nothing delivered
+    } cases[] = {{kSecond / 2, kSecond, kSecond / 2, kSecond},
+                 {kMin, kMax, 0, 2 * kSecond},
+                 {kMax, kMax, 0, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.current << ".." << c.stop);
+        sink_.Clear();
+        Span(c.current, c.stop);
+        ASSERT_TRUE(WaitForState(kEnded));
+        EXPECT_EQ(sink_.EndOfStreams(), 1);
+        const std::vector<PushedRecord> records = sink_.Records();
+        ASSERT_EQ(records.empty(), c.last == 0);
+        if (records.empty()) continue;
+        for (size_t i = 0; i < records.size(); ++i) {
+            const PushedRecord& r = records[i];
+            EXPECT_EQ(r.size % 4, 0u) << "block " << i;
+            EXPECT_NEAR(r.stop - r.start, static_cast<int64_t>(r.pcm.size() / 2) * kSecond / 48000,
+                        1);
+            if (i > 0) {
+                EXPECT_NEAR(r.start, records[i - 1].stop, 1) << "block " << i;
+            }
         }
-        pcm.insert(pcm.end(), records[i].pcm.begin(), records[i].pcm.end());
+        EXPECT_EQ(records.front().start, c.first);
+        // Open-ended, the stream's own end, which the coder pads by up to a block.
+        EXPECT_NEAR(static_cast<double>(records.back().stop), c.last,
+                    c.stop == kMax ? kSecond / 20.0 : 0.0);
     }
-    EXPECT_NEAR(static_cast<double>(pcm.size() / 2), 2 * 48000.0, 1024.0);
-
-    // Loud during the first tenth of each second, silent in the middle of it.
-    auto level = [&](double from, double to) {
-        double sum = 0;
-        const size_t a = static_cast<size_t>(from * 48000) * 2,
-                     b = static_cast<size_t>(to * 48000) * 2;
-        for (size_t i = a; i < b && i < pcm.size(); ++i) sum += std::abs(pcm[i]);
-        return sum / static_cast<double>(b - a);
-    };
-    for (int second : {0, 1}) {
-        EXPECT_GT(level(second + 0.02, second + 0.08), 3000.0) << "beep at " << second << " s";
-        EXPECT_LT(level(second + 0.3, second + 0.9), 50.0) << "silence after " << second << " s";
-    }
-}
-
-TEST_F(ReaderTest, SoundSpanIsCutToTheSample) {
-    OpenStream("equirect.mp4", kStreamKindAudio);
-    Span(kSecond / 2, kSecond);
-    ASSERT_TRUE(WaitForState(kEnded));
-    const std::vector<PushedRecord> records = sink_.Records();
-    ASSERT_FALSE(records.empty());
-    EXPECT_EQ(records.front().start, kSecond / 2);
-    EXPECT_EQ(records.back().stop, kSecond);
-    size_t samples = 0;
-    for (const PushedRecord& r : records) samples += r.pcm.size() / 2;
-    EXPECT_EQ(samples, 24000u);
 }
 
 // ---------------------------------------------------------------------------------------------
 // States: refusal, pause, stop, destruction
 
-TEST_F(ReaderTest, RefusedPushEndsTheSpanWithoutEndOfStream) {
+// One reader through its states: a refused push, a pause and a stop while a push is under way, a
+// run after the end and after a stop.
+TEST_F(ReaderTest, RefusalPauseStopAndRunAfterTheEnd) {
     OpenStream("equirect.mp4", kStreamKindVideo);
-    sink_.RefuseAfter(3);
+    sink_.RefuseAfter(3);  // a refused push ends the span without an end of stream
     Span(0, 0);
     ASSERT_TRUE(WaitForState(kEnded));
     std::this_thread::sleep_for(milliseconds(50));
@@ -170,48 +142,41 @@ TEST_F(ReaderTest, RefusedPushEndsTheSpanWithoutEndOfStream) {
     EXPECT_EQ(sink_.Refused(), 1);
     EXPECT_EQ(sink_.EndOfStreams(), 0);
 
-    // The reader takes a new span afterwards.
+    // Paused, the push under way completes and nothing follows; Run resumes where it was.
     sink_.RefuseAfter(-1);
     sink_.Clear();
-    Span(15 * kFrame, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    EXPECT_EQ(Frames(sink_.Records()), Sequence(15, 19));
-}
-
-TEST_F(ReaderTest, PauseHoldsDeliveryAndRunResumesWhereItWas) {
-    OpenStream("equirect.mp4", kStreamKindVideo);
     sink_.Hold(true);
     Span(0, 0);
     ASSERT_TRUE(WaitUntil([&] { return sink_.InPush(); }));
     control_->Pause();
     EXPECT_EQ(State(), kPaused);
-    sink_.Hold(false);  // the push under way completes; nothing follows while paused
+    sink_.Hold(false);
     std::this_thread::sleep_for(milliseconds(200));
     EXPECT_EQ(sink_.Count(), 1u);
-
     ASSERT_EQ(control_->Run(), 0);
     ASSERT_TRUE(WaitForState(kEnded));
     EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
-}
+    EXPECT_EQ(control_->Run(), 0);  // a player resuming after the end: nothing is repeated
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(sink_.Count(), 20u);
+    EXPECT_EQ(State(), kEnded);
 
-TEST_F(ReaderTest, StopDuringAPushReportsStoppingUntilItReturns) {
-    OpenStream("equirect.mp4", kStreamKindVideo);
+    // A stop while a push is under way reports stopping until it returns, and ends the span there.
+    sink_.Clear();
     sink_.Hold(true);
-    Span(0, 0);
+    Span(15 * kFrame, 0);
     ASSERT_TRUE(WaitUntil([&] { return sink_.InPush(); }));
     control_->Stop();
-    EXPECT_EQ(State(), kStopping) << "a sink call is still under way";
+    EXPECT_EQ(State(), kStopping);
     sink_.Hold(false);
     ASSERT_TRUE(WaitForState(kIdle));
     std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(sink_.Count(), 1u) << "nothing more of the stopped span";
+    EXPECT_EQ(sink_.Count(), 1u) << "more of the stopped span";
     EXPECT_EQ(sink_.EndOfStreams(), 0);
-
-    // Run after Stop delivers the positioned span again.
-    sink_.Clear();
+    sink_.Clear();  // Run after Stop delivers the positioned span again
     ASSERT_EQ(control_->Run(), 0);
     ASSERT_TRUE(WaitForState(kEnded));
-    EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
+    EXPECT_EQ(Frames(sink_.Records()), Sequence(15, 19));
 }
 
 TEST_F(ReaderTest, ReleasingARunningReaderEndsDelivery) {
@@ -225,27 +190,25 @@ TEST_F(ReaderTest, ReleasingARunningReaderEndsDelivery) {
 // ---------------------------------------------------------------------------------------------
 // Damaged input
 
-TEST_F(ReaderTest, CutFilePlaysWhatItHoldsAndEnds) {
-    OpenStream("cut.mp4", kStreamKindVideo);
-    Span(0, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    const std::vector<int64_t> frames = Frames(sink_.Records());
-    ASSERT_FALSE(frames.empty());
-    EXPECT_LT(frames.size(), 20u);
-    EXPECT_EQ(frames, Sequence(0, static_cast<int64_t>(frames.size()) - 1));
-    EXPECT_EQ(sink_.EndOfStreams(), 1);
-}
-
-TEST_F(ReaderTest, DamagedPacketsAreSkipped) {
-    OpenStream("damaged.mp4", kStreamKindVideo);
-    Span(0, 0);
-    ASSERT_TRUE(WaitForState(kEnded));
-    const std::vector<PushedRecord> records = sink_.Records();
-    EXPECT_GE(records.size(), 10u);
-    for (size_t i = 1; i < records.size(); ++i) {
-        EXPECT_GT(records[i].start, records[i - 1].start);
+// A cut-off file plays what it holds, a damaged one skips what it cannot decode; both end.
+TEST_F(ReaderTest, CutAndDamagedFilesPlayWhatTheyCanAndEnd) {
+    for (const char* clip : {"cut.mp4", "damaged.mp4"}) {
+        SCOPED_TRACE(clip);
+        OpenStream(clip, kStreamKindVideo);
+        sink_.Clear();
+        Span(0, 0);
+        ASSERT_TRUE(WaitForState(kEnded));
+        const std::vector<PushedRecord> records = sink_.Records();
+        const bool cut = clip[0] == 'c';
+        EXPECT_GE(records.size(), cut ? 1u : 10u);
+        EXPECT_LT(records.size(), cut ? 20u : 21u);
+        if (cut) {
+            EXPECT_EQ(Frames(records), Sequence(0, std::ssize(records) - 1));
+        }
+        for (size_t i = 1; i < records.size(); ++i)
+            EXPECT_GT(records[i].start, records[i - 1].start);
+        EXPECT_EQ(sink_.EndOfStreams(), 1);
     }
-    EXPECT_EQ(sink_.EndOfStreams(), 1);
 }
 
 }  // namespace

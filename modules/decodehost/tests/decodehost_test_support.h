@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "../../../tests/wait_until.h"
 #include "frame_code.h"
 #include "vexel/ticks.h"
 
@@ -22,24 +23,13 @@ using std::chrono::milliseconds;
 
 constexpr int64_t kSecond = vexel::kTicksPerSecond;
 constexpr int64_t kFrame = kSecond / 10;  // the test clips run at 10 frames per second
-// Generous: the sanitizer builds run these tests too, on a busy machine.
-constexpr milliseconds kDeadline{20'000};
 
 // A clip made by make_clips.sh (equirect.mp4: 128x64, 20 frames, keyframe every 10, stereo).
 inline std::string Clip(const std::string& name) {
     return std::string(DECODEHOST_TEST_CLIPS) + "/" + name;
 }
 
-// Polls pred every millisecond until it holds or the deadline passes; returns its last answer.
-template <class Pred>
-bool WaitUntil(Pred pred, milliseconds timeout = kDeadline) {
-    const auto deadline = Clock::now() + timeout;
-    while (!pred()) {
-        if (Clock::now() >= deadline) return pred();
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return true;
-}
+using vexel::testing::WaitUntil;
 
 // Frame number drawn into a picture of B,G,R,A pixels; bottomUp for rows stored last row first.
 inline int64_t FrameNumber(const uint8_t* pixels, int width, int height, bool bottomUp = false) {

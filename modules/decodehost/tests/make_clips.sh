@@ -10,8 +10,6 @@ cd "$folder"
 
 small=(--size 128x64 --fps 10 --keyframes 10 --quality 16)
 "$make_sample" "${small[@]}" --seconds 2 equirect.mp4
-"$make_sample" "${small[@]}" --seconds 1 --layout partial partial.mp4
-"$make_sample" "${small[@]}" --seconds 1 --layout dual-fisheye dual-fisheye.mp4
 "$make_sample" "${small[@]}" --seconds 1 --no-audio silent.mp4
 "$make_sample" --seconds 1 --audio-only sound.m4a
 "$make_sample" "${small[@]}" --seconds 2 --truncate 0.6 --no-audio cut.mp4

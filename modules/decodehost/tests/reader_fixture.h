@@ -24,7 +24,7 @@ inline CreateCodecHostFn Entry() {
                   : nullptr;
 }
 
-class ReaderTest : public testing::Test {
+class ReaderTest : public ::testing::Test {
 protected:
     void SetUp() override {
         CreateCodecHostFn create = Entry();

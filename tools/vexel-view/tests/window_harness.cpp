@@ -191,24 +191,17 @@ mediakit::Canvas Panorama::View(double pan, double tilt, double fov, int width, 
     return view;
 }
 
-double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b) {
+double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b, int rows) {
     if (a.width != b.width || a.height != b.height || a.pixels.empty()) return 255.0;
+    const size_t count = rows > 0 ? size_t(a.width) * std::min(rows, a.height) : a.pixels.size();
     double sum = 0.0;
-    for (size_t i = 0; i < a.pixels.size(); ++i) {
+    for (size_t i = 0; i < count; ++i) {
         for (int shift = 0; shift < 24; shift += 8) {
             sum += std::abs(static_cast<int>((a.pixels[i] >> shift) & 0xFF) -
                             static_cast<int>((b.pixels[i] >> shift) & 0xFF));
         }
     }
-    return sum / (3.0 * static_cast<double>(a.pixels.size()));
-}
-
-mediakit::Canvas Top(const mediakit::Canvas& picture, int rows) {
-    mediakit::Canvas top(picture.width, rows);
-    std::copy(picture.pixels.begin(),
-              picture.pixels.begin() + static_cast<ptrdiff_t>(top.pixels.size()),
-              top.pixels.begin());
-    return top;
+    return sum / (3.0 * static_cast<double>(count));
 }
 
 }  // namespace viewtest

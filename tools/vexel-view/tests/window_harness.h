@@ -82,11 +82,8 @@ private:
     InlayBuffer* sample_ = nullptr;
 };
 
-// Mean absolute difference of the R, G and B bytes of two pictures of the same size, 0 to 255
-// (255 for pictures of different sizes).
-double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b);
-
-// The top `rows` rows of a picture.
-mediakit::Canvas Top(const mediakit::Canvas& picture, int rows);
+// Mean absolute difference of the R, G and B bytes of two pictures of the same size, over their
+// top `rows` rows (all when 0), 0 to 255 (255 for pictures of different sizes).
+double MeanDifference(const mediakit::Canvas& a, const mediakit::Canvas& b, int rows = 0);
 
 }  // namespace viewtest
