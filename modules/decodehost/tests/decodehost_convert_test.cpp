@@ -149,14 +149,14 @@ std::vector<uint8_t> LateBottomUp(IPictureSource& picture, int width, int height
     return out;
 }
 
-class ConverterFormatTest : public testing::TestWithParam<AVPixelFormat> {};
+class ConverterFormatTest : public ::testing::TestWithParam<AVPixelFormat> {};
 
 TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
     const AVPixelFormat format = GetParam();
     // libyuv weighs chroma in 64ths: deeper samples keep one more level of its rounding.
     const int tolerance = av_pix_fmt_desc_get(format)->comp[0].depth > 8 ? 3 : 2;
     for (const Tag& tag : {kUntagged, kBt601Full, kBt709, kBt709Full, kBt2020, kBt2020Full}) {
-        SCOPED_TRACE(testing::Message() << "colour space " << tag.space << ", range " << tag.range);
+        SCOPED_TRACE(::testing::Message() << "colour space " << tag.space << ", range " << tag.range);
         FramePtr frame = TestPicture(format, tag);
         ASSERT_TRUE(frame);
         const std::vector<uint8_t> converted = Converted(*frame);
@@ -168,14 +168,14 @@ TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
 }
 
 INSTANTIATE_TEST_SUITE_P(PixelFormats, ConverterFormatTest,
-                         testing::Values(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P,
+                         ::testing::Values(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P,
                                          AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUVJ422P,
                                          AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NV12,
                                          AV_PIX_FMT_NV21, AV_PIX_FMT_YUV420P10LE,
                                          AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV444P10LE,
                                          AV_PIX_FMT_YUV420P12LE, AV_PIX_FMT_P010LE,
                                          AV_PIX_FMT_P210LE),
-                         [](const testing::TestParamInfo<AVPixelFormat>& info) {
+                         [](const ::testing::TestParamInfo<AVPixelFormat>& info) {
                              return std::string(av_get_pix_fmt_name(info.param));
                          });
 
