@@ -16,8 +16,8 @@ extern "C" {
 }
 
 #include "decodehost_test_support.h"
-#include "media_reader.h"
 #include "frame_picture.h"
+#include "media_reader.h"
 #include "vexel/counted_ref.h"
 #include "video_converter.h"
 
@@ -139,7 +139,8 @@ std::vector<uint8_t> Converted(const AVFrame& frame) {
 std::vector<uint8_t> LateBottomUp(IPictureSource& picture, int width, int height) {
     const size_t row = static_cast<size_t>(width) * 4, stride = row + 36;
     std::vector<uint8_t> rows(stride * height, 0xA5), out(row * height);
-    EXPECT_EQ(picture.WriteTopDown(rows.data(), static_cast<uint32_t>(stride), width, height), S_OK);
+    EXPECT_EQ(picture.WriteTopDown(rows.data(), static_cast<uint32_t>(stride), width, height),
+              S_OK);
     for (int y = 0; y < height; ++y) {
         const uint8_t* line = rows.data() + y * stride;
         std::copy_n(line, row, out.data() + (height - 1 - y) * row);
@@ -156,7 +157,8 @@ TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
     // libyuv weighs chroma in 64ths: deeper samples keep one more level of its rounding.
     const int tolerance = av_pix_fmt_desc_get(format)->comp[0].depth > 8 ? 3 : 2;
     for (const Tag& tag : {kUntagged, kBt601Full, kBt709, kBt709Full, kBt2020, kBt2020Full}) {
-        SCOPED_TRACE(::testing::Message() << "colour space " << tag.space << ", range " << tag.range);
+        SCOPED_TRACE(::testing::Message()
+                     << "colour space " << tag.space << ", range " << tag.range);
         FramePtr frame = TestPicture(format, tag);
         ASSERT_TRUE(frame);
         const std::vector<uint8_t> converted = Converted(*frame);
@@ -169,12 +171,12 @@ TEST_P(ConverterFormatTest, MatchesLibswscaleInEveryMatrixAndRange) {
 
 INSTANTIATE_TEST_SUITE_P(PixelFormats, ConverterFormatTest,
                          ::testing::Values(AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUVJ420P,
-                                         AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUVJ422P,
-                                         AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NV12,
-                                         AV_PIX_FMT_NV21, AV_PIX_FMT_YUV420P10LE,
-                                         AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV444P10LE,
-                                         AV_PIX_FMT_YUV420P12LE, AV_PIX_FMT_P010LE,
-                                         AV_PIX_FMT_P210LE),
+                                           AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUVJ422P,
+                                           AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NV12,
+                                           AV_PIX_FMT_NV21, AV_PIX_FMT_YUV420P10LE,
+                                           AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_YUV444P10LE,
+                                           AV_PIX_FMT_YUV420P12LE, AV_PIX_FMT_P010LE,
+                                           AV_PIX_FMT_P210LE),
                          [](const ::testing::TestParamInfo<AVPixelFormat>& info) {
                              return std::string(av_get_pix_fmt_name(info.param));
                          });
