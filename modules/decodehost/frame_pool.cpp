@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <mutex>
+#include <new>
 #include <sys/mman.h>
 
 extern "C" {
@@ -21,18 +23,6 @@ constexpr size_t kPlanePadding = AV_INPUT_BUFFER_PADDING_SIZE;
 
 size_t Aligned(size_t bytes) { return (bytes + kPlaneAlignment - 1) & ~(kPlaneAlignment - 1); }
 
-void Unmap(void* opaque, uint8_t* data) { munmap(data, reinterpret_cast<size_t>(opaque)); }
-
-AVBufferRef* Map(size_t bytes) {
-    void* data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (data == MAP_FAILED) return nullptr;
-    madvise(data, bytes, MADV_HUGEPAGE);  // advice only; nothing changes where it is refused
-    AVBufferRef* buffer = av_buffer_create(static_cast<uint8_t*>(data), bytes, Unmap,
-                                           reinterpret_cast<void*>(bytes), 0);
-    if (buffer == nullptr) munmap(data, bytes);
-    return buffer;
-}
-
 // Formats whose planes libavcodec lays out in the usual way; others (palettes, hardware frames)
 // keep libavcodec's own buffers.
 bool Plain(const AVCodecContext* codec, const AVFrame* frame) {
@@ -46,22 +36,97 @@ bool Plain(const AVCodecContext* codec, const AVFrame* frame) {
 
 }  // namespace
 
-FramePool::~FramePool() { av_buffer_pool_uninit(&pool_); }
+std::atomic<int64_t> FramePool::mapped_{0};
+
+uint8_t* FramePool::Map(size_t bytes) {
+    void* data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (data == MAP_FAILED) return nullptr;
+    madvise(data, bytes, MADV_HUGEPAGE);  // advice only; nothing changes where it is refused
+    mapped_.fetch_add(1);
+    return static_cast<uint8_t*>(data);
+}
+
+void FramePool::Unmap(uint8_t* data, size_t bytes) {
+    munmap(data, bytes);
+    mapped_.fetch_sub(1);
+}
+
+// Buffers waiting for reuse, all of `bytes` bytes.
+struct FramePool::Idle {
+    std::mutex lock;
+    uint8_t* buffers[kIdleBuffers] = {};
+    size_t count = 0;
+    size_t bytes = 0;
+    bool open = true;  // false once the pool is gone: buffers coming back are unmapped
+
+    // Unmaps the buffers waiting; called with the lock held.
+    void Drop() {
+        for (size_t i = 0; i < count; ++i) Unmap(buffers[i], bytes);
+        count = 0;
+    }
+};
+
+// One buffer handed to libavcodec: where it goes back to.
+struct FramePool::Lease {
+    std::shared_ptr<Idle> idle;
+    size_t bytes;
+};
+
+FramePool::FramePool() : idle_(std::make_shared<Idle>()) {}
+
+FramePool::~FramePool() {
+    std::lock_guard<std::mutex> guard(idle_->lock);
+    idle_->Drop();
+    idle_->open = false;
+}
 
 void FramePool::Attach(AVCodecContext* codec) {
     if (codec->codec_type != AVMEDIA_TYPE_VIDEO) return;
     codec->opaque = this;
     codec->get_buffer2 = GetBuffer;
+#if FF_API_THREAD_SAFE_CALLBACKS
+    // GetBuffer is safe on any thread. This libavcodec calls it from its frame threads either way
+    // and only warns about a callback not marked so.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    codec->thread_safe_callbacks = 1;
+#pragma GCC diagnostic pop
+#endif
 }
 
 AVBufferRef* FramePool::Take(size_t bytes) {
-    std::lock_guard<std::mutex> guard(lock_);
-    if (bytes != bytes_) {  // a new picture size: buffers of the old one go as they come back
-        av_buffer_pool_uninit(&pool_);
-        pool_ = av_buffer_pool_init(bytes, Map);
-        bytes_ = pool_ != nullptr ? bytes : 0;
+    uint8_t* data = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(idle_->lock);
+        if (bytes != idle_->bytes) {  // a new picture size: the waiting buffers are no use
+            idle_->Drop();
+            idle_->bytes = bytes;
+        }
+        if (idle_->count > 0) data = idle_->buffers[--idle_->count];
     }
-    return pool_ != nullptr ? av_buffer_pool_get(pool_) : nullptr;
+    if (data == nullptr) data = Map(bytes);
+    if (data == nullptr) return nullptr;
+    auto* lease = new (std::nothrow) Lease{idle_, bytes};
+    AVBufferRef* buffer =
+        lease != nullptr ? av_buffer_create(data, bytes, GiveBack, lease, 0) : nullptr;
+    if (buffer == nullptr) {
+        delete lease;
+        Unmap(data, bytes);
+    }
+    return buffer;
+}
+
+void FramePool::GiveBack(void* opaque, uint8_t* data) {
+    std::unique_ptr<Lease> lease(static_cast<Lease*>(opaque));
+    {
+        Idle& idle = *lease->idle;
+        std::lock_guard<std::mutex> guard(idle.lock);
+        if (idle.open && lease->bytes == idle.bytes && idle.count < kIdleBuffers) {
+            idle.buffers[idle.count++] = data;
+            return;
+        }
+    }
+    Unmap(data, lease->bytes);
 }
 
 int FramePool::GetBuffer(AVCodecContext* codec, AVFrame* frame, int flags) {

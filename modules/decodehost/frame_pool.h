@@ -6,13 +6,19 @@
 // more while pictures are held downstream. With huge pages that is 6 faults a picture, and fewer
 // TLB misses for the conversion that reads it.
 //
-// Threads: libavcodec calls GetBuffer from its frame threads at once; the pool has its own lock.
-// Buffers may outlive the pool and the decoder (a picture still referenced downstream): each
-// unmaps itself when its last reference goes.
+// A buffer whose last reference goes waits for reuse, up to kIdleBuffers of them (what decoding
+// up to a seek's target needs here); the rest go back to the system at once. So the pictures a
+// playback held queued (30) do not stay mapped once it stops.
+//
+// Threads: libavcodec calls GetBuffer from its frame threads; buffers come back on whichever
+// thread lets a picture go, also after the pool and its decoder are gone (a picture still queued
+// downstream). The idle list has its own lock and lives as long as the last of them.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
-#include <mutex>
+#include <cstdint>
+#include <memory>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -22,7 +28,9 @@ namespace vexel::decodehost {
 
 class FramePool {
 public:
-    FramePool() = default;
+    static constexpr size_t kIdleBuffers = 8;
+
+    FramePool();
     FramePool(const FramePool&) = delete;
     FramePool& operator=(const FramePool&) = delete;
     ~FramePool();
@@ -31,13 +39,20 @@ public:
     // outlive it.
     void Attach(AVCodecContext* codec);
 
+    // Buffers of every pool of the process mapped now, in use or waiting.
+    static int64_t MappedForTesting() { return mapped_.load(); }
+
 private:
+    struct Idle;
+    struct Lease;
     static int GetBuffer(AVCodecContext* codec, AVFrame* frame, int flags);
+    static void GiveBack(void* lease, uint8_t* data);
+    static uint8_t* Map(size_t bytes);
+    static void Unmap(uint8_t* data, size_t bytes);
     AVBufferRef* Take(size_t bytes);
 
-    std::mutex lock_;
-    AVBufferPool* pool_ = nullptr;  // buffers of bytes_ each
-    size_t bytes_ = 0;
+    std::shared_ptr<Idle> idle_;
+    static std::atomic<int64_t> mapped_;
 };
 
 }  // namespace vexel::decodehost
