@@ -188,9 +188,26 @@ protected:
     RenderEngine engine;
 };
 
+// Bad pictures are dropped. A view size is taken when neither side is 0 or over 16384 and the
+// view is at most 512 MiB; otherwise the size stays.
 TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEnd) {
+    const uint32_t sides[] = {0, 1, 8192, 8193, 16384, 16385, UINT32_MAX};
+    for (uint32_t w : sides) {
+        for (uint32_t h : sides) {
+            const uint32_t oldWidth = engine.ViewWidth(), oldHeight = engine.ViewHeight();
+            engine.SetViewDim(w, h);
+            const bool taken = w > 0 && h > 0 && w <= 16384 && h <= 16384 &&
+                               uint64_t{w} * h * 4 <= (uint64_t{512} << 20);
+            EXPECT_EQ(engine.ViewWidth(), taken ? w : oldWidth) << w << "x" << h;
+            EXPECT_EQ(engine.ViewHeight(), taken ? h : oldHeight) << w << "x" << h;
+        }
+    }
     engine.SetViewDim(40, 20);
     engine.Start(Ticks(0));
+    std::vector<uint32_t> tooShort(10, 0);
+    EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
+              kOk);
+    EXPECT_EQ(engine.OnVideoSample(nullptr, kWidth * kHeight * 4, 0, 1), kOk);
     for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(Deliver(i + 1, i * 10), kOk);
     engine.OnVideoEndOfStream();  // the decoder is far ahead: the clock starts at once
     const TickClock::TimePoint origin = clock.Now();
@@ -198,7 +215,7 @@ TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEnd) 
     ASSERT_EQ(shown.size(), 21u);
     ExpectOnTime(shown, origin, 0);
     for (uint32_t i = 0; i < 20; ++i) {
-        EXPECT_EQ(shown[i].number, i + 1);
+        EXPECT_EQ(shown[i].number, i + 1) << "a bad picture was shown";
         EXPECT_FALSE(shown[i].seek);
         EXPECT_EQ(shown[i].viewWidth, 40u) << "frame " << i + 1;
     }
@@ -271,18 +288,30 @@ TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAfterAStartAndAResum
     ExpectOnTime(shown, origin, 440);
 }
 
-// (Nor longer than the range: the resume above starts once the rest of the range is queued.)
-TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecond) {
+// (Nor longer than the range: the resume above starts once the rest of the range is queued.) A
+// view that cannot be drawn costs its frame the view sample, and playback goes on.
+TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecondAndAFailedDrawingCostsOnlyItsView) {
+    engine.SetViewDim(16, 8);
+    engine.FailRenderingForTesting(true);
     engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    ASSERT_EQ(Deliver(2, 40), kOk);  // then the decoder stalls
+    ASSERT_EQ(Deliver(1, 0), kOk);  // then the decoder stalls
     ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(499)));
     clock.Advance(milliseconds(2));
     const TickClock::TimePoint origin = clock.Now();
-    const std::vector<Presented> shown = Play(2);
-    ASSERT_EQ(shown.size(), 2u);
-    EXPECT_EQ(shown.front().number, 1u);
+    std::vector<Presented> shown = Play(1);
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].viewWidth, 0u);
+
+    engine.FailRenderingForTesting(false);
+    ASSERT_EQ(Deliver(2, 10), kOk);
+    ASSERT_EQ(Deliver(3, 20), kOk);
+    engine.OnVideoEndOfStream();
+    for (const Presented& p : Play()) shown.push_back(p);
+    ASSERT_EQ(shown.size(), 4u);
     ExpectOnTime(shown, origin, 0);
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(shown[i].number, i + 1);
+    EXPECT_EQ(shown[1].viewWidth, 16u);
+    EXPECT_EQ(shown[2].viewWidth, 16u);
 }
 
 // The number Take reads is the top-left pixel of a patterned picture: a picture turned upside
@@ -334,61 +363,6 @@ TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
     engine.Start(Ticks(0));
     EXPECT_EQ(engine.GetStateForTesting(), State::kPlaying) << "a stop ends seeking";
     EXPECT_EQ(Deliver(9, 0), kOk);
-}
-
-TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
-    // Empty views, a side over 16384 or a picture over 512 MiB are refused; the size stays.
-    for (const auto& [width, height] : {std::pair<uint32_t, uint32_t>{100000, 100000},
-                                        {16385, 1},
-                                        {1, 16385},
-                                        {16384, 8193},
-                                        {0, 8},
-                                        {8, 0},
-                                        {UINT32_MAX, UINT32_MAX}}) {
-        engine.SetViewDim(width, height);
-        EXPECT_EQ(engine.ViewWidth(), 320u) << width << "x" << height;
-        EXPECT_EQ(engine.ViewHeight(), 180u) << width << "x" << height;
-    }
-    engine.SetViewDim(16384, 8192);  // exactly 512 MiB
-    EXPECT_EQ(engine.ViewHeight(), 8192u);
-    engine.SetViewDim(16, 8);
-    engine.Start(Ticks(0));
-    std::vector<uint32_t> tooShort(10, 0);
-    EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
-              kOk);
-    EXPECT_EQ(engine.OnVideoSample(nullptr, kWidth * kHeight * 4, 0, 1), kOk);
-    ASSERT_EQ(Deliver(5, 0), kOk);
-    engine.OnVideoEndOfStream();
-
-    const Presented shown = Next();  // its view drawn as the projection draws it
-    EXPECT_EQ(shown.number, 5u) << "a bad picture was shown";
-    EXPECT_EQ(shown.viewWidth, 16u);
-}
-
-TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackGoesOn) {
-    engine.SetViewDim(16, 8);
-    engine.FailRenderingForTesting(true);
-    engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    ASSERT_EQ(Deliver(2, 10), kOk);
-    clock.AwaitWaiters();
-    clock.Advance(milliseconds(501));  // the preroll gives up waiting for more frames
-
-    const Presented first = Next();
-    EXPECT_EQ(first.number, 1u);
-    EXPECT_EQ(first.viewWidth, 0u);
-    // Frame 2 may be rendered already; frame 3 is rendered after rendering works again.
-    engine.FailRenderingForTesting(false);
-    ASSERT_EQ(Deliver(3, 20), kOk);
-    clock.AwaitWaiters();
-    clock.Advance(microseconds(10'500));
-    EXPECT_EQ(Next().number, 2u);
-    clock.AwaitWaiters();
-    clock.Advance(milliseconds(10));
-    const Presented third = Next();
-    EXPECT_EQ(third.number, 3u);
-    EXPECT_EQ(third.viewWidth, 16u);
-    EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
 }
 
 // The engine with the real lens module, whose view path starts empty and is left empty. Frames are
@@ -450,16 +424,17 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     live.push_back(
         NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
     EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
-    // A pan turning at every frame, so that its keyframes keep every sample.
+    // A pan's queued values play out one per presented frame, turning at every frame so that its
+    // keyframes keep every sample.
     live.push_back(NextAfter([&] {
                        engine.StartPan();
-                       engine.AddPan(100.0, 5.0);
+                       for (double pan : {100.0, 90.0, 100.0}) engine.AddPan(pan, 5.0);
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {100.0, 5.0, 80.0})) << "the field of view follows the path";
-    live.push_back(NextAfter([&] { engine.AddPan(90.0, 6.0); }).view);
-    EXPECT_EQ(live.back().pan, 90.0);
-    live.push_back(NextAfter([&] { engine.AddPan(100.0, 7.0); }).view);
-    EXPECT_EQ(live.back().pan, 100.0);
+    for (double pan : {90.0, 100.0}) {
+        live.push_back(NextFrame().view);
+        EXPECT_EQ(live.back().pan, pan);
+    }
     // SetView right after the gesture: its keyframe is at the next frame, after the gesture's.
     live.push_back(NextAfter([&] {
                        engine.EndPan();
@@ -482,20 +457,6 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
         EXPECT_EQ(replayed.tilt, live[i].tilt) << "frame " << i + 1;
         EXPECT_NEAR(replayed.fov, live[i].fov, 1e-9) << "frame " << i + 1;
     }
-}
-
-TEST_F(LateViewTest, QueuedGestureValuesPlayOutOnePerPresentedFrame) {
-    StartFrames(8);
-    const Presented first = NextAfter([&] {
-        engine.StartPan();
-        for (double pan : {10.0, 20.0, 30.0}) engine.AddPan(pan, 1.0);
-        engine.StartZoom();
-        engine.AddZoom(70.0);
-    });
-    EXPECT_TRUE(SameView(first.view, {10.0, 1.0, 70.0}));
-    std::vector<double> pans;
-    for (int i = 0; i < 3; ++i) pans.push_back(NextFrame().view.pan);
-    EXPECT_EQ(pans, (std::vector<double>{20.0, 30.0, 30.0}));
 }
 
 }  // namespace
