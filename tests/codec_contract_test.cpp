@@ -41,28 +41,22 @@ struct FakeSample : IPushSample {
 };
 
 struct FakeTarget : SampleTarget {
-    struct Delivery {
-        bool video;
-        const uint8_t* data;
-        uint32_t size;
-    };
-    std::vector<Delivery> deliveries;
-    int ends = 0;
+    int videos = 0, audios = 0, ends = 0;
     int32_t result = S_OK;
     bool throwOnSample = false;
 
-    int32_t OnVideoSample(const uint8_t* d, uint32_t s, int64_t, int64_t) override {
-        return Take({true, d, s});
+    int32_t OnVideoSample(const uint8_t*, uint32_t, int64_t, int64_t) override {
+        return Take(videos);
     }
-    int32_t OnAudioSample(const uint8_t* d, uint32_t s, int64_t, int64_t) override {
-        return Take({false, d, s});
+    int32_t OnAudioSample(const uint8_t*, uint32_t, int64_t, int64_t) override {
+        return Take(audios);
     }
     void OnVideoEndOfStream() override { ++ends; }
     void OnAudioEndOfStream() override { ++ends; }
 
-    int32_t Take(const Delivery& d) {
+    int32_t Take(int& count) {
         if (throwOnSample) throw std::bad_alloc();
-        deliveries.push_back(d);
+        ++count;
         return result;
     }
 };
@@ -81,8 +75,8 @@ TEST(RenderSink, HandsWellFormedSamplesToTheEngineAndKeepsEverythingElseOnThisSi
     FakeSample block(pcm, sizeof pcm, kMediaKindAudio);
     target.result = ERR_SAMPLE_REFUSED;
     EXPECT_EQ(audio->Push(&block), ERR_SAMPLE_REFUSED);
-    ASSERT_EQ(target.deliveries.size(), 2u);
-    EXPECT_FALSE(target.deliveries[1].video);
+    EXPECT_EQ(target.videos, 1);
+    EXPECT_EQ(target.audios, 1);
 
     // Malformed samples (wrong kind, no bytes, no data) and a failing engine end as a status.
     const uint8_t bytes[4] = {};
@@ -97,7 +91,7 @@ TEST(RenderSink, HandsWellFormedSamplesToTheEngineAndKeepsEverythingElseOnThisSi
     target.throwOnSample = true;
     FakeSample good(bytes, 4, kMediaKindVideo);
     EXPECT_EQ(video->Push(&good), ERR_SAMPLE_FAULT);
-    EXPECT_EQ(target.deliveries.size(), 2u);
+    EXPECT_EQ(target.videos + target.audios, 2);
 
     // Once disconnected from a departing engine, samples are refused and ends ignored.
     EXPECT_EQ(video->EndOfStream(), S_OK);
@@ -108,7 +102,7 @@ TEST(RenderSink, HandsWellFormedSamplesToTheEngineAndKeepsEverythingElseOnThisSi
     EXPECT_EQ(video->Push(&good), ERR_SAMPLE_REFUSED);
     EXPECT_EQ(video->EndOfStream(), S_OK);
     EXPECT_EQ(audio->EndOfStream(), S_OK);
-    EXPECT_EQ(target.deliveries.size(), 2u);
+    EXPECT_EQ(target.videos + target.audios, 2);
     EXPECT_EQ(target.ends, 2);
 }
 
@@ -121,7 +115,9 @@ size_t CountOf(const std::string& text, const std::string& part) {
     return n;
 }
 
-TEST(LoadCodecHost, MissingModuleIsReportedAtEveryCallFromEveryThread) {
+// A missing module is reported at every call, from every thread; a module without the entry point
+// gives nothing, silently.
+TEST(LoadCodecHost, AMissingModuleIsReportedAtEveryCallAndOneWithoutEntryPointIsNot) {
     SiblingModule absent("libVexelAbsentDecodeHost.so", kDecodeHostMissing);
     constexpr int kThreads = 8;
     std::vector<std::thread> threads;
@@ -135,9 +131,7 @@ TEST(LoadCodecHost, MissingModuleIsReportedAtEveryCallFromEveryThread) {
     const std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(found, std::vector<int>(kThreads, 0));
     EXPECT_EQ(CountOf(out, kDecodeHostMissing), static_cast<size_t>(kThreads + 1));
-}
 
-TEST(LoadCodecHost, ModuleWithoutEntryPointGivesNothingSilently) {
     SiblingModule withoutEntry("libm.so.6", kDecodeHostMissing);  // present, no CreateCodecHost
     testing::internal::CaptureStdout();
     EXPECT_FALSE(LoadCodecHost(withoutEntry));

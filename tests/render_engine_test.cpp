@@ -188,80 +188,78 @@ protected:
     RenderEngine engine;
 };
 
+// Bad pictures are dropped. A view size is taken when neither side is 0 or over 16384 and the
+// view is at most 512 MiB; otherwise the size stays.
 TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEnd) {
+    const uint32_t sides[] = {0, 1, 8192, 8193, 16384, 16385, UINT32_MAX};
+    for (uint32_t w : sides) {
+        for (uint32_t h : sides) {
+            const uint32_t oldWidth = engine.ViewWidth(), oldHeight = engine.ViewHeight();
+            engine.SetViewDim(w, h);
+            const bool taken = w > 0 && h > 0 && w <= 16384 && h <= 16384 &&
+                               uint64_t{w} * h * 4 <= (uint64_t{512} << 20);
+            EXPECT_EQ(engine.ViewWidth(), taken ? w : oldWidth) << w << "x" << h;
+            EXPECT_EQ(engine.ViewHeight(), taken ? h : oldHeight) << w << "x" << h;
+        }
+    }
     engine.SetViewDim(40, 20);
     engine.Start(Ticks(0));
+    std::vector<uint32_t> tooShort(10, 0);
+    EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
+              kOk);
+    EXPECT_EQ(engine.OnVideoSample(nullptr, kWidth * kHeight * 4, 0, 1), kOk);
     for (uint32_t i = 0; i < 20; ++i) ASSERT_EQ(Deliver(i + 1, i * 10), kOk);
     engine.OnVideoEndOfStream();  // the decoder is far ahead: the clock starts at once
     const TickClock::TimePoint origin = clock.Now();
-    const std::vector<Presented> shown = Play();
-    ASSERT_EQ(shown.size(), 21u);
+    const std::vector<Presented> shown = Play(19);
+    ASSERT_EQ(shown.size(), 19u);
     ExpectOnTime(shown, origin, 0);
-    for (uint32_t i = 0; i < 20; ++i) {
-        EXPECT_EQ(shown[i].number, i + 1);
+    for (uint32_t i = 0; i < 19; ++i) {
+        EXPECT_EQ(shown[i].number, i + 1) << "a bad picture was shown";
         EXPECT_FALSE(shown[i].seek);
         EXPECT_EQ(shown[i].viewWidth, 40u) << "frame " << i + 1;
     }
-    EXPECT_TRUE(shown.back().IsEnd());  // taken at once: no wait for the client
-    EXPECT_FALSE(shown.back().seek);
-    EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190)))
-        << "the end marker is not a frame";
-}
-
-TEST_F(RenderEngineTest, TheLastPictureStaysASecondForTheClientBeforeTheEnd) {
-    engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    engine.OnVideoEndOfStream();
-    clock.AwaitWaiters();  // nobody takes the picture: the present thread holds the end back
-    clock.Advance(milliseconds(999));
+    // Nobody takes the last picture: the present thread keeps it a second for the client (from
+    // 192.5 ms on this clock) before the end marker replaces it.
+    clock.AwaitWaiters();
+    clock.Advance(milliseconds(10));
+    clock.AwaitWaiters();
+    clock.Advance(milliseconds(995));
     clock.AwaitWaiters();
     EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
-    clock.Advance(milliseconds(2));
+    clock.Advance(milliseconds(10));
     for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kEnded; ++i)
         std::this_thread::sleep_for(milliseconds(1));
     const Presented end = Next();
     EXPECT_TRUE(end.IsEnd()) << "the last picture was not replaced";
-}
-
-TEST_F(RenderEngineTest, PauseHoldsPresentationAndResumeRunsTheClockFromTheLastFrame) {
-    engine.Start(Ticks(0));
-    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(Deliver(i + 1, i * 20), kOk);
-    engine.OnVideoEndOfStream();  // every frame queued: neither start waits for more
-    EXPECT_EQ(Next().number, 1u);
-    clock.AwaitWaiters();  // for the frame at 20 ms
-    engine.Pause();
-    EXPECT_EQ(engine.GetStateForTesting(), State::kPaused);
-    // A frame whose wait began before the pause is shown when its time comes; nothing after it.
-    clock.Advance(milliseconds(500));
-    EXPECT_EQ(Next().number, 2u);
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_FALSE(Take().has_value());
-
-    engine.Start(Ticks(-1));  // the clock restarts at 20 ms: the frame at 40 ms is 20 ms away
-    clock.AwaitWaiters();
-    clock.Advance(milliseconds(17));
-    clock.AwaitWaiters();
-    EXPECT_FALSE(Take().has_value());
-    clock.Advance(milliseconds(4));
-    EXPECT_EQ(Next().number, 3u);
+    EXPECT_FALSE(end.seek);
+    EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190)))
+        << "the end marker is not a frame";
 }
 
 // A decoder slow to start (one frame, then nothing for 200 ms) must not start the clock, or every
-// frame after the first would be late; after a resume the same.
-TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAfterAStartAndAResume) {
+// frame after the first would be late; after a resume the same. A pause shows the frame whose wait
+// began before it and nothing after; the resume runs the clock on from that frame.
+TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAndStopsForAPause) {
     engine.Start(Ticks(0));
     ASSERT_EQ(Deliver(1, 0), kOk);
     ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(200)));
     for (uint32_t i = 1; i < 12; ++i) ASSERT_EQ(Deliver(i + 1, i * 40), kOk);
     TickClock::TimePoint origin = clock.Now();  // the clock starts here: the decoder is ahead
-    std::vector<Presented> shown = Play(12);
-    ASSERT_EQ(shown.size(), 12u);
+    std::vector<Presented> shown = Play(11);
+    ASSERT_EQ(shown.size(), 11u);
     EXPECT_EQ(shown.front().number, 1u);
     ExpectOnTime(shown, origin, 0);
 
+    clock.AwaitWaiters();  // for frame 12, at 440 ms
     engine.Pause();
-    engine.Start(Ticks(-1));  // from frame 12, at 440 ms
+    clock.Advance(milliseconds(500));
+    EXPECT_EQ(Next().number, 12u);
     ASSERT_EQ(Deliver(13, 480), kOk);
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_FALSE(Take().has_value()) << "a frame came while paused";
+
+    engine.Start(Ticks(-1));  // from frame 12, at 440 ms
     ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(100)));
     engine.OnVideoEndOfStream();  // the rest of the range is queued: nothing more to wait for
     origin = clock.Now();
@@ -271,18 +269,30 @@ TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAfterAStartAndAResum
     ExpectOnTime(shown, origin, 440);
 }
 
-// (Nor longer than the range: the resume above starts once the rest of the range is queued.)
-TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecond) {
+// (Nor longer than the range: the resume above starts once the rest of the range is queued.) A
+// view that cannot be drawn costs its frame the view sample, and playback goes on.
+TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecondAndAFailedDrawingCostsOnlyItsView) {
+    engine.SetViewDim(16, 8);
+    engine.FailRenderingForTesting(true);
     engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    ASSERT_EQ(Deliver(2, 40), kOk);  // then the decoder stalls
+    ASSERT_EQ(Deliver(1, 0), kOk);  // then the decoder stalls
     ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(499)));
     clock.Advance(milliseconds(2));
     const TickClock::TimePoint origin = clock.Now();
-    const std::vector<Presented> shown = Play(2);
-    ASSERT_EQ(shown.size(), 2u);
-    EXPECT_EQ(shown.front().number, 1u);
+    std::vector<Presented> shown = Play(1);
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].viewWidth, 0u);
+
+    engine.FailRenderingForTesting(false);
+    ASSERT_EQ(Deliver(2, 10), kOk);
+    ASSERT_EQ(Deliver(3, 20), kOk);
+    engine.OnVideoEndOfStream();
+    for (const Presented& p : Play()) shown.push_back(p);
+    ASSERT_EQ(shown.size(), 4u);
     ExpectOnTime(shown, origin, 0);
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(shown[i].number, i + 1);
+    EXPECT_EQ(shown[1].viewWidth, 16u);
+    EXPECT_EQ(shown[2].viewWidth, 16u);
 }
 
 // The number Take reads is the top-left pixel of a patterned picture: a picture turned upside
@@ -313,82 +323,20 @@ TEST_F(RenderEngineTest, LatePicturesAreDrawnTopRowFirstSharedByFreezeCopiesAndL
     EXPECT_EQ(latePictures.load(), 0) << "a stop lets the queued pictures go";
 }
 
-TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesUntilStopped) {
+// (Seeking from each state, and playing on after a seek, show in the player's seek tests.)
+TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesMore) {
     engine.StartSeek(Ticks(milliseconds(5'000)));  // far ahead of a clock that never moves
-    EXPECT_EQ(engine.GetStateForTesting(), State::kSeeking);
     ASSERT_EQ(Deliver(7, 5'000), kOk);
-    const Presented shown = Next();
-    EXPECT_EQ(shown.number, 7u);
-    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kSeekFrameShown; ++i) {
+    EXPECT_EQ(Next().number, 7u);
+    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kSeekFrameShown; ++i)
         std::this_thread::sleep_for(milliseconds(1));
-    }
     EXPECT_EQ(Deliver(8, 5'040), ERR_SAMPLE_REFUSED);
     engine.OnVideoEndOfStream();
     const Presented end = Next();
     EXPECT_TRUE(end.IsEnd());
     EXPECT_TRUE(end.seek) << "the end marker of a seek carries the seek flag";
-
     engine.Stop();
-    EXPECT_EQ(engine.GetStateForTesting(), State::kStopped);
-    EXPECT_EQ(Deliver(9, 0), ERR_SAMPLE_REFUSED);
-    engine.Start(Ticks(0));
-    EXPECT_EQ(engine.GetStateForTesting(), State::kPlaying) << "a stop ends seeking";
-    EXPECT_EQ(Deliver(9, 0), kOk);
-}
-
-TEST_F(RenderEngineTest, ViewSizesApplyToLaterFramesAndBadPicturesAreDropped) {
-    // Empty views, a side over 16384 or a picture over 512 MiB are refused; the size stays.
-    for (const auto& [width, height] : {std::pair<uint32_t, uint32_t>{100000, 100000},
-                                        {16385, 1},
-                                        {1, 16385},
-                                        {16384, 8193},
-                                        {0, 8},
-                                        {8, 0},
-                                        {UINT32_MAX, UINT32_MAX}}) {
-        engine.SetViewDim(width, height);
-        EXPECT_EQ(engine.ViewWidth(), 320u) << width << "x" << height;
-        EXPECT_EQ(engine.ViewHeight(), 180u) << width << "x" << height;
-    }
-    engine.SetViewDim(16384, 8192);  // exactly 512 MiB
-    EXPECT_EQ(engine.ViewHeight(), 8192u);
-    engine.SetViewDim(16, 8);
-    engine.Start(Ticks(0));
-    std::vector<uint32_t> tooShort(10, 0);
-    EXPECT_EQ(engine.OnVideoSample(reinterpret_cast<const uint8_t*>(tooShort.data()), 40, 0, 1),
-              kOk);
-    EXPECT_EQ(engine.OnVideoSample(nullptr, kWidth * kHeight * 4, 0, 1), kOk);
-    ASSERT_EQ(Deliver(5, 0), kOk);
-    engine.OnVideoEndOfStream();
-
-    const Presented shown = Next();  // its view drawn as the projection draws it
-    EXPECT_EQ(shown.number, 5u) << "a bad picture was shown";
-    EXPECT_EQ(shown.viewWidth, 16u);
-}
-
-TEST_F(RenderEngineTest, AViewThatCannotBeRenderedCostsItsViewSampleAndPlaybackGoesOn) {
-    engine.SetViewDim(16, 8);
-    engine.FailRenderingForTesting(true);
-    engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);
-    ASSERT_EQ(Deliver(2, 10), kOk);
-    clock.AwaitWaiters();
-    clock.Advance(milliseconds(501));  // the preroll gives up waiting for more frames
-
-    const Presented first = Next();
-    EXPECT_EQ(first.number, 1u);
-    EXPECT_EQ(first.viewWidth, 0u);
-    // Frame 2 may be rendered already; frame 3 is rendered after rendering works again.
-    engine.FailRenderingForTesting(false);
-    ASSERT_EQ(Deliver(3, 20), kOk);
-    clock.AwaitWaiters();
-    clock.Advance(microseconds(10'500));
-    EXPECT_EQ(Next().number, 2u);
-    clock.AwaitWaiters();
-    clock.Advance(milliseconds(10));
-    const Presented third = Next();
-    EXPECT_EQ(third.number, 3u);
-    EXPECT_EQ(third.viewWidth, 16u);
-    EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
+    EXPECT_EQ(Deliver(9, 0), ERR_SAMPLE_REFUSED) << "stopped";
 }
 
 // The engine with the real lens module, whose view path starts empty and is left empty. Frames are
@@ -450,16 +398,17 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     live.push_back(
         NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
     EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
-    // A pan turning at every frame, so that its keyframes keep every sample.
+    // A pan's queued values play out one per presented frame, turning at every frame so that its
+    // keyframes keep every sample.
     live.push_back(NextAfter([&] {
                        engine.StartPan();
-                       engine.AddPan(100.0, 5.0);
+                       for (double pan : {100.0, 90.0, 100.0}) engine.AddPan(pan, 5.0);
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {100.0, 5.0, 80.0})) << "the field of view follows the path";
-    live.push_back(NextAfter([&] { engine.AddPan(90.0, 6.0); }).view);
-    EXPECT_EQ(live.back().pan, 90.0);
-    live.push_back(NextAfter([&] { engine.AddPan(100.0, 7.0); }).view);
-    EXPECT_EQ(live.back().pan, 100.0);
+    for (double pan : {90.0, 100.0}) {
+        live.push_back(NextFrame().view);
+        EXPECT_EQ(live.back().pan, pan);
+    }
     // SetView right after the gesture: its keyframe is at the next frame, after the gesture's.
     live.push_back(NextAfter([&] {
                        engine.EndPan();
@@ -482,20 +431,6 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
         EXPECT_EQ(replayed.tilt, live[i].tilt) << "frame " << i + 1;
         EXPECT_NEAR(replayed.fov, live[i].fov, 1e-9) << "frame " << i + 1;
     }
-}
-
-TEST_F(LateViewTest, QueuedGestureValuesPlayOutOnePerPresentedFrame) {
-    StartFrames(8);
-    const Presented first = NextAfter([&] {
-        engine.StartPan();
-        for (double pan : {10.0, 20.0, 30.0}) engine.AddPan(pan, 1.0);
-        engine.StartZoom();
-        engine.AddZoom(70.0);
-    });
-    EXPECT_TRUE(SameView(first.view, {10.0, 1.0, 70.0}));
-    std::vector<double> pans;
-    for (int i = 0; i < 3; ++i) pans.push_back(NextFrame().view.pan);
-    EXPECT_EQ(pans, (std::vector<double>{20.0, 30.0, 30.0}));
 }
 
 }  // namespace

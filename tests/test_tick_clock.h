@@ -70,8 +70,7 @@ public:
         }
     }
     void AwaitWaiters() {
-        std::unique_lock<std::mutex> guard(lock_);
-        parked_.wait(guard, [&] { return !waiters_.empty(); });
+        AwaitWaiters([] { return false; });
     }
 
 private:
