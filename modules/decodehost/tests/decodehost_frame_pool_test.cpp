@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "frame_pool.h"
-#include "media_reader.h"
-#include "recording_sink.h"
+#include "video_stream.h"
 
 namespace vexel::decodehost {
 namespace {
-
-using decodehost_test::Clip;
 
 // A checksum of the luma plane, as the decoder wrote it.
 uint64_t LumaSum(const AVFrame& frame) {
@@ -28,13 +25,9 @@ TEST(FramePoolTest, HeldPicturesOutliveTheDecoderAndIdleBuffersAreBounded) {
     std::vector<FramePtr> held;
     std::vector<uint64_t> sums;
     {
-        int error = 0;
-        auto file = MediaFile::Open(
-            Clip("equirect.mp4").c_str(), [] { return false; }, &error);
-        ASSERT_TRUE(file);
-        auto decoder = StreamDecoder::Open(
-            *file, av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0));
-        ASSERT_TRUE(decoder);
+        const decodehost_test::VideoStream opened = decodehost_test::OpenVideo("equirect.mp4");
+        ASSERT_TRUE(opened.decoder);
+        StreamDecoder* decoder = opened.decoder.get();
         decoder->Seek(0);
         int64_t ticks = 0;
         for (AVFrame* frame; (frame = decoder->Next(&ticks)) != nullptr;) {

@@ -5,6 +5,7 @@
 #include "media_reader.h"
 #include "recording_sink.h"
 #include "vexel/counted_ref.h"
+#include "video_stream.h"
 
 namespace vexel::decodehost {
 namespace {
@@ -18,13 +19,9 @@ using decodehost_test::kFrame;
 // than a seek from the keyframe), one behind or after an unfinished catch-up (whose skipped
 // pictures are gone) goes back.
 TEST(SeekTest, EverySeekShowsItsTargetFrame) {
-    int error = 0;
-    auto file = MediaFile::Open(
-        Clip("equirect.mp4").c_str(), [] { return false; }, &error);
-    ASSERT_TRUE(file);
-    auto decoder = StreamDecoder::Open(
-        *file, av_find_best_stream(file->context(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0));
-    ASSERT_TRUE(decoder);
+    const decodehost_test::VideoStream opened = decodehost_test::OpenVideo("equirect.mp4");
+    ASSERT_TRUE(opened.decoder);
+    StreamDecoder* decoder = opened.decoder.get();
     VideoConverter converter(decoder->codec()->width, decoder->codec()->height);
     std::vector<uint8_t> pixels(converter.bytes());
 
