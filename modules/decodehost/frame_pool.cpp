@@ -5,12 +5,13 @@
 #include <iterator>
 #include <mutex>
 #include <new>
-#include <sys/mman.h>
 
 extern "C" {
 #include <libavutil/imgutils.h>
 #include <libavutil/pixdesc.h>
 }
+
+#include "vexel/mapped_pages.h"
 
 namespace vexel::decodehost {
 
@@ -39,15 +40,13 @@ bool Plain(const AVCodecContext* codec, const AVFrame* frame) {
 std::atomic<int64_t> FramePool::mapped_{0};
 
 uint8_t* FramePool::Map(size_t bytes) {
-    void* data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (data == MAP_FAILED) return nullptr;
-    madvise(data, bytes, MADV_HUGEPAGE);  // advice only; nothing changes where it is refused
-    mapped_.fetch_add(1);
+    void* data = MapPages(bytes);
+    if (data != nullptr) mapped_.fetch_add(1);
     return static_cast<uint8_t*>(data);
 }
 
 void FramePool::Unmap(uint8_t* data, size_t bytes) {
-    munmap(data, bytes);
+    UnmapPages(data, bytes);
     mapped_.fetch_sub(1);
 }
 

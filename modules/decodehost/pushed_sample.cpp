@@ -4,7 +4,6 @@
 #include <new>
 
 #include "frame_picture.h"
-#include "yuv_to_bgra.h"
 
 namespace vexel::decodehost {
 
@@ -13,10 +12,8 @@ int32_t PushedSample::QueryInterface(const GUID* id, void** out) {
     if (checked != S_OK) return checked;
     // Only a picture libyuv converts at the stream's size can be converted later into any buffer;
     // the others keep going through the reader's converter.
-    if (*id != IID_PictureSource || frame_ == nullptr || frame_->width != converter_->width() ||
-        frame_->height != converter_->height() || !YuvToBgraHandles(*frame_)) {
+    if (*id != IID_PictureSource || frame_ == nullptr || !converter_->ConvertsDirectly(*frame_))
         return E_NOINTERFACE;
-    }
     FramePtr held(av_frame_clone(frame_));
     if (!held) return E_OUTOFMEMORY;
     FramePicture* picture = nullptr;

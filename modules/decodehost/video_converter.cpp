@@ -53,10 +53,12 @@ std::atomic<uint64_t> VideoConverter::conversions_{0};
 bool VideoConverter::Convert(const AVFrame* frame, uint8_t* out) {
     if (frame->width <= 0 || frame->height <= 0 || frame->format < 0) return false;
     conversions_.fetch_add(1, std::memory_order_relaxed);
-    if (frame->width == width_ && frame->height == height_ &&
-        YuvToBgra(*frame, out, width_ * 4, true))
-        return true;
+    if (ConvertsDirectly(*frame) && YuvToBgra(*frame, out, width_ * 4, true)) return true;
     return Scale(frame, out);
+}
+
+bool VideoConverter::ConvertsDirectly(const AVFrame& frame) const {
+    return frame.width == width_ && frame.height == height_ && YuvToBgraHandles(frame);
 }
 
 bool VideoConverter::Scale(const AVFrame* frame, uint8_t* out) {

@@ -26,6 +26,8 @@ public:
 
     // Writes `frame` into `out`, which holds bytes(). False when the picture cannot be converted.
     bool Convert(const AVFrame* frame, uint8_t* out);
+    // Whether libyuv converts `frame` as it is: the output's size, a format and matrix it offers.
+    bool ConvertsDirectly(const AVFrame& frame) const;
 
     // Pictures converted by every converter of the process so far.
     static uint64_t ConversionsForTesting() { return conversions_.load(); }
