@@ -1,5 +1,5 @@
 // Gesture recordings thinned to keyframes and committed into the real lens module's view path, read
-// back through its JSON file. (The keyframes SetView stores show in the engine's late-view test.)
+// back through its JSON file. (The keyframes SetView stores show in the engine's view-change test.)
 #include <gtest/gtest.h>
 
 #include <cstdio>

@@ -328,78 +328,62 @@ TEST_F(RenderEngineTest, LatePicturesAreDrawnTopRowFirstSharedByFreezeCopiesAndL
 // a second apart: the present thread decides a frame's view early by the time a drawing takes on
 // this machine (the steady clock's, whatever the test clock says), which must not reach back to
 // the frame before.
-class LateViewTest : public RenderEngineTest {
-protected:
-    static constexpr int64_t kSpacingMs = 1000;
-
-    void SetUp() override {
-        RenderEngineTest::SetUp();
-        clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule,
-                                                              kClearPanoramaPathSymbol);
-        ASSERT_NE(clear_, nullptr);
-        clear_();
-        PanoramaLens lens;  // loaded by path above, the module is now found by its name
-        ASSERT_TRUE(PanoramaLens::Available());
-        engine.SetTimeRange(0, Ticks(milliseconds(20 * kSpacingMs)).count());
-        engine.SetViewDim(24, 12);
-    }
-    void TearDown() override {
-        RenderEngineTest::TearDown();
-        if (clear_) clear_();
-    }
-
+TEST_F(RenderEngineTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTheSame) {
+    const auto clear =
+        testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
+    ASSERT_NE(clear, nullptr);
+    clear();
+    PanoramaLens lens;  // loaded by path above, the module is now found by its name
+    ASSERT_TRUE(PanoramaLens::Available());
+    constexpr uint32_t kFrames = 10;
+    engine.SetTimeRange(0, Ticks(std::chrono::seconds(20)).count());
+    engine.SetViewDim(24, 12);
     // Starts from 0 with patterned frames a second apart and takes the first, shown at once.
-    void StartFrames(uint32_t count) {
+    const auto startFrames = [&] {
         engine.Start(Ticks(0));
-        for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(Deliver(i + 1, i * kSpacingMs, true), kOk);
+        for (uint32_t i = 0; i < kFrames; ++i) EXPECT_EQ(Deliver(i + 1, i * 1000, true), kOk);
         engine.OnVideoEndOfStream();  // every frame queued: the clock starts without waiting
         Next();
         clock.AwaitWaiters();
         clock.Advance(microseconds(500));  // off the frame grid
-    }
+    };
     // Waits until the present thread waits for the next frame (drawn ahead by then), lets
     // `change` act, and moves the clock past that frame's time.
-    template <class Change>
-    Presented NextAfter(Change change) {
+    const auto nextAfter = [&](auto change) {
         clock.AwaitWaiters();
         change();
-        clock.Advance(milliseconds(kSpacingMs));
+        clock.Advance(milliseconds(1000));
         return Next();
-    }
+    };
 
-    ClearPanoramaPathFn clear_ = nullptr;
-};
-
-TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTheSame) {
-    constexpr uint32_t kFrames = 10;
     std::vector<ViewAngles> live;
-    StartFrames(kFrames);  // frame 0 shows the view an empty path leaves alone
-    live.push_back(NextAfter([&] {
+    startFrames();  // frame 0 shows the view an empty path leaves alone
+    live.push_back(nextAfter([&] {
                        engine.SetView(40.0, 10.0, 90.0);
                        engine.SetView(std::nan(""), 0.0, 90.0);  // refused
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {40.0, 10.0, 90.0}));
     live.push_back(
-        NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
+        nextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
     EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
     // A pan's queued values play out one per presented frame, turning at every frame so that its
     // keyframes keep every sample.
-    live.push_back(NextAfter([&] {
+    live.push_back(nextAfter([&] {
                        engine.StartPan();
                        for (double pan : {100.0, 90.0, 100.0}) engine.AddPan(pan, 5.0);
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {100.0, 5.0, 80.0})) << "the field of view follows the path";
     for (double pan : {90.0, 100.0}) {
-        live.push_back(NextAfter([] {}).view);
+        live.push_back(nextAfter([] {}).view);
         EXPECT_EQ(live.back().pan, pan);
     }
     // SetView right after the gesture: its keyframe is at the next frame, after the gesture's.
-    live.push_back(NextAfter([&] {
+    live.push_back(nextAfter([&] {
                        engine.EndPan();
                        engine.SetView(-30.0, 0.0, 80.0);
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0}));
-    const Presented resized = NextAfter([&] { engine.SetViewDim(16, 8); });
+    const Presented resized = nextAfter([&] { engine.SetViewDim(16, 8); });
     live.push_back(resized.view);
     EXPECT_EQ(resized.viewWidth, 16u) << "a new view size waited for a frame drawn later";
     EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0}))
@@ -408,13 +392,15 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     // Played again, the path alone shows what was shown live, frame by frame (the field of view,
     // keyed at 80 on both sides of the gesture, is read between keyframes, to rounding).
     engine.Stop();
-    StartFrames(kFrames);
+    startFrames();
     for (size_t i = 0; i < live.size(); ++i) {
-        const ViewAngles replayed = NextAfter([] {}).view;
+        const ViewAngles replayed = nextAfter([] {}).view;
         EXPECT_EQ(replayed.pan, live[i].pan) << "frame " << i + 1;
         EXPECT_EQ(replayed.tilt, live[i].tilt) << "frame " << i + 1;
         EXPECT_NEAR(replayed.fov, live[i].fov, 1e-9) << "frame " << i + 1;
     }
+    engine.Stop();
+    clear();
 }
 
 }  // namespace
