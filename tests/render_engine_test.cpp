@@ -5,7 +5,9 @@
 // sizes) showing on the next presented frame, with every view sample's pixels checked against a
 // drawing of its panorama at the angles it carries. Pictures that convert themselves (as the
 // decoder module's do) are converted top row first when drawn, shared by freeze copies and let go
-// by a stop.
+// by a stop. The sound path: audio blocks wait until the clock starts the sound (after the preroll,
+// with the first picture), seek previews keep them waiting, stopping releases and refuses them, and
+// an engine whose graph cannot be built plays on silently.
 #include "engine/render_engine.h"
 
 #include <gtest/gtest.h>
@@ -14,18 +16,21 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <future>
 #include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "engine_test_support.h"
+#include "mediagraph/com_runtime.h"
 #include "projection/view_projector.h"
 #include "sibling_module.h"
 #include "test_tick_clock.h"
 #include "vexel/com_object.h"
 #include "vexel/status.h"
 #include "wait_until.h"
+#include "wav_reader.h"
 
 namespace vexel {
 namespace {
@@ -401,6 +406,97 @@ TEST_F(RenderEngineTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplaySho
     }
     engine.Stop();
     clear();
+}
+
+// 8 kHz stereo 16-bit, in the stream description and the decoded format.
+void SetUpAudio(RenderEngine& engine) {
+    StreamInfo info{};
+    info.kind = kStreamKindAudio;
+    info.channels = 2;
+    info.samplesPerSecond = 8000;
+    info.bitsPerSample = 16;
+    uint8_t bytes[kAudioStreamInfoBytes];
+    std::memcpy(bytes, &info, sizeof(bytes));
+    engine.SetAudioStreamInfo(bytes);
+    MediaFormatPayload payload{};
+    payload.audio.channels = 2;
+    payload.audio.samplesPerSecond = 8000;
+    payload.audio.bitsPerSample = 16;
+    engine.SetAudioFormat(payload);
+}
+
+// One 20 ms audio block on a thread of its own, as a codec host's delivery thread.
+std::future<int32_t> DeliverAudioAsync(RenderEngine& engine, int64_t timeMs) {
+    return std::async(std::launch::async, [&engine, timeMs] {
+        std::vector<uint8_t> block(640, 1);
+        return engine.OnAudioSample(block.data(), 640, timeMs * kTicksPerMs,
+                                    (timeMs + 20) * kTicksPerMs);
+    });
+}
+
+bool Waiting(std::future<int32_t>& result, milliseconds for_) {
+    return result.wait_for(for_) == std::future_status::timeout;
+}
+
+TEST_F(RenderEngineTest, TheSoundStartsWithTheFirstPictureAfterThePrerollAndNotInASeek) {
+    // Loaded by path, the module answers the engine's load by plain name (the same soname).
+    ASSERT_NE(testing::LoadConversionModule("libAudioFeedFilter.so"), nullptr);
+    UseCaptureFile("engine-preroll");
+    SetUpAudio(engine);
+    engine.Start(Ticks(0));
+    ASSERT_EQ(Deliver(1, 0), kOk);
+    auto held = DeliverAudioAsync(engine, 0);
+    clock.AwaitWaiters();  // the present thread holds the first picture: the decoder is not ahead
+    clock.Advance(milliseconds(300));
+    clock.AwaitWaiters();
+    EXPECT_FALSE(Take().has_value());
+    EXPECT_TRUE(Waiting(held, milliseconds(100))) << "the sound started before the picture";
+    engine.OnVideoEndOfStream();  // every frame is queued: picture and sound start
+    ASSERT_FALSE(Waiting(held, milliseconds(2000)));
+    EXPECT_EQ(held.get(), kOk);
+    EXPECT_EQ(Next().number, 1u);
+    EXPECT_TRUE(Next().IsEnd());
+    engine.Stop();
+
+    engine.StartSeek(Ticks(milliseconds(400)));  // far ahead of a clock that does not move
+    held = DeliverAudioAsync(engine, 400);
+    ASSERT_EQ(Deliver(2, 400), kOk);
+    EXPECT_EQ(Next().number, 2u);  // the seek frame is shown, yet the preview runs no sound
+    EXPECT_TRUE(Waiting(held, milliseconds(100)));
+    engine.Stop();  // releases the waiting block promptly, refused
+    ASSERT_FALSE(Waiting(held, milliseconds(2000)));
+    EXPECT_EQ(held.get(), ERR_SAMPLE_REFUSED);
+}
+
+TEST_F(RenderEngineTest, WithoutAGraphManagerThereIsNoSoundAndNoWaiting) {
+    class Refusing final : public ComObject<IClassFactory> {
+    public:
+        HRESULT QueryInterface(const GUID* iid, void** out) override {
+            *out = nullptr;
+            if (*iid == IID_IUnknown || *iid == IID_IClassFactory)
+                return ShareInterface<IClassFactory>(this, out);
+            return E_NOINTERFACE;
+        }
+        HRESULT CreateInstance(IUnknown*, const GUID*, void** out) override {
+            *out = nullptr;
+            return E_FAIL;
+        }
+    };
+    ASSERT_NE(testing::LoadConversionModule("libAudioFeedFilter.so"), nullptr);
+    CountedRef<IClassFactory> refusing(new Refusing);
+    uint32_t cookie = 0;
+    ASSERT_EQ(RegisterClassObjectForTesting(&CLSID_FilterGraph, refusing.get(), &cookie), S_OK);
+    SetUpAudio(engine);  // the failure stays inside
+    RevokeClassObjectForTesting(cookie);
+
+    engine.Start(Ticks(0));
+    auto dropped = DeliverAudioAsync(engine, 0);
+    ASSERT_FALSE(Waiting(dropped, milliseconds(2000)));  // dropped at once, nothing holds it
+    EXPECT_EQ(dropped.get(), kOk);
+    engine.SetVolume(-2000);  // nothing to reach, nothing fails
+    engine.Pause();
+    engine.Stop();
+    EXPECT_EQ(DeliverAudioAsync(engine, 20).get(), ERR_SAMPLE_REFUSED);
 }
 
 }  // namespace
