@@ -84,6 +84,9 @@ TEST_F(Playback, OpenFailsCleanlyForWhatHoldsNoVideoAndReplacesAPlayingFile) {
         Poll([](const Picture&) { ADD_FAILURE() << "a picture of the file before"; });
         EXPECT_EQ(GetWidth(player), 64u);
         EXPECT_EQ(GetHeight(player), height);
+        uint64_t start = 1, end = 1;
+        GetRange(player, &start, &end);
+        EXPECT_EQ(end, static_cast<uint64_t>(kSecond));
         Play(player, 0);
         ExpectPlays(0, 24, true);
         EXPECT_EQ(GetCurrentPlayTime(player), 24 * kFrame);
