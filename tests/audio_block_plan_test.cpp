@@ -15,23 +15,24 @@
 namespace vexel {
 namespace {
 
+// 48 kHz, 2 channels, 16 bits: 192 bytes per millisecond, 4 bytes per frame.
+constexpr uint32_t kBytesPerMs = 192, kFrame = 4;
+
 // A block of `ms` milliseconds at `startMs`, looked up in `freezes` as the engine does.
-AudioBlockInput Block(const TimeFreezeList& freezes, double startMs, double ms, uint32_t bytesPerMs,
-                      uint32_t frameBytes) {
-    AudioBlockInput in;
-    in.start = static_cast<int64_t>(startMs * kTicksPerMs);
-    in.stop = static_cast<int64_t>((startMs + ms) * kTicksPerMs);
-    in.size = static_cast<uint32_t>(ms * bytesPerMs);
+AudioBlockInput Block(const TimeFreezeList& freezes, double startMs, double ms,
+                      uint32_t bytesPerMs = kBytesPerMs, uint32_t frameBytes = kFrame) {
     const FreezeShift atStart = freezes.ShiftAt(static_cast<float>(startMs));
     const FreezeShift atStop = freezes.ShiftAt(static_cast<float>(startMs + ms));
-    in.shiftStart = atStart.shift;
-    in.lastStart = atStart.lastTime;
-    in.shiftStop = atStop.shift;
-    in.lastStop = atStop.lastTime;
-    in.lastDuration = atStop.lastDuration;
-    in.bytesPerMs = bytesPerMs;
-    in.frameBytes = frameBytes;
-    return in;
+    return {.size = static_cast<uint32_t>(ms * bytesPerMs),
+            .start = static_cast<int64_t>(startMs * kTicksPerMs),
+            .stop = static_cast<int64_t>((startMs + ms) * kTicksPerMs),
+            .shiftStart = atStart.shift,
+            .lastStart = atStart.lastTime,
+            .shiftStop = atStop.shift,
+            .lastStop = atStop.lastTime,
+            .lastDuration = atStop.lastDuration,
+            .bytesPerMs = bytesPerMs,
+            .frameBytes = frameBytes};
 }
 
 // A freeze list holding `segments`.
@@ -65,12 +66,9 @@ std::vector<uint8_t> Joined(const AudioBlockPlan& plan, const std::vector<uint8_
     return out;
 }
 
-// 48 kHz, 2 channels, 16 bits: 192 bytes per millisecond, 4 bytes per frame.
-constexpr uint32_t kBytesPerMs = 192, kFrame = 4;
-
 TEST(AudioBlockPlan, WorkedExampleFreezeFiveMillisecondsIntoATwentyMillisecondBlock) {
     const Freezes freezes({{1005, 500}});
-    const AudioBlockPlan plan(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
+    const AudioBlockPlan plan(Block(freezes, 1000, 20));
     ASSERT_TRUE(plan.Split());
     EXPECT_EQ(plan.HeadBytes(), 960u);
     EXPECT_EQ(plan.SilenceBytes(), 96000u);
@@ -85,14 +83,6 @@ TEST(AudioBlockPlan, WorkedExampleFreezeFiveMillisecondsIntoATwentyMillisecondBl
         EXPECT_EQ(piece.start, (1000 + 20 * int64_t{i}) * kTicksPerMs) << i;
         EXPECT_EQ(piece.stop, (1020 + 20 * int64_t{i}) * kTicksPerMs) << i;
     }
-
-    const std::vector<uint8_t> block = Numbered(3840);
-    const std::vector<uint8_t> out = Joined(plan, block);
-    ASSERT_EQ(out.size(), 99840u);
-    EXPECT_TRUE(std::equal(block.begin(), block.begin() + 960, out.begin()));
-    EXPECT_TRUE(std::all_of(out.begin() + 960, out.begin() + 960 + 96000,
-                            [](uint8_t b) { return b == 0; }));
-    EXPECT_TRUE(std::equal(block.begin() + 960, block.end(), out.begin() + 96960));
 }
 
 // A 20 ms block at 1000 ms against freezes placed around it.
@@ -104,6 +94,7 @@ TEST(AudioBlockPlan, BlockBoundaries) {
         int64_t firstStartMs, lastStopMs;
     } cases[] = {
         {"a freeze after it: its own times", {{1500, 500}}, 0, 1000, 1020},
+        {"a freeze 5 ms in: head, silence, tail", {{1005, 500}}, 960, 1000, 1520},
         {"a freeze at its start shifts it, inserting nothing", {{1000, 500}}, 0, 1500, 1520},
         {"an earlier freeze shifts every piece", {{200, 300}, {1005, 500}}, 960, 1300, 1820},
         {"a freeze at its stop: the block, then the silence", {{1020, 500}}, 3840, 1000, 1520},
@@ -111,7 +102,7 @@ TEST(AudioBlockPlan, BlockBoundaries) {
     const std::vector<uint8_t> block = Numbered(3840);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const AudioBlockPlan plan(Block(Freezes(c.freezes), 1000, 20, kBytesPerMs, kFrame));
+        const AudioBlockPlan plan(Block(Freezes(c.freezes), 1000, 20));
         ASSERT_EQ(plan.Split(), c.head != 0);
         const AudioPiece last = plan.Piece(plan.PieceCount() - 1);
         EXPECT_EQ(plan.Piece(0).start, c.firstStartMs * kTicksPerMs);
@@ -127,13 +118,13 @@ TEST(AudioBlockPlan, BlockBoundaries) {
     }
     // The block after a freeze at a block's stop follows the silence without a gap.
     const Freezes freezes({{1020, 500}});
-    const AudioBlockPlan before(Block(freezes, 1000, 20, kBytesPerMs, kFrame));
-    const AudioBlockPlan after(Block(freezes, 1020, 20, kBytesPerMs, kFrame));
+    const AudioBlockPlan before(Block(freezes, 1000, 20));
+    const AudioBlockPlan after(Block(freezes, 1020, 20));
     EXPECT_EQ(before.Piece(before.PieceCount() - 1).stop, after.MappedStart());
 }
 
 TEST(AudioBlockPlan, ALeftoverShorterThanABlockGoesOutLastWithItsOwnLength) {
-    const AudioBlockPlan plan(Block(Freezes({{1005, 510}}), 1000, 20, kBytesPerMs, kFrame));
+    const AudioBlockPlan plan(Block(Freezes({{1005, 510}}), 1000, 20));
     EXPECT_EQ(plan.TotalBytes(), 192u * 510 + 3840);
     ASSERT_EQ(plan.PieceCount(), 27u);
     const AudioPiece last = plan.Piece(26);
@@ -144,8 +135,7 @@ TEST(AudioBlockPlan, ALeftoverShorterThanABlockGoesOutLastWithItsOwnLength) {
 
     // The longest freeze a list holds still makes a plan of a size a sample can carry (the audio
     // plan fuzzer holds every piece inside it).
-    const AudioBlockPlan huge(
-        Block(Freezes({{1005, TimeFreezeList::kMaxMs}}), 1000, 20, kBytesPerMs, kFrame));
+    const AudioBlockPlan huge(Block(Freezes({{1005, TimeFreezeList::kMaxMs}}), 1000, 20));
     EXPECT_LE(huge.TotalBytes(), uint32_t{INT32_MAX});
 }
 

@@ -4,11 +4,9 @@
 // Threads: test thread only.
 #pragma once
 
-#include <chrono>
-#include <thread>
-
 #include "engine/render_engine.h"
 #include "vexel/conversion.h"
+#include "wait_until.h"
 
 namespace vexel::testing {
 
@@ -21,15 +19,14 @@ inline MediaFormatPayload PictureFormat(uint32_t width, uint32_t height,
     return payload;
 }
 
-// The next presented panorama sample (its view sample released), or null after ten seconds.
+// The next presented panorama sample (its view sample released), or null when none comes.
 inline InlayBuffer* AwaitPreSample(RenderEngine& engine) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    for (; std::chrono::steady_clock::now() < deadline;
-         std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+    InlayBuffer* pre = nullptr;
+    WaitUntil([&] {
         ReleaseInlayBuffer(engine.TakeCurrentViewSample());
-        if (InlayBuffer* pre = engine.TakeCurrentPreSample()) return pre;
-    }
-    return nullptr;
+        return (pre = engine.TakeCurrentPreSample()) != nullptr;
+    });
+    return pre;
 }
 
 }  // namespace vexel::testing

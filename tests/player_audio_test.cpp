@@ -62,20 +62,6 @@ std::vector<Beep> FindBeeps(const WavCaptureFile& wav) {
     return beeps;
 }
 
-// The beeps placed against the one at `index`, heard at about `ms`: the capture starts near the
-// first picture, and from there on the sound is timed to the sample.
-std::vector<Beep> Beeps(const WavCaptureFile& wav, size_t index, double ms) {
-    std::vector<Beep> beeps = FindBeeps(wav);
-    if (beeps.size() <= index) return beeps;
-    const double shift = beeps[index].startMs - ms;
-    EXPECT_LT(std::fabs(shift), kStartToleranceMs) << "the sound began away from the first picture";
-    for (Beep& beep : beeps) {
-        beep.startMs -= shift;
-        beep.endMs -= shift;
-    }
-    return beeps;
-}
-
 // Beep at `startMs` for `lengthMs` at `gain`, as the capture heard it.
 void ExpectBeep(const Beep& beep, double startMs, double lengthMs, double gain = 1.0) {
     EXPECT_NEAR(beep.startMs, startMs, 3.0);
@@ -94,16 +80,6 @@ protected:
     void TearDown() override {
         PlayerTest::TearDown();
         std::remove(capture.c_str());
-    }
-
-    // Waits for the first presented picture; the instant it shows up.
-    Clock::time_point FirstPicture() {
-        bool shown = false;
-        EXPECT_TRUE(WaitUntil([&] {
-            Poll([&](const Picture&) { shown = true; });
-            return shown;
-        })) << "no picture presented";
-        return Clock::now();
     }
 
     // Destroys the player (which completes the capture) and reads it.
@@ -150,13 +126,10 @@ protected:
     }
 
     // When the capture began, since `origin`: it runs until the device closes, at the end of
-    // Destroy. Known to within CaptureStartUncertaintyMs.
+    // Destroy (so known to within Destroy's time).
     double CaptureStartMs(const WavCaptureFile& wav, Clock::time_point origin) const {
         return std::chrono::duration<double, std::milli>(destroyEnd - origin).count() -
                wav.Seconds() * 1000.0;
-    }
-    double CaptureStartUncertaintyMs() const {
-        return std::chrono::duration<double, std::milli>(destroyEnd - destroyStart).count();
     }
 
     static void SleepUntil(Clock::time_point origin, double ms) {
@@ -168,35 +141,56 @@ protected:
     Clock::time_point destroyStart, destroyEnd;
 };
 
-// Played from 1.2 s: the capture starts there, every later second is heard once, whole and in
-// its place, and at the pictures' time over 4 s.
-TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePictures) {
+// Played from 1.2 s with a freeze at 3.05 s: the capture starts there, every later second is
+// heard whole and in its place, the one at 3 s cut 50 ms in by the freeze's 300 ms of silence,
+// and all at the pictures' time over 4 s. Frame 77, the first after 3050 ms, holds the picture
+// from then until its own time, 300 ms late, as do all frames after it.
+TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePicturesThroughATimeFreeze) {
+    const double freezeAt = 3050.0, freezeFor = 300.0;
+    SetTimeFreeze(player, &freezeAt, &freezeFor, 1);
     const auto played = Clock::now();
     Play(player, 30 * kFrame);
     const std::vector<Seen> seen = Watch(played, 4000.0);
     const WavCaptureFile wav = Finish();
     const std::vector<Beep> beeps = FindBeeps(wav);
-    ASSERT_GE(beeps.size(), 2u);
+    // Each beep's start on the pictures' timeline, and its length (a later one may be cut by
+    // Destroy).
+    const double startMs[] = {2000.0, 3000.0, 3350.0, 4300.0},
+                 lengthMs[] = {100.0, 50.0, 50.0, 100.0};
+    ASSERT_GE(beeps.size(), 4u);
     EXPECT_NEAR(beeps[0].startMs, 800.0, kStartToleranceMs)
         << "the sound began away from the first picture";
-    for (size_t k = 0; k + 1 < beeps.size(); ++k) {  // the last one may be cut by Destroy
+    for (size_t k = 0; k < 4; ++k) {
         SCOPED_TRACE(k);
-        ExpectBeep(beeps[k], beeps[0].startMs + 1000.0 * double(k), 100.0);
+        ExpectBeep(beeps[k], beeps[0].startMs + startMs[k] - startMs[0], lengthMs[k]);
     }
-    EXPECT_NEAR(beeps.back().startMs - beeps[0].startMs, 1000.0 * double(beeps.size() - 1), 2.0);
 
-    // The first and the last beep against the pictures' clock over the first and the last second.
-    // Positive: the sound is ahead.
+    // The first and the fourth beep against the pictures' clock over the first and the last
+    // second. Positive: the sound is ahead.
     const double captureStart = CaptureStartMs(wav, played);
     ASSERT_FALSE(seen.empty());
     const double early = ClockStartMs(seen, 0, seen.front().atMs + 1000.0);
     const double late = ClockStartMs(seen, seen.back().atMs - 1000.0, seen.back().atMs + 1.0);
-    const double first = early + 2000.0 - (captureStart + beeps.front().startMs);
-    const double final =
-        late + 1000.0 * double(beeps.size() + 1) - (captureStart + beeps.back().startMs);
-    EXPECT_LT(std::fabs(first), kStartToleranceMs + CaptureStartUncertaintyMs())
+    const double first = early + startMs[0] - (captureStart + beeps[0].startMs);
+    const double final = late + startMs[3] - (captureStart + beeps[3].startMs);
+    const double uncertainMs =
+        std::chrono::duration<double, std::milli>(destroyEnd - destroyStart).count();
+    EXPECT_LT(std::fabs(first), kStartToleranceMs + uncertainMs)
         << "the first beep is off the pictures by " << first << " ms";
     EXPECT_LT(std::fabs(final - first), 10.0) << "the sound drifted by " << final - first << " ms";
+
+    bool held = false;
+    for (const Seen& s : seen) {
+        const int64_t f = s.picture.frame;
+        const int64_t time = f * kFrame + (f >= 77 ? 3 * kSecond / 10 : 0);
+        if (f == 77 && s.picture.time < time) {
+            held = true;
+            EXPECT_GE(s.picture.time, 30'500'000);
+        } else {
+            EXPECT_EQ(s.picture.time, time) << "frame " << f;
+        }
+    }
+    EXPECT_TRUE(held) << "no copy of frame 77 during the freeze";
 }
 
 // A pause leaves one silence and loses or repeats nothing; mute silences the sound, a volume set
@@ -204,7 +198,12 @@ TEST_F(PlayerAudio, SoundFromAPositionStaysWithThePictures) {
 // change comes halfway between two beeps.
 TEST_F(PlayerAudio, PauseVolumeAndMuteShapeTheSound) {
     Play(player, 0);
-    const auto first = FirstPicture();
+    bool shown = false;
+    ASSERT_TRUE(WaitUntil([&] {
+        Poll([&](const Picture&) { shown = true; });
+        return shown;
+    })) << "no picture presented";
+    const auto first = Clock::now();
     SleepUntil(first, 1450);
     // Each call is bracketed by two readings: on a loaded machine a call may take long, and the
     // sound stops and resumes somewhere inside it.
@@ -225,45 +224,17 @@ TEST_F(PlayerAudio, PauseVolumeAndMuteShapeTheSound) {
     SleepUntil(first, behind + 4500);
     Mute(player, false);  // back at the volume set before
     SleepUntil(first, behind + 5500);
-    const std::vector<Beep> beeps = Beeps(Finish(), 1, 1000.0);
+    const std::vector<Beep> beeps = FindBeeps(Finish());
     ASSERT_EQ(beeps.size(), 4u) << "a beep was heard while muted, or one lost";
-    ExpectBeep(beeps[1], 1000.0, 100.0);
+    EXPECT_NEAR(beeps[1].startMs, 1000.0, kStartToleranceMs)
+        << "the sound began away from the first picture";
+    ExpectBeep(beeps[1], beeps[1].startMs, 100.0);
     // The seconds 2 and 4 were muted; 3 comes after the pause's silence.
     const double gap = beeps[2].startMs - beeps[1].startMs - 2000.0;
     EXPECT_GT(gap, playCalledMs - pausedMs - 30.0);
     EXPECT_LT(gap, playedMs - pauseCalledMs + 30.0);
     ExpectBeep(beeps[2], beeps[2].startMs, 100.0, 0.1);
     ExpectBeep(beeps[3], beeps[2].startMs + 2000.0, 100.0, 0.1);
-}
-
-TEST_F(PlayerAudio, ATimeFreezeHoldsThePictureAndInsertsItsSilence) {
-    const double times[] = {1050.0}, durations[] = {300.0};
-    SetTimeFreeze(player, times, durations, 1);
-    const auto played = Clock::now();
-    Play(player, 0);
-    const std::vector<Seen> seen = Watch(played, 3000.0);
-    const std::vector<Beep> beeps = Beeps(Finish(), 1, 1000.0);
-
-    // The second beep is cut 50 ms in by 300 ms of silence; later seconds come 300 ms late.
-    ASSERT_EQ(beeps.size(), 4u);
-    ExpectBeep(beeps[1], 1000.0, 50.0);
-    ExpectBeep(beeps[2], 1350.0, 50.0);
-    ExpectBeep(beeps[3], 2300.0, 100.0);
-
-    // Frame 27, the first after 1050 ms, holds the picture from then until its own time, 300 ms
-    // late, as do all frames after it.
-    bool held = false;
-    for (const Seen& s : seen) {
-        const int64_t f = s.picture.frame;
-        const int64_t time = f * kFrame + (f >= 27 ? 3 * kSecond / 10 : 0);
-        if (f == 27 && s.picture.time < time) {
-            held = true;
-            EXPECT_GE(s.picture.time, 10'500'000);
-        } else {
-            EXPECT_EQ(s.picture.time, time) << "frame " << f;
-        }
-    }
-    EXPECT_TRUE(held) << "no copy of frame 27 during the freeze";
 }
 
 }  // namespace

@@ -3,10 +3,10 @@
 // closes it, after which the player still shows the right frames; and create/open/play/close/
 // destroy churn that must give back every file descriptor, thread and byte it took. Run under ASan
 // and TSan.
-#include <dirent.h>
 #include <malloc.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <random>
@@ -148,17 +148,12 @@ struct Holdings {
 };
 
 int CountEntries(const char* folder) {
-    int count = 0;
-    if (DIR* dir = opendir(folder)) {
-        while (const dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
-        closedir(dir);
-    }
-    return count;
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
 Holdings Now() {
     Holdings h;
-    h.descriptors = CountEntries("/proc/self/fd") - 1;  // less the one opendir holds
+    h.descriptors = CountEntries("/proc/self/fd") - 1;  // less the one the count holds
     h.threads = CountEntries("/proc/self/task");
     h.heapBytes = mallinfo2().uordblks;
     return h;

@@ -5,25 +5,32 @@
 // sizes) showing on the next presented frame, with every view sample's pixels checked against a
 // drawing of its panorama at the angles it carries. Pictures that convert themselves (as the
 // decoder module's do) are converted top row first when drawn, shared by freeze copies and let go
-// by a stop.
+// by a stop. The sound path: audio blocks wait until the clock starts the sound (after the preroll,
+// with the first picture), seek previews keep them waiting, stopping releases and refuses them, and
+// an engine whose graph cannot be built plays on silently.
 #include "engine/render_engine.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstring>
+#include <future>
 #include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "engine_test_support.h"
+#include "mediagraph/com_runtime.h"
 #include "projection/view_projector.h"
 #include "sibling_module.h"
 #include "test_tick_clock.h"
 #include "vexel/com_object.h"
 #include "vexel/status.h"
+#include "wait_until.h"
+#include "wav_reader.h"
 
 namespace vexel {
 namespace {
@@ -126,14 +133,15 @@ protected:
         return seen;
     }
 
-    // Waits (on the wall clock, briefly) for the next presentation that needs no clock step.
+    // Waits (on the wall clock) for the next presentation that needs no clock step.
     Presented Next() {
-        for (int i = 0; i < 5000; ++i) {
-            if (auto seen = Take()) return *seen;
-            std::this_thread::sleep_for(milliseconds(1));
-        }
-        ADD_FAILURE() << "nothing presented";
-        return {};
+        std::optional<Presented> seen;
+        EXPECT_TRUE(testing::WaitUntil([&] { return (seen = Take()).has_value(); }))
+            << "nothing presented";
+        return seen.value_or(Presented{});
+    }
+    void AwaitState(State state) {
+        EXPECT_TRUE(testing::WaitUntil([&] { return engine.GetStateForTesting() == state; }));
     }
 
     // Steps the clock 5 ms at a time from 2.5 ms (never to within 2 ms of a frame's time on the
@@ -190,7 +198,7 @@ protected:
 
 // Bad pictures are dropped. A view size is taken when neither side is 0 or over 16384 and the
 // view is at most 512 MiB; otherwise the size stays.
-TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEnd) {
+TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEndAndSeeksOneFrame) {
     const uint32_t sides[] = {0, 1, 8192, 8193, 16384, 16385, UINT32_MAX};
     for (uint32_t w : sides) {
         for (uint32_t h : sides) {
@@ -228,19 +236,34 @@ TEST_F(RenderEngineTest, PresentsEachFrameWhenTheClockReachesItsTimeThenTheEnd) 
     clock.AwaitWaiters();
     EXPECT_NE(engine.GetStateForTesting(), State::kEnded);
     clock.Advance(milliseconds(10));
-    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kEnded; ++i)
-        std::this_thread::sleep_for(milliseconds(1));
+    AwaitState(State::kEnded);
     const Presented end = Next();
     EXPECT_TRUE(end.IsEnd()) << "the last picture was not replaced";
     EXPECT_FALSE(end.seek);
     EXPECT_EQ(engine.GetCurrentPlayTime(), Ticks(milliseconds(190)))
         << "the end marker is not a frame";
+
+    // Seek mode shows one frame at once, far ahead of a clock that never moves, then refuses more.
+    // (Seeking from each state, and playing on after a seek, show in the player's seek tests.)
+    engine.Stop();
+    engine.StartSeek(Ticks(milliseconds(5'000)));
+    ASSERT_EQ(Deliver(7, 5'000), kOk);
+    EXPECT_EQ(Next().number, 7u);
+    AwaitState(State::kSeekFrameShown);
+    EXPECT_EQ(Deliver(8, 5'040), ERR_SAMPLE_REFUSED);
+    engine.OnVideoEndOfStream();
+    const Presented seekEnd = Next();
+    EXPECT_TRUE(seekEnd.IsEnd());
+    EXPECT_TRUE(seekEnd.seek) << "the end marker of a seek carries the seek flag";
+    engine.Stop();
+    EXPECT_EQ(Deliver(9, 0), ERR_SAMPLE_REFUSED) << "stopped";
 }
 
 // A decoder slow to start (one frame, then nothing for 200 ms) must not start the clock, or every
-// frame after the first would be late; after a resume the same. A pause shows the frame whose wait
-// began before it and nothing after; the resume runs the clock on from that frame.
-TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAndStopsForAPause) {
+// frame after the first would be late; after a resume the same, though never for more than half a
+// second. A pause shows the frame whose wait began before it and nothing after; the resume runs the
+// clock on from that frame. A view that cannot be drawn costs its frame the view sample only.
+TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadOrAfterHalfASecondAndStopsForAPause) {
     engine.Start(Ticks(0));
     ASSERT_EQ(Deliver(1, 0), kOk);
     ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(200)));
@@ -259,40 +282,23 @@ TEST_F(RenderEngineTest, TheClockStartsOnceTheDecoderIsAheadAndStopsForAPause) {
     std::this_thread::sleep_for(milliseconds(50));
     EXPECT_FALSE(Take().has_value()) << "a frame came while paused";
 
-    engine.Start(Ticks(-1));  // from frame 12, at 440 ms
-    ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(100)));
-    engine.OnVideoEndOfStream();  // the rest of the range is queued: nothing more to wait for
-    origin = clock.Now();
-    shown = Play();
-    ASSERT_EQ(shown.size(), 2u);
-    EXPECT_EQ(shown.front().number, 13u);
-    ExpectOnTime(shown, origin, 440);
-}
-
-// (Nor longer than the range: the resume above starts once the rest of the range is queued.) A
-// view that cannot be drawn costs its frame the view sample, and playback goes on.
-TEST_F(RenderEngineTest, TheClockWaitsNoLongerThanHalfASecondAndAFailedDrawingCostsOnlyItsView) {
-    engine.SetViewDim(16, 8);
     engine.FailRenderingForTesting(true);
-    engine.Start(Ticks(0));
-    ASSERT_EQ(Deliver(1, 0), kOk);  // then the decoder stalls
+    engine.Start(Ticks(-1));  // from frame 12, at 440 ms; then the decoder stalls
     ASSERT_NO_FATAL_FAILURE(AssertHeldFor(milliseconds(499)));
     clock.Advance(milliseconds(2));
-    const TickClock::TimePoint origin = clock.Now();
-    std::vector<Presented> shown = Play(1);
+    origin = clock.Now();
+    shown = Play(1);
     ASSERT_EQ(shown.size(), 1u);
     EXPECT_EQ(shown[0].viewWidth, 0u);
-
     engine.FailRenderingForTesting(false);
-    ASSERT_EQ(Deliver(2, 10), kOk);
-    ASSERT_EQ(Deliver(3, 20), kOk);
+    ASSERT_EQ(Deliver(14, 520), kOk);
     engine.OnVideoEndOfStream();
     for (const Presented& p : Play()) shown.push_back(p);
-    ASSERT_EQ(shown.size(), 4u);
-    ExpectOnTime(shown, origin, 0);
-    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(shown[i].number, i + 1);
-    EXPECT_EQ(shown[1].viewWidth, 16u);
-    EXPECT_EQ(shown[2].viewWidth, 16u);
+    ASSERT_EQ(shown.size(), 3u);
+    EXPECT_EQ(shown[0].number, 13u);
+    EXPECT_EQ(shown[1].number, 14u);
+    EXPECT_NE(shown[1].viewWidth, 0u);
+    ExpectOnTime(shown, origin, 440);
 }
 
 // The number Take reads is the top-left pixel of a patterned picture: a picture turned upside
@@ -323,99 +329,66 @@ TEST_F(RenderEngineTest, LatePicturesAreDrawnTopRowFirstSharedByFreezeCopiesAndL
     EXPECT_EQ(latePictures.load(), 0) << "a stop lets the queued pictures go";
 }
 
-// (Seeking from each state, and playing on after a seek, show in the player's seek tests.)
-TEST_F(RenderEngineTest, SeekModeShowsOneFrameAtOnceThenRefusesMore) {
-    engine.StartSeek(Ticks(milliseconds(5'000)));  // far ahead of a clock that never moves
-    ASSERT_EQ(Deliver(7, 5'000), kOk);
-    EXPECT_EQ(Next().number, 7u);
-    for (int i = 0; i < 5000 && engine.GetStateForTesting() != State::kSeekFrameShown; ++i)
-        std::this_thread::sleep_for(milliseconds(1));
-    EXPECT_EQ(Deliver(8, 5'040), ERR_SAMPLE_REFUSED);
-    engine.OnVideoEndOfStream();
-    const Presented end = Next();
-    EXPECT_TRUE(end.IsEnd());
-    EXPECT_TRUE(end.seek) << "the end marker of a seek carries the seek flag";
-    engine.Stop();
-    EXPECT_EQ(Deliver(9, 0), ERR_SAMPLE_REFUSED) << "stopped";
-}
-
 // The engine with the real lens module, whose view path starts empty and is left empty. Frames are
 // a second apart: the present thread decides a frame's view early by the time a drawing takes on
 // this machine (the steady clock's, whatever the test clock says), which must not reach back to
 // the frame before.
-class LateViewTest : public RenderEngineTest {
-protected:
-    static constexpr int64_t kSpacingMs = 1000;
-
-    void SetUp() override {
-        RenderEngineTest::SetUp();
-        clear_ = testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule,
-                                                              kClearPanoramaPathSymbol);
-        ASSERT_NE(clear_, nullptr);
-        clear_();
-        PanoramaLens lens;  // loaded by path above, the module is now found by its name
-        ASSERT_TRUE(PanoramaLens::Available());
-        engine.SetTimeRange(0, Ticks(milliseconds(20 * kSpacingMs)).count());
-        engine.SetViewDim(24, 12);
-    }
-    void TearDown() override {
-        RenderEngineTest::TearDown();
-        if (clear_) clear_();
-    }
-
+TEST_F(RenderEngineTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTheSame) {
+    const auto clear =
+        testing::ModuleFunction<ClearPanoramaPathFn>(kLensParamsModule, kClearPanoramaPathSymbol);
+    ASSERT_NE(clear, nullptr);
+    clear();
+    PanoramaLens lens;  // loaded by path above, the module is now found by its name
+    ASSERT_TRUE(PanoramaLens::Available());
+    constexpr uint32_t kFrames = 10;
+    engine.SetTimeRange(0, Ticks(std::chrono::seconds(20)).count());
+    engine.SetViewDim(24, 12);
     // Starts from 0 with patterned frames a second apart and takes the first, shown at once.
-    Presented StartFrames(uint32_t count) {
+    const auto startFrames = [&] {
         engine.Start(Ticks(0));
-        for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(Deliver(i + 1, i * kSpacingMs, true), kOk);
+        for (uint32_t i = 0; i < kFrames; ++i) EXPECT_EQ(Deliver(i + 1, i * 1000, true), kOk);
         engine.OnVideoEndOfStream();  // every frame queued: the clock starts without waiting
-        const Presented first = Next();
+        Next();
         clock.AwaitWaiters();
         clock.Advance(microseconds(500));  // off the frame grid
-        return first;
-    }
+    };
     // Waits until the present thread waits for the next frame (drawn ahead by then), lets
     // `change` act, and moves the clock past that frame's time.
-    template <class Change>
-    Presented NextAfter(Change change) {
+    const auto nextAfter = [&](auto change) {
         clock.AwaitWaiters();
         change();
-        clock.Advance(milliseconds(kSpacingMs));
+        clock.Advance(milliseconds(1000));
         return Next();
-    }
-    Presented NextFrame() {
-        return NextAfter([] {});
-    }
+    };
 
-    ClearPanoramaPathFn clear_ = nullptr;
-};
-
-TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTheSame) {
-    constexpr uint32_t kFrames = 10;
     std::vector<ViewAngles> live;
-    StartFrames(kFrames);  // frame 0 shows the view an empty path leaves alone
-    live.push_back(NextAfter([&] { engine.SetView(40.0, 10.0, 90.0); }).view);
+    startFrames();  // frame 0 shows the view an empty path leaves alone
+    live.push_back(nextAfter([&] {
+                       engine.SetView(40.0, 10.0, 90.0);
+                       engine.SetView(std::nan(""), 0.0, 90.0);  // refused
+                   }).view);
     EXPECT_TRUE(SameView(live.back(), {40.0, 10.0, 90.0}));
     live.push_back(
-        NextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
+        nextAfter([] { PanoramaLens::SetAngle(2.0, 70.0, 0.0, 80.0); }).view);  // a keyframe for it
     EXPECT_TRUE(SameView(live.back(), {70.0, 0.0, 80.0}));
     // A pan's queued values play out one per presented frame, turning at every frame so that its
     // keyframes keep every sample.
-    live.push_back(NextAfter([&] {
+    live.push_back(nextAfter([&] {
                        engine.StartPan();
                        for (double pan : {100.0, 90.0, 100.0}) engine.AddPan(pan, 5.0);
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {100.0, 5.0, 80.0})) << "the field of view follows the path";
     for (double pan : {90.0, 100.0}) {
-        live.push_back(NextFrame().view);
+        live.push_back(nextAfter([] {}).view);
         EXPECT_EQ(live.back().pan, pan);
     }
     // SetView right after the gesture: its keyframe is at the next frame, after the gesture's.
-    live.push_back(NextAfter([&] {
+    live.push_back(nextAfter([&] {
                        engine.EndPan();
                        engine.SetView(-30.0, 0.0, 80.0);
                    }).view);
     EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0}));
-    const Presented resized = NextAfter([&] { engine.SetViewDim(16, 8); });
+    const Presented resized = nextAfter([&] { engine.SetViewDim(16, 8); });
     live.push_back(resized.view);
     EXPECT_EQ(resized.viewWidth, 16u) << "a new view size waited for a frame drawn later";
     EXPECT_TRUE(SameView(live.back(), {-30.0, 0.0, 80.0}))
@@ -424,13 +397,106 @@ TEST_F(LateViewTest, EachViewChangeShowsOnTheNextPresentedFrameAndAReplayShowsTh
     // Played again, the path alone shows what was shown live, frame by frame (the field of view,
     // keyed at 80 on both sides of the gesture, is read between keyframes, to rounding).
     engine.Stop();
-    StartFrames(kFrames);
+    startFrames();
     for (size_t i = 0; i < live.size(); ++i) {
-        const ViewAngles replayed = NextFrame().view;
+        const ViewAngles replayed = nextAfter([] {}).view;
         EXPECT_EQ(replayed.pan, live[i].pan) << "frame " << i + 1;
         EXPECT_EQ(replayed.tilt, live[i].tilt) << "frame " << i + 1;
         EXPECT_NEAR(replayed.fov, live[i].fov, 1e-9) << "frame " << i + 1;
     }
+    engine.Stop();
+    clear();
+}
+
+// 8 kHz stereo 16-bit, in the stream description and the decoded format.
+void SetUpAudio(RenderEngine& engine) {
+    StreamInfo info{};
+    info.kind = kStreamKindAudio;
+    info.channels = 2;
+    info.samplesPerSecond = 8000;
+    info.bitsPerSample = 16;
+    uint8_t bytes[kAudioStreamInfoBytes];
+    std::memcpy(bytes, &info, sizeof(bytes));
+    engine.SetAudioStreamInfo(bytes);
+    MediaFormatPayload payload{};
+    payload.audio.channels = 2;
+    payload.audio.samplesPerSecond = 8000;
+    payload.audio.bitsPerSample = 16;
+    engine.SetAudioFormat(payload);
+}
+
+// One 20 ms audio block on a thread of its own, as a codec host's delivery thread.
+std::future<int32_t> DeliverAudioAsync(RenderEngine& engine, int64_t timeMs) {
+    return std::async(std::launch::async, [&engine, timeMs] {
+        std::vector<uint8_t> block(640, 1);
+        return engine.OnAudioSample(block.data(), 640, timeMs * kTicksPerMs,
+                                    (timeMs + 20) * kTicksPerMs);
+    });
+}
+
+bool Waiting(std::future<int32_t>& result, milliseconds for_) {
+    return result.wait_for(for_) == std::future_status::timeout;
+}
+
+TEST_F(RenderEngineTest, TheSoundStartsWithTheFirstPictureAfterThePrerollAndNotInASeek) {
+    // Loaded by path, the module answers the engine's load by plain name (the same soname).
+    ASSERT_NE(testing::LoadConversionModule("libAudioFeedFilter.so"), nullptr);
+    UseCaptureFile("engine-preroll");
+    SetUpAudio(engine);
+    engine.Start(Ticks(0));
+    ASSERT_EQ(Deliver(1, 0), kOk);
+    auto held = DeliverAudioAsync(engine, 0);
+    clock.AwaitWaiters();  // the present thread holds the first picture: the decoder is not ahead
+    clock.Advance(milliseconds(300));
+    clock.AwaitWaiters();
+    EXPECT_FALSE(Take().has_value());
+    EXPECT_TRUE(Waiting(held, milliseconds(100))) << "the sound started before the picture";
+    engine.OnVideoEndOfStream();  // every frame is queued: picture and sound start
+    ASSERT_FALSE(Waiting(held, milliseconds(2000)));
+    EXPECT_EQ(held.get(), kOk);
+    EXPECT_EQ(Next().number, 1u);
+    EXPECT_TRUE(Next().IsEnd());
+    engine.Stop();
+
+    engine.StartSeek(Ticks(milliseconds(400)));  // far ahead of a clock that does not move
+    held = DeliverAudioAsync(engine, 400);
+    ASSERT_EQ(Deliver(2, 400), kOk);
+    EXPECT_EQ(Next().number, 2u);  // the seek frame is shown, yet the preview runs no sound
+    EXPECT_TRUE(Waiting(held, milliseconds(100)));
+    engine.Stop();  // releases the waiting block promptly, refused
+    ASSERT_FALSE(Waiting(held, milliseconds(2000)));
+    EXPECT_EQ(held.get(), ERR_SAMPLE_REFUSED);
+}
+
+TEST_F(RenderEngineTest, WithoutAGraphManagerThereIsNoSoundAndNoWaiting) {
+    class Refusing final : public ComObject<IClassFactory> {
+    public:
+        HRESULT QueryInterface(const GUID* iid, void** out) override {
+            *out = nullptr;
+            if (*iid == IID_IUnknown || *iid == IID_IClassFactory)
+                return ShareInterface<IClassFactory>(this, out);
+            return E_NOINTERFACE;
+        }
+        HRESULT CreateInstance(IUnknown*, const GUID*, void** out) override {
+            *out = nullptr;
+            return E_FAIL;
+        }
+    };
+    ASSERT_NE(testing::LoadConversionModule("libAudioFeedFilter.so"), nullptr);
+    CountedRef<IClassFactory> refusing(new Refusing);
+    uint32_t cookie = 0;
+    ASSERT_EQ(RegisterClassObjectForTesting(&CLSID_FilterGraph, refusing.get(), &cookie), S_OK);
+    SetUpAudio(engine);  // the failure stays inside
+    RevokeClassObjectForTesting(cookie);
+
+    engine.Start(Ticks(0));
+    auto dropped = DeliverAudioAsync(engine, 0);
+    ASSERT_FALSE(Waiting(dropped, milliseconds(2000)));  // dropped at once, nothing holds it
+    EXPECT_EQ(dropped.get(), kOk);
+    engine.SetVolume(-2000);  // nothing to reach, nothing fails
+    engine.Pause();
+    engine.Stop();
+    EXPECT_EQ(DeliverAudioAsync(engine, 20).get(), ERR_SAMPLE_REFUSED);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 // engines waiting on the clock must outlive every Advance.
 #pragma once
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -36,9 +35,7 @@ public:
         parked_.notify_all();
         changed.wait(lock);  // until Advance, or the engine's own notification
         std::lock_guard<std::mutex> guard(lock_);
-        waiters_.erase(std::remove_if(waiters_.begin(), waiters_.end(),
-                                      [id](const Waiter& w) { return w.id == id; }),
-                       waiters_.end());
+        std::erase_if(waiters_, [id](const Waiter& w) { return w.id == id; });
     }
 
     // Moves the clock on and wakes every waiter; each one that must wait on parks again.

@@ -53,9 +53,9 @@ TEST(TimeFreezeList, ShiftAndInverseMapping) {
     list.Set(times, durations, 2);
 
     EXPECT_EQ(list.ShiftAt(2000.0f).shift, 500.0f);
-    EXPECT_EQ(list.ShiftAt(3000.0f).shift, 1500.0f);
     EXPECT_EQ(list.ShiftAt(999.0f).shift, 0.0f);
     const FreezeShift at3000 = list.ShiftAt(3000.0f);
+    EXPECT_EQ(at3000.shift, 1500.0f);
     EXPECT_EQ(at3000.lastTime, 3000.0);
     EXPECT_EQ(at3000.lastDuration, 1000.0);
 

@@ -54,7 +54,7 @@ TEST(ViewControl, BetweenGesturesEachFrameTakesThePathAtItsClampedTime) {
     EXPECT_EQ(control.Step(3.0, 10.0, path).view.pan, 3.0);
 }
 
-// (A pan's one value per presented frame, each recorded, shows in the engine's late-view tests.)
+// (A pan's one value per presented frame, each recorded, shows in the engine's view-change test.)
 TEST(ViewControl, AZoomRecordsOnlyFramesThatTookAValueAndCombinesWithAPan) {
     ViewControl control;
     LinearPath path;

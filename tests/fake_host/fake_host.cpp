@@ -19,10 +19,21 @@ using namespace vexel;
 std::atomic<int> gFault{kFakeHostNoFault};
 std::atomic<int64_t> gPolls{0}, gRuns{0};
 
-class Description final : public ComObject<MediaDescription> {
+// What every fake object shares: it offers no further interface, and its reserved slots and
+// properties take anything. (A slot no listed interface declares is an unused plain function.)
+template <class... Interfaces>
+class Fake : public ComObject<Interfaces...> {
 public:
-    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
-    int32_t Reserved1() override { return S_OK; }
+    int32_t QueryInterface(const GUID*, void**) { return E_NOINTERFACE; }
+    int32_t Reserved1() { return S_OK; }
+    int32_t Reserved2() { return S_OK; }
+    int32_t Reserved3() { return S_OK; }
+    int32_t Reserved4() { return S_OK; }
+    int32_t SetProperty(const PropertyHeader*) { return S_OK; }
+};
+
+class Description final : public Fake<MediaDescription> {
+public:
     int32_t GetStreamCount(uint32_t* count) override {
         *count = 1;
         return S_OK;
@@ -40,16 +51,7 @@ public:
     }
 };
 
-class Stream final : public ComObject<MediaStream> {
-public:
-    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
-    int32_t Reserved1() override { return S_OK; }
-    int32_t Reserved2() override { return S_OK; }
-    int32_t Reserved3() override { return S_OK; }
-    int32_t SetProperty(const PropertyHeader*) override { return S_OK; }
-};
-
-class Reader final : public ComObject<MediaReader, PlaybackControl, PlaybackStatus> {
+class Reader final : public Fake<MediaReader, PlaybackControl, PlaybackStatus> {
 public:
     int32_t QueryInterface(const GUID* id, void** out) override {
         if (CheckQuery(id, out) != S_OK) return E_POINTER;
@@ -60,15 +62,12 @@ public:
         }
         return E_NOINTERFACE;
     }
-    int32_t Reserved1() override { return S_OK; }
-    int32_t Reserved2() override { return S_OK; }
-    int32_t Reserved4() override { return S_OK; }
     int32_t Open(const char*, MediaDescription** out) override {
         *out = NewObject<Description>();
         return S_OK;
     }
     int32_t SelectStream(uint32_t, MediaStream** out) override {
-        *out = NewObject<Stream>();
+        *out = NewObject<Fake<MediaStream>>();
         return S_OK;
     }
     int32_t SetSink(Vexel::IPushStream*) override { return S_OK; }
@@ -81,7 +80,6 @@ public:
         video.frameRate = 25.0;
         return S_OK;
     }
-    int32_t SetProperty(const PropertyHeader*) override { return S_OK; }
     int32_t SetPositions(int64_t*, uint32_t, int64_t*, uint32_t) override { return S_OK; }
     int32_t Run() override {
         ++gRuns;
@@ -96,11 +94,8 @@ public:
     }
 };
 
-class Host final : public ComObject<CodecHost> {
+class Host final : public Fake<CodecHost> {
 public:
-    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
-    int32_t Reserved1() override { return S_OK; }
-    int32_t Reserved2() override { return S_OK; }
     int32_t CreateReader(MediaReader** out) override {
         *out = NewObject<Reader>();
         return S_OK;
