@@ -77,9 +77,7 @@ TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
             EXPECT_TRUE(decodehost_test::WaitUntil([&] { return sink.EndOfStreams() == 1; }));
             decoded = StreamDecoder::PicturesForTesting() - pictures;
             converted = VideoConverter::ConversionsForTesting() - conversions;
-            std::vector<int64_t> frames;
-            for (const auto& record : sink.Records()) frames.push_back(record.frame);
-            return frames;
+            return decodehost_test::Frames(sink.Records());
         };
 
         EXPECT_EQ(span(15 * kFrame, 0), (std::vector<int64_t>{15, 16, 17, 18, 19}));
