@@ -48,7 +48,7 @@ public:
         const auto* bytes = static_cast<const uint8_t*>(buffer.data);
         if (info.mediaKind == kMediaKindVideo &&
             buffer.size == static_cast<uint32_t>(width_ * height_ * 4)) {
-            record.frame = FrameNumber(bytes, width_, height_, true);
+            record.frame = FrameNumber(bytes, width_, height_);
             record.pixels.assign(bytes, bytes + buffer.size);
             record.picture.QueryFrom(sample, IID_PictureSource);
         }
