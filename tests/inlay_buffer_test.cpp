@@ -23,7 +23,9 @@ SamplePtr MakeSample(int32_t width, int32_t height) {
     return SamplePtr(InlayBuffer_CreateSample(width, height));
 }
 
-TEST(InlayBufferTest, UnusableSizesGiveAnEmptySample) {
+// Unusable sizes give an empty sample, and views of unusable size are refused before anything is
+// written.
+TEST(InlayBufferTest, UnusableSizesGiveAnEmptySampleAndNoView) {
     const int32_t sizes[][2] = {
         {0, 5},
         {4, -1},
@@ -42,8 +44,20 @@ TEST(InlayBufferTest, UnusableSizesGiveAnEmptySample) {
 
         uint8_t destination[4] = {9, 9, 9, 9};
         EXPECT_EQ(InlayBuffer_ReadBuffer(sample.get(), destination), destination);
+        InlayBuffer_ExtractView(sample.get(), destination, 1, 1);
         EXPECT_EQ(destination[0], 9);
     }
+
+    SamplePtr panorama = MakeSample(64, 32);
+    InlayBuffer_SetView(panorama.get(), 0.0, 0.0, 90.0);
+    const std::vector<uint32_t> untouched(16, 0x12345678u);
+    std::vector<uint32_t> destination = untouched;
+    auto* bytes = reinterpret_cast<uint8_t*>(destination.data());
+    InlayBuffer_ExtractView(panorama.get(), bytes, 0, 4);
+    InlayBuffer_ExtractView(panorama.get(), bytes, 4, 0);
+    InlayBuffer_ExtractView(panorama.get(), bytes, 65536, 65536);  // bytes past 32 bits
+    InlayBuffer_ExtractView(panorama.get(), bytes, UINT32_MAX, 1);
+    EXPECT_EQ(destination, untouched);
 }
 
 TEST(InlayBufferTest, ReadBufferCopiesThePictureAndNoMore) {
@@ -55,23 +69,6 @@ TEST(InlayBufferTest, ReadBufferCopiesThePictureAndNoMore) {
     EXPECT_EQ(InlayBuffer_ReadBuffer(sample.get(), destination.data()), destination.data());
     EXPECT_EQ(std::memcmp(destination.data(), pixels, 32), 0);
     EXPECT_EQ(destination[32], 0xEE) << "copied past the picture's size";
-}
-
-TEST(InlayBufferTest, ExtractViewRefusesUnusableArguments) {
-    SamplePtr empty = MakeSample(0, 0);
-    SamplePtr panorama = MakeSample(64, 32);
-    InlayBuffer_SetView(panorama.get(), 0.0, 0.0, 90.0);
-    const std::vector<uint32_t> untouched(16, 0x12345678u);
-
-    std::vector<uint32_t> destination = untouched;
-    auto* bytes = reinterpret_cast<uint8_t*>(destination.data());
-    InlayBuffer_ExtractView(empty.get(), bytes, 4, 4);
-    InlayBuffer_ExtractView(panorama.get(), bytes, 0, 4);
-    InlayBuffer_ExtractView(panorama.get(), bytes, 4, 0);
-    // A view whose byte size does not fit 32 bits is refused before anything is written.
-    InlayBuffer_ExtractView(panorama.get(), bytes, 65536, 65536);
-    InlayBuffer_ExtractView(panorama.get(), bytes, UINT32_MAX, 1);
-    EXPECT_EQ(destination, untouched);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // Picture buffers reused through the pool during playback: once the engine's queues are full, a
-// steady playback makes no fresh picture buffer (and draws each view once), and samples the host keeps while many more frames
-// pass through the pool still hold the pictures they were taken with. Under the address sanitizer,
-// a buffer waiting in the pool is poisoned, so a sample read after its release fails too.
+// steady playback makes no fresh picture buffer (and draws each view once), and samples the host
+// keeps while many more frames pass through the pool still hold the pictures they were taken with.
+// Under the address sanitizer, a buffer waiting in the pool is poisoned, so a sample read after its
+// release fails too.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -12,10 +13,11 @@
 #include <utility>
 #include <vector>
 
-#include "engine/render_engine.h"
+#include "engine_test_support.h"
 #include "samples/pixel_buffers.h"
 #include "test_tick_clock.h"
 #include "vexel/status.h"
+#include "wait_until.h"
 
 namespace vexel {
 namespace {
@@ -36,11 +38,7 @@ TEST(PicturePool, SteadyPlaybackReusesBuffersAndKeptSamplesKeepTheirPictures) {
     testing::TestTickClock clock;
     RenderEngine engine;
     engine.SetTickClockForTesting(&clock);
-    MediaFormatPayload payload{};
-    payload.video.width = kWidth;
-    payload.video.height = kHeight;
-    payload.video.pixelFormat = kPixelFormatBgra32;
-    engine.SetVideoFormat(payload);
+    engine.SetVideoFormat(testing::PictureFormat(kWidth, kHeight));
     engine.SetViewDim(512, 512);
     engine.Start(Ticks(0));
     std::atomic<uint32_t> delivered{0};
@@ -65,8 +63,7 @@ TEST(PicturePool, SteadyPlaybackReusesBuffersAndKeptSamplesKeepTheirPictures) {
     uint32_t presented = 0;
     // The clock starts at 0 once the decoder is ahead; every step then lands 5 ms past a frame's
     // time, away from the last 2 ms before one, which the present thread polls for.
-    for (int i = 0; i < 20'000 && delivered.load() < 30; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    testing::WaitUntil([&] { return delivered.load() >= 30; });
     clock.Advance(std::chrono::milliseconds(5));
     for (bool ended = false; !ended;) {
         clock.AwaitWaiters(
@@ -90,8 +87,7 @@ TEST(PicturePool, SteadyPlaybackReusesBuffersAndKeptSamplesKeepTheirPictures) {
         ReleaseInlayBuffer(pre);
         ReleaseInlayBuffer(view);
         // The decoder stays ahead (30 frames queued), as in a steady playback.
-        for (int i = 0; i < 20'000 && delivered.load() < std::min(kFrames, presented + 30); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        testing::WaitUntil([&] { return delivered.load() >= std::min(kFrames, presented + 30); });
         clock.Advance(std::chrono::microseconds(33'333));
     }
     decoder.join();

@@ -13,21 +13,11 @@
 namespace vexel {
 namespace {
 
-struct Picture {
-    int32_t width;
-    int32_t height;
-    std::vector<uint32_t> pixels;
-};
-
-Picture Noise(int32_t width, int32_t height, uint32_t seed) {
-    return {width, height, testing::NoisePicture(width, height, seed)};
-}
-
-std::vector<uint32_t> Render(const Picture& picture, int32_t w, int32_t h, double pan, double tilt,
-                             double fov) {
+// A view of a 512 x 256 picture.
+std::vector<uint32_t> Render(const std::vector<uint32_t>& picture, int32_t w, int32_t h, double pan,
+                             double tilt, double fov) {
     std::vector<uint32_t> view(static_cast<size_t>(w) * h, 0x5A5A5A5Au);
-    RenderPanoramaView(picture.pixels.data(), picture.width, picture.height, view.data(), w, h, pan,
-                       tilt, fov);
+    RenderPanoramaView(picture.data(), 512, 256, view.data(), w, h, pan, tilt, fov);
     return view;
 }
 
@@ -43,7 +33,7 @@ TEST(ProjectionBehaviourTest, UniformPicturesGiveUniformViews) {
     for (const auto& [input, output] :
          {std::pair{0xFFFFFFFFu, 0xFFFDFDFDu}, std::pair{0x00FFFFFFu, 0xFFFDFDFDu},
           std::pair{0x00000000u, 0xFF000000u}}) {
-        const Picture picture{512, 256, std::vector<uint32_t>(512 * 256, input)};
+        const std::vector<uint32_t> picture(512 * 256, input);
         for (const auto& [pan, tilt, fov] : directions) {
             EXPECT_EQ(Render(picture, 97, 41, pan, tilt, fov),
                       std::vector<uint32_t>(97 * 41, output))
@@ -53,7 +43,7 @@ TEST(ProjectionBehaviourTest, UniformPicturesGiveUniformViews) {
 }
 
 TEST(ProjectionBehaviourTest, BeyondThePoleLooksBackTurnedOver) {
-    const Picture picture = Noise(512, 256, 5);
+    const auto picture = testing::NoisePicture(512, 256, 5);
     for (const auto& [w, h] : {std::pair{160, 90}, std::pair{99, 57}}) {
         const auto above = Render(picture, w, h, 30, 95, 100);
         EXPECT_EQ(above, TurnedHalfway(Render(picture, w, h, 210, 85, 100)));
@@ -82,22 +72,22 @@ TEST(ProjectionBehaviourTest, RefusedRequestsKeepTheLastView) {
     EXPECT_EQ(projector.tilt(), 20);
     EXPECT_EQ(projector.fov(), 90);
     // A fresh projector that refuses draws the default view.
-    const Picture picture = Noise(512, 256, 8);
+    const auto picture = testing::NoisePicture(512, 256, 8);
     EXPECT_EQ(Render(picture, 100, 60, nan, 10, 90), Render(picture, 100, 60, 0, 0, 120));
     EXPECT_EQ(Render(picture, 100, 60, 50, 30, 20), Render(picture, 100, 60, 0, 0, 120));
 }
 
 TEST(ProjectionBehaviourTest, EmptyPicturesAndViewsDrawNothing) {
-    const Picture picture = Noise(64, 32, 11);
+    const auto picture = testing::NoisePicture(64, 32, 11);
     std::vector<uint32_t> view(16, 0x5A5A5A5Au);
-    RenderPanoramaView(picture.pixels.data(), 64, 32, view.data(), 0, 4, 0, 0, 90);
-    RenderPanoramaView(picture.pixels.data(), 64, 32, view.data(), 4, 0, 0, 0, 90);
-    RenderPanoramaView(picture.pixels.data(), 0, 32, view.data(), 4, 4, 0, 0, 90);
-    RenderPanoramaView(picture.pixels.data(), 64, 0, view.data(), 4, 4, 0, 0, 90);
+    RenderPanoramaView(picture.data(), 64, 32, view.data(), 0, 4, 0, 0, 90);
+    RenderPanoramaView(picture.data(), 64, 32, view.data(), 4, 0, 0, 0, 90);
+    RenderPanoramaView(picture.data(), 0, 32, view.data(), 4, 4, 0, 0, 90);
+    RenderPanoramaView(picture.data(), 64, 0, view.data(), 4, 4, 0, 0, 90);
     RenderPanoramaView(nullptr, 64, 32, view.data(), 4, 4, 0, 0, 90);
     EXPECT_EQ(view, std::vector<uint32_t>(16, 0x5A5A5A5Au));
     // One pixel is a view like any other.
-    RenderPanoramaView(picture.pixels.data(), 64, 32, view.data(), 1, 1, 0, 0, 90);
+    RenderPanoramaView(picture.data(), 64, 32, view.data(), 1, 1, 0, 0, 90);
     EXPECT_EQ(view[0] >> 24, 0xFFu);
     EXPECT_EQ(view[1], 0x5A5A5A5Au);
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "projection/row_kernel.h"
@@ -57,17 +58,13 @@ void ExpectKernelsAgree(const std::vector<const uint32_t*>& rows, int32_t source
 
 TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
     RecordProperty("kernels", static_cast<int>(SupportedRowKernels().size()));
-    struct Source {
-        int32_t width, height;
-    };
-    const Source sources[] = {{3840, 1920}, {1024, 512}, {1001, 500},
-                              {4096, 1024}, {1000, 300}, {257, 128}};
+    const std::pair<int32_t, int32_t> sources[] = {{3840, 1920}, {1024, 512}, {1001, 500},
+                                                   {4096, 1024}, {1000, 300}, {257, 128}};
     std::vector<std::vector<uint32_t>> pictures;
     std::vector<std::vector<const uint32_t*>> rowTables;
-    for (const Source& s : sources) {
-        pictures.push_back(
-            testing::NoisePicture(s.width, s.height, static_cast<uint32_t>(s.width)));
-        rowTables.push_back(testing::RowPointers(pictures.back(), s.width, s.height));
+    for (const auto& [width, height] : sources) {
+        pictures.push_back(testing::NoisePicture(width, height, static_cast<uint32_t>(width)));
+        rowTables.push_back(testing::RowPointers(pictures.back(), width, height));
     }
 
     // Fixed cases: 4K, the seam, both poles, looking back over them, tall and 1-pixel views.
@@ -79,7 +76,7 @@ TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
         {17, 5, 90, 45, 60}};
     for (const View& view : fixed) {
         if (static_cast<int64_t>(view.w) * view.h > kLargestView) continue;
-        ExpectKernelsAgree(rowTables[0], sources[0].width, view);
+        ExpectKernelsAgree(rowTables[0], sources[0].first, view);
         if (HasFatalFailure()) return;
     }
 
@@ -92,7 +89,7 @@ TEST(ProjectionKernelTest, EveryKernelDrawsThePlainKernelsPixels) {
                   -180 + 360 * unit(random), 30 + 135 * unit(random)};
         if (i % 5 == 0) view.pan = random() % 2 ? 180 : -180;
         if (i % 7 == 0) view.tilt = random() % 2 ? 90 : -90;
-        ExpectKernelsAgree(rowTables[source], sources[source].width, view);
+        ExpectKernelsAgree(rowTables[source], sources[source].first, view);
         if (HasFatalFailure()) return;
     }
 
@@ -132,9 +129,7 @@ TEST(ProjectionKernelTest, RowSteppingAgreesWhereUNeedsManyWraps) {
             kernel.stepRow(gridU.data(), gridV.data(), step, count, fullTurn, outU.data(),
                            outV.data());
             for (int32_t x = 0; x < count; ++x) {
-                ASSERT_EQ(outU[x], plainU[x])
-                    << CpuKernelName(kernel.level) << ", step " << step << ", pixel " << x;
-                ASSERT_EQ(outV[x], plainV[x])
+                ASSERT_EQ(std::pair(outU[x], outV[x]), std::pair(plainU[x], plainV[x]))
                     << CpuKernelName(kernel.level) << ", step " << step << ", pixel " << x;
             }
         }

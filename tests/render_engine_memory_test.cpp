@@ -15,6 +15,7 @@
 #include "engine_test_support.h"
 #include "test_tick_clock.h"
 #include "vexel/status.h"
+#include "wait_until.h"
 
 namespace vexel {
 namespace {
@@ -53,13 +54,9 @@ TEST(RenderEngineMemory, A4kPlaybackStaysWithinThePicturesInFlight) {
         // is full (the first frame, one in the present thread, 2 rendered, 30 decoded); then one
         // frame a step, each step 5 ms past a frame's time (the present thread polls the last 2 ms
         // before one).
-        InlayBuffer* first = nullptr;
-        for (int i = 0; i < 20'000 && (first == nullptr || delivered.load() < kInFlight); ++i) {
-            if (first == nullptr) first = engine.TakeCurrentPreSample();
-            std::this_thread::sleep_for(milliseconds(1));
-        }
+        ReleaseInlayBuffer(testing::AwaitPreSample(engine));
+        testing::WaitUntil([&] { return delivered.load() >= kInFlight; });
         EXPECT_EQ(delivered.load(), kInFlight);
-        ReleaseInlayBuffer(first);
         clock.Advance(milliseconds(5));
         for (bool ended = false; !ended;) {
             clock.AwaitWaiters(

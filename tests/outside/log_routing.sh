@@ -19,7 +19,6 @@ fail() { echo "FAIL: $*"; failed=1; }
 # trees, where dlopen ignores the library's RUNPATH).
 run() {
     env VEXEL_LOG="$2" LD_LIBRARY_PATH="${4:-${LD_LIBRARY_PATH:-}}" "$snapshot" "$3" "$work/$1.ppm" >"$work/$1.out" 2>"$work/$1.err"
-    return 0
 }
 count() { grep -c -F -- "$1" "$2"; }
 

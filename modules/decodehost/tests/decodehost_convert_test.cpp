@@ -15,10 +15,9 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
-#include "decodehost_test_support.h"
 #include "frame_picture.h"
 #include "media_reader.h"
-#include "vexel/counted_ref.h"
+#include "recording_sink.h"
 #include "video_converter.h"
 
 namespace vexel::decodehost {
@@ -218,38 +217,13 @@ TEST(ConverterTest, PictureOfAnotherSizeIsScaledToTheOutput) {
     EXPECT_NEAR(out[4 * 10 + 1], 255, 2) << "last row is white";
 }
 
-// Keeps every picture a reader pushes twice: as GetBuffer gives it, and as its picture source.
-struct KeepingSink final : Vexel::IPushStream {
-    int32_t QueryInterface(const GUID*, void**) override { return E_NOINTERFACE; }
-    uint32_t AddRef() override { return 1; }  // lives on the test's stack
-    uint32_t Release() override { return 1; }
-    int32_t Notify() override { return 0; }
-    int32_t Push(IPushSample* sample) override {
-        CountedRef<IPictureSource> picture;
-        picture.QueryFrom(sample, IID_PictureSource);
-        BufferDesc buffer{};
-        sample->GetBuffer(&buffer);
-        const auto* bytes = static_cast<const uint8_t*>(buffer.data);
-        eager.emplace_back(bytes, bytes + buffer.size);
-        late.push_back(std::move(picture));
-        return 0;
-    }
-    int32_t EndOfStream() override {
-        ended.store(true);
-        return 0;
-    }
-    std::vector<std::vector<uint8_t>> eager;  // delivery thread until ended
-    std::vector<CountedRef<IPictureSource>> late;
-    std::atomic<bool> ended{false};
-};
-
 // H.264 and VP9 clips (4:2:0, each decoder with its own buffer pool): every picture converted
 // late, after its reader, decoder and file are gone, is the reader's own picture and reads back
 // as its frame number.
 TEST(LateConversionTest, PicturesConvertedAfterTheReaderAreTheReadersOwn) {
     for (const char* clip : {"equirect.mp4", "late.mkv"}) {
         SCOPED_TRACE(clip);
-        KeepingSink sink;
+        decodehost_test::RecordingSink sink(128, 64);
         {
             auto reader = CountedRef<Reader>::Adopt(NewObject<Reader>());
             CountedRef<MediaDescription> description;
@@ -257,20 +231,19 @@ TEST(LateConversionTest, PicturesConvertedAfterTheReaderAreTheReadersOwn) {
             ASSERT_EQ(reader->SelectStream(0, nullptr), 0);  // the generator writes video first
             ASSERT_EQ(reader->SetSink(&sink), 0);
             ASSERT_EQ(reader->Run(), 0);
-            ASSERT_TRUE(decodehost_test::WaitUntil([&] { return sink.ended.load(); }));
+            ASSERT_TRUE(decodehost_test::WaitUntil([&] { return sink.EndOfStreams() == 1; }));
         }
-        ASSERT_GE(sink.late.size(), 10u);
-        int64_t first = -1;
-        for (size_t i = 0; i < sink.late.size(); ++i) {
-            ASSERT_TRUE(sink.late[i]) << "picture " << i << " offers no source";
-            const std::vector<uint8_t> late = LateBottomUp(*sink.late[i], 128, 64);
-            EXPECT_TRUE(late == sink.eager[i]) << "picture " << i;
-            const int64_t number = decodehost_test::FrameNumber(late.data(), 128, 64, true);
-            if (i == 0) first = number;
-            EXPECT_EQ(number, first + static_cast<int64_t>(i));
+        const std::vector<decodehost_test::PushedRecord> records = sink.Records();
+        ASSERT_GE(records.size(), 10u);
+        for (size_t i = 0; i < records.size(); ++i) {
+            ASSERT_TRUE(records[i].picture) << "picture " << i << " offers no source";
+            const std::vector<uint8_t> late = LateBottomUp(*records[i].picture, 128, 64);
+            EXPECT_TRUE(late == records[i].pixels) << "picture " << i;
+            EXPECT_EQ(decodehost_test::FrameNumber(late.data(), 128, 64),
+                      records[0].frame + static_cast<int64_t>(i));
         }
         uint8_t row[128 * 4];
-        EXPECT_EQ(sink.late[0]->WriteTopDown(row, sizeof row, 128, 1), E_INVALIDARG);
+        EXPECT_EQ(records[0].picture->WriteTopDown(row, sizeof row, 128, 1), E_INVALIDARG);
     }
 }
 

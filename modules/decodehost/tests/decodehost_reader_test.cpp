@@ -11,8 +11,8 @@ namespace {
 // Descriptions and formats
 
 // The formats as described (what the player makes of them is in the player's tests, with the
-// sizes, rates and lengths of its own clips).
-TEST_F(ReaderTest, DescribesItsStreamsAndDeliversTheirFormats) {
+// sizes, rates and lengths of its own clips), and what it refuses to open, select or run.
+TEST_F(ReaderTest, DescribesItsStreamsDeliversTheirFormatsAndRefusesTheRest) {
     CountedRef<MediaDescription> description;
     ASSERT_EQ(reader_->Open(Clip("equirect.mp4").c_str(), description.put()), 0);
     MediaFormat format = MakeMediaFormatRequest();
@@ -36,20 +36,14 @@ TEST_F(ReaderTest, DescribesItsStreamsAndDeliversTheirFormats) {
     EXPECT_TRUE(sound.channels == audio.channels &&
                 sound.samplesPerSecond == audio.samplesPerSecond &&
                 sound.bitsPerSample == audio.bitsPerSample);
-}
 
-// (Files it cannot open are refused through the player's Open in the player's tests.)
-TEST_F(ReaderTest, RefusesWhatItCannotOpenOrSelect) {
-    CountedRef<MediaDescription> description;
+    // Refusals (files it cannot open are refused through the player's Open in the player's tests).
     EXPECT_LT(reader_->Open(nullptr, description.put()), 0);
     EXPECT_FALSE(description);
-
     ASSERT_EQ(reader_->Open(Clip("sound.m4a").c_str(), description.put()), 0);
     CountedRef<MediaStream> stream;
     EXPECT_LT(reader_->SelectStream(5, stream.put()), 0);
     EXPECT_FALSE(stream);
-    control_.QueryFrom(reader_.get(), IID_PlaybackControl);
-    ASSERT_TRUE(control_);
     EXPECT_LT(control_->Run(), 0) << "nothing selected, nothing to run";
 }
 
@@ -82,10 +76,7 @@ TEST_P(ReaderSpanTest, SpanStartsAtTheFrameAtCurrentAndEndsBeforeStop) {
 
 INSTANTIATE_TEST_SUITE_P(Containers, ReaderSpanTest,
                          ::testing::Values("equirect.mp4", "transport.ts", "matroska.mkv"),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             std::string name = info.param;
-                             return name.substr(0, name.find('.'));
-                         });
+                         ClipName);
 
 // ---------------------------------------------------------------------------------------------
 // Sound
@@ -114,8 +105,7 @@ TEST_F(ReaderTest, SoundSpansAreCutToTheSample) {
         for (size_t i = 0; i < records.size(); ++i) {
             const PushedRecord& r = records[i];
             EXPECT_EQ(r.size % 4, 0u) << "block " << i;
-            EXPECT_NEAR(r.stop - r.start, static_cast<int64_t>(r.pcm.size() / 2) * kSecond / 48000,
-                        1);
+            EXPECT_NEAR(r.stop - r.start, int64_t{r.size / 4} * kSecond / 48000, 1);
             if (i > 0) {
                 EXPECT_NEAR(r.start, records[i - 1].stop, 1) << "block " << i;
             }
@@ -131,14 +121,14 @@ TEST_F(ReaderTest, SoundSpansAreCutToTheSample) {
 // States: refusal, pause, stop, destruction
 
 // One reader through its states: a refused push, a pause and a stop while a push is under way, a
-// run after the end and after a stop.
+// run after the end and after a stop, and its release while it delivers.
 TEST_F(ReaderTest, RefusalPauseStopAndRunAfterTheEnd) {
     OpenStream("equirect.mp4", kStreamKindVideo);
     sink_.RefuseAfter(3);  // a refused push ends the span without an end of stream
     Span(0, 0);
     ASSERT_TRUE(WaitForState(kEnded));
     std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(sink_.Count(), 3u);
+    EXPECT_EQ(sink_.Records().size(), 3u);
     EXPECT_EQ(sink_.Refused(), 1);
     EXPECT_EQ(sink_.EndOfStreams(), 0);
 
@@ -152,13 +142,13 @@ TEST_F(ReaderTest, RefusalPauseStopAndRunAfterTheEnd) {
     EXPECT_EQ(State(), kPaused);
     sink_.Hold(false);
     std::this_thread::sleep_for(milliseconds(200));
-    EXPECT_EQ(sink_.Count(), 1u);
+    EXPECT_EQ(sink_.Records().size(), 1u);
     ASSERT_EQ(control_->Run(), 0);
     ASSERT_TRUE(WaitForState(kEnded));
     EXPECT_EQ(Frames(sink_.Records()), Sequence(0, 19));
     EXPECT_EQ(control_->Run(), 0);  // a player resuming after the end: nothing is repeated
     std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(sink_.Count(), 20u);
+    EXPECT_EQ(sink_.Records().size(), 20u);
     EXPECT_EQ(State(), kEnded);
 
     // A stop while a push is under way reports stopping until it returns, and ends the span there.
@@ -171,20 +161,18 @@ TEST_F(ReaderTest, RefusalPauseStopAndRunAfterTheEnd) {
     sink_.Hold(false);
     ASSERT_TRUE(WaitForState(kIdle));
     std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_EQ(sink_.Count(), 1u) << "more of the stopped span";
+    EXPECT_EQ(sink_.Records().size(), 1u) << "more of the stopped span";
     EXPECT_EQ(sink_.EndOfStreams(), 0);
     sink_.Clear();  // Run after Stop delivers the positioned span again
     ASSERT_EQ(control_->Run(), 0);
     ASSERT_TRUE(WaitForState(kEnded));
     EXPECT_EQ(Frames(sink_.Records()), Sequence(15, 19));
-}
 
-TEST_F(ReaderTest, ReleasingARunningReaderEndsDelivery) {
-    OpenStream("equirect.mp4", kStreamKindVideo);
+    // TearDown drops the last references while the reader delivers, and checks that the sink got
+    // its reference back.
+    sink_.Clear();
     Span(0, 0);
-    ASSERT_TRUE(WaitUntil([&] { return sink_.Count() > 0; }));
-    // TearDown drops the last references while the reader may still be delivering, and checks
-    // that the sink got its reference back.
+    ASSERT_TRUE(WaitUntil([&] { return !sink_.Records().empty(); }));
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -42,8 +42,7 @@ TEST(SeekTest, EverySeekShowsItsTargetFrame) {
             ADD_FAILURE() << "target " << target << " not decoded";
             return 0;
         }
-        EXPECT_EQ(decodehost_test::FrameNumber(pixels.data(), frame->width, frame->height, true),
-                  target);
+        EXPECT_EQ(decodehost_test::FrameNumber(pixels.data(), frame->width, frame->height), target);
         return StreamDecoder::PicturesForTesting() - before;
     };
 
@@ -77,9 +76,7 @@ TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
             EXPECT_TRUE(decodehost_test::WaitUntil([&] { return sink.EndOfStreams() == 1; }));
             decoded = StreamDecoder::PicturesForTesting() - pictures;
             converted = VideoConverter::ConversionsForTesting() - conversions;
-            std::vector<int64_t> frames;
-            for (const auto& record : sink.Records()) frames.push_back(record.frame);
-            return frames;
+            return decodehost_test::Frames(sink.Records());
         };
 
         EXPECT_EQ(span(15 * kFrame, 0), (std::vector<int64_t>{15, 16, 17, 18, 19}));

@@ -31,9 +31,8 @@ inline std::string Clip(const std::string& name) {
 
 using vexel::testing::WaitUntil;
 
-// Frame number drawn into a picture of B,G,R,A pixels; bottomUp for rows stored last row first.
-inline int64_t FrameNumber(const uint8_t* pixels, int width, int height, bool bottomUp = false) {
-    if (!bottomUp) return framecode::Read(pixels, width, height);
+// Frame number drawn into a picture of B,G,R,A pixels stored last row first.
+inline int64_t FrameNumber(const uint8_t* pixels, int width, int height) {
     const size_t stride = static_cast<size_t>(width) * 4;
     const int rows = std::min(height, framecode::CellSize(width));
     std::vector<uint8_t> top(stride * rows);

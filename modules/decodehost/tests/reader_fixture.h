@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <numeric>
 
 #include "recording_sink.h"
@@ -98,10 +99,11 @@ protected:
     RecordingSink sink_{128, 64};
 };
 
-inline std::vector<int64_t> Frames(const std::vector<PushedRecord>& records) {
-    std::vector<int64_t> frames;
-    for (const PushedRecord& r : records) frames.push_back(r.frame);
-    return frames;
+// A clip's file name as part of a test's name: late.mkv gives late_mkv.
+inline std::string ClipName(const ::testing::TestParamInfo<const char*>& info) {
+    std::string name = info.param;
+    std::replace(name.begin(), name.end(), '.', '_');
+    return name;
 }
 
 inline std::vector<int64_t> Sequence(int64_t first, int64_t last) {

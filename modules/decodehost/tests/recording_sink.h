@@ -1,6 +1,7 @@
 // RecordingSink: a push sink for driving a reader directly. It keeps what each pushed sample
-// carried (times, kind, size, the frame number of a picture, the PCM of a sound block) and can be
-// told to refuse pushes after a count or to hold a push until released.
+// carried (times, size, the bytes and frame number of a picture, and the picture's source when the
+// sample offers one) and can be told to refuse pushes after a count or to hold a push until
+// released.
 //
 // Threads: the reader's delivery thread calls Push and EndOfStream; the test thread reads the
 // record and changes the behaviour. Everything is guarded by one mutex or atomic.
@@ -8,22 +9,23 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <vector>
 
 #include "decodehost_test_support.h"
 #include "vexel/codec_host.h"
+#include "vexel/counted_ref.h"
+#include "vexel/picture_source.h"
 
 namespace vexel::decodehost_test {
 
 struct PushedRecord {
     int64_t start = 0;
     int64_t stop = 0;
-    uint32_t kind = 0;
     uint32_t size = 0;
-    int64_t frame = -1;        // pictures: the drawn frame number
-    std::vector<int16_t> pcm;  // sound blocks: the samples
+    int64_t frame = -1;                    // pictures: the drawn frame number
+    std::vector<uint8_t> pixels{};         // pictures: as GetBuffer gave them
+    CountedRef<IPictureSource> picture{};  // pictures libyuv converts: the sample's source
 };
 
 class RecordingSink final : public Vexel::IPushStream {
@@ -42,18 +44,13 @@ public:
         SampleInfo info = MakeSampleInfoRequest();
         sample->GetInfo(&info);
 
-        PushedRecord record;
-        record.start = info.startTime;
-        record.stop = info.stopTime;
-        record.kind = info.mediaKind;
-        record.size = buffer.size;
+        PushedRecord record{info.startTime, info.stopTime, buffer.size};
         const auto* bytes = static_cast<const uint8_t*>(buffer.data);
         if (info.mediaKind == kMediaKindVideo &&
             buffer.size == static_cast<uint32_t>(width_ * height_ * 4)) {
-            record.frame = FrameNumber(bytes, width_, height_, true);
-        } else if (info.mediaKind == kMediaKindAudio) {
-            record.pcm.resize(buffer.size / 2);
-            std::memcpy(record.pcm.data(), bytes, record.pcm.size() * 2);
+            record.frame = FrameNumber(bytes, width_, height_);
+            record.pixels.assign(bytes, bytes + buffer.size);
+            record.picture.QueryFrom(sample, IID_PictureSource);
         }
 
         std::unique_lock<std::mutex> lock(mutex_);
@@ -93,10 +90,6 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return records_;
     }
-    size_t Count() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return records_.size();
-    }
     int EndOfStreams() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return endOfStreams_;
@@ -130,5 +123,11 @@ private:
     bool hold_ = false;
     bool inPush_ = false;
 };
+
+inline std::vector<int64_t> Frames(const std::vector<PushedRecord>& records) {
+    std::vector<int64_t> frames;
+    for (const PushedRecord& r : records) frames.push_back(r.frame);
+    return frames;
+}
 
 }  // namespace vexel::decodehost_test

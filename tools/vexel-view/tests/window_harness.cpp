@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,73 +10,38 @@
 #include <cstdlib>
 #include <cstring>
 #include <sys/wait.h>
-#include <thread>
+#include <utility>
 
+#include "../../../tests/wait_until.h"
 #include "vexel/ticks.h"
 
 namespace viewtest {
 
-namespace {
-
 using Clock = std::chrono::steady_clock;
 
-[[noreturn]] void Exec(const std::vector<std::string>& args) {
-    std::vector<char*> argv;
-    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    std::fprintf(stderr, "cannot run %s: %s\n", argv[0], std::strerror(errno));
-    _exit(127);
-}
-
-// Waits up to `limit` for the child; its exit code, or -1 if it is still running.
-int Reap(pid_t pid, Seconds limit) {
-    const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
-    for (;;) {
-        int status = 0;
-        const pid_t done = waitpid(pid, &status, WNOHANG);
-        if (done == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        if (done < 0 || Clock::now() > end) return -1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-}
-
-void Kill(pid_t pid) {
-    if (pid <= 0) return;
-    kill(pid, SIGTERM);
-    if (Reap(pid, Seconds(3)) == -1) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-}
-
-}  // namespace
-
-Child::Child(const std::vector<std::string>& args) {
+Child::Child(const std::vector<std::string>& args, int stopSignal) : stopSignal_(stopSignal) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) return;
     pid_ = fork();
     if (pid_ == 0) {
         dup2(fds[1], STDOUT_FILENO);
-        Exec(args);
+        std::vector<char*> argv;
+        for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        std::fprintf(stderr, "cannot run %s: %s\n", argv[0], std::strerror(errno));
+        _exit(127);
     }
     close(fds[1]);
     out_ = fds[0];
 }
 
 Child::~Child() {
-    Kill(pid_);
+    if (pid_ > 0) {
+        kill(pid_, stopSignal_);
+        waitpid(pid_, nullptr, 0);
+    }
     if (out_ >= 0) close(out_);
-}
-
-bool Child::ReadMore(Seconds limit) {
-    pollfd waiting{out_, POLLIN, 0};
-    if (poll(&waiting, 1, static_cast<int>(limit.count() * 1000)) <= 0) return false;
-    char chunk[4096];
-    const ssize_t got = read(out_, chunk, sizeof chunk);
-    if (got <= 0) return false;
-    buffer_.append(chunk, static_cast<size_t>(got));
-    return true;
 }
 
 bool Child::WaitForLine(const std::string& prefix, Seconds limit, std::string* line) {
@@ -92,8 +56,15 @@ bool Child::WaitForLine(const std::string& prefix, Seconds limit, std::string* l
                 return true;
             }
         }
-        const Seconds left = end - Clock::now();
-        if (left.count() <= 0 || !ReadMore(left)) return false;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        pollfd waiting{out_, POLLIN, 0};
+        if (left.count() <= 0 || poll(&waiting, 1, static_cast<int>(left.count())) <= 0)
+            return false;
+        char chunk[4096];
+        const ssize_t got = read(out_, chunk, sizeof chunk);
+        ended_ = got == 0;
+        if (got <= 0) return false;
+        buffer_.append(chunk, static_cast<size_t>(got));
     }
 }
 
@@ -101,36 +72,21 @@ int Child::Wait(Seconds limit) {
     WaitForLine("\x01", limit, nullptr);  // collects the rest of the output until the pipe closes
     output_ += buffer_;
     buffer_.clear();
-    const int code = Reap(pid_, Seconds(1));
-    if (code == -1) return -1;  // the destructor kills it
-    pid_ = -1;
-    return code;
+    if (!ended_) return -1;  // still running: the destructor kills it
+    int status = 0;
+    waitpid(std::exchange(pid_, -1), &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-VirtualDisplay::VirtualDisplay() {
-    int fds[2];
-    if (pipe(fds) != 0) return;
-    pid_ = fork();
-    if (pid_ == 0) {
-        close(fds[0]);
-        const int quiet = open("/dev/null", O_WRONLY);
-        dup2(quiet, STDERR_FILENO);
-        // -displayfd: the server picks a free display and writes its number when it is ready.
-        Exec({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "1024x768x24",
-              "-nolisten", "tcp"});
-    }
-    close(fds[1]);
-    std::string number;
-    pollfd waiting{fds[0], POLLIN, 0};
-    char c = 0;
-    while (poll(&waiting, 1, 20'000) > 0 && read(fds[0], &c, 1) == 1 && c != '\n') number += c;
-    close(fds[0]);
-    if (number.empty() || c != '\n') return;
-    name_ = ":" + number;
+// -displayfd: the server picks a free display and writes its number when it is ready. SIGTERM ends
+// it, so it removes its lock file.
+VirtualDisplay::VirtualDisplay()
+    : server_({"Xvfb", "-displayfd", "1", "-screen", "0", "1024x768x24", "-nolisten", "tcp"},
+              SIGTERM) {
+    if (!server_.WaitForLine("", Seconds(20), &name_) || name_.empty()) return;
+    name_ = ":" + name_;
     setenv("DISPLAY", name_.c_str(), 1);
 }
-
-VirtualDisplay::~VirtualDisplay() { Kill(pid_); }
 
 bool Xdotool(const std::vector<std::string>& args, std::string* output) {
     std::vector<std::string> command{"xdotool"};
@@ -142,13 +98,11 @@ bool Xdotool(const std::vector<std::string>& args, std::string* output) {
 }
 
 bool ParseShot(const std::string& line, Shot* shot) {
-    char file[1024] = {};
-    const int fields = std::sscanf(
-        line.c_str(),
-        "vexel-view: screenshot %1023[^:]: %dx%d, time %lf s, pan %lf, tilt %lf, fov %lf", file,
-        &shot->width, &shot->height, &shot->seconds, &shot->pan, &shot->tilt, &shot->fov);
-    shot->file = file;
-    return fields == 7;
+    return std::sscanf(
+               line.c_str(),
+               "vexel-view: screenshot %*[^:]: %dx%d, time %lf s, pan %lf, tilt %lf, fov %lf",
+               &shot->width, &shot->height, &shot->seconds, &shot->pan, &shot->tilt,
+               &shot->fov) == 6;
 }
 
 Panorama::Panorama(const std::string& clip, double seconds, bool leftEyeOnTop) {
@@ -157,17 +111,17 @@ Panorama::Panorama(const std::string& clip, double seconds, bool leftEyeOnTop) {
         const auto ticks = static_cast<int64_t>(std::llround(seconds * vexel::kTicksPerSecond));
         SetViewDim(player, 16, 16);
         Seek(player, ticks);
-        const Clock::time_point end = Clock::now() + std::chrono::seconds(30);
-        while (sample_ == nullptr && Clock::now() < end) {
-            if (InlayBuffer* pre = GetCurrentPreSample(player)) {
-                if (std::abs(InlayBuffer_GetTime(pre) - static_cast<double>(ticks)) < 1e5) {
+        vexel::testing::WaitUntil(
+            [&] {
+                InlayBuffer* pre = GetCurrentPreSample(player);
+                if (pre != nullptr && std::abs(InlayBuffer_GetTime(pre) - double(ticks)) < 1e5) {
                     sample_ = pre;
                 } else {
                     InlayBuffer_Release(pre);
                 }
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
+                return sample_ != nullptr;
+            },
+            std::chrono::seconds(30));
     }
     Destroy(player);
     if (sample_ == nullptr || !leftEyeOnTop) return;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -17,10 +18,10 @@ namespace viewtest {
 
 using Seconds = std::chrono::duration<double>;
 
-// A child process, stdout read line by line; killed and reaped when destroyed.
+// A child process, stdout read line by line; ended with `stopSignal` and reaped when destroyed.
 class Child {
 public:
-    explicit Child(const std::vector<std::string>& args);
+    explicit Child(const std::vector<std::string>& args, int stopSignal = SIGKILL);
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -33,10 +34,10 @@ public:
     const std::string& output() const { return output_; }
 
 private:
-    bool ReadMore(Seconds limit);
-
     pid_t pid_ = -1;
     int out_ = -1;
+    const int stopSignal_;
+    bool ended_ = false;  // the pipe closed: the process is ending
     std::string buffer_;
     std::string output_;
 };
@@ -45,11 +46,10 @@ private:
 class VirtualDisplay {
 public:
     VirtualDisplay();
-    ~VirtualDisplay();
     bool ready() const { return !name_.empty(); }
 
 private:
-    pid_t pid_ = -1;
+    Child server_;
     std::string name_;
 };
 
@@ -58,7 +58,6 @@ bool Xdotool(const std::vector<std::string>& args, std::string* output = nullptr
 
 // What the viewer printed with its screenshot.
 struct Shot {
-    std::string file;
     int width = 0, height = 0;
     double seconds = 0.0;
     double pan = 0.0, tilt = 0.0, fov = 0.0;
