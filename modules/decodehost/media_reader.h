@@ -17,7 +17,8 @@
 //
 // Threads: the public operations come from any thread; a mutex serialises them. One delivery
 // thread per reader, started by the first Run and joined by destruction, makes every sink call;
-// it never holds the mutex while calling the sink. Destruction waits for a sink call under way,
+// it never holds the mutex while calling the sink. It and the decoder's own threads run below the
+// threads that start them (decode_priority.h). Destruction waits for a sink call under way,
 // so the caller must first make the sink return (the player stops its engine before it lets go).
 #pragma once
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "decode_priority.h"
 #include "media_reader.h"
 #include "pushed_sample.h"
 #include "tick_math.h"
@@ -23,6 +24,7 @@ int64_t TicksToSamples(int64_t ticks, int rate) {
 
 void Reader::DeliveryLoop() {
     pthread_setname_np(pthread_self(), "vexel-decode");
+    LowerThreadForDecoding();
     uint64_t done = 0;
     for (;;) {
         Span span;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <thread>
 
+#include "decode_priority.h"
 #include "tick_math.h"
 
 namespace vexel::decodehost {
@@ -46,7 +47,7 @@ std::unique_ptr<StreamDecoder> StreamDecoder::Open(MediaFile& file, int index) {
     c->thread_count = DecodeThreads();
     c->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     decoder->framePool_.Attach(c);
-    if (avcodec_open2(c, codec, nullptr) < 0) return nullptr;
+    if (OpenCodecForDecoding(c, codec) < 0) return nullptr;
     if (c->codec_type == AVMEDIA_TYPE_VIDEO) {
         decoder->frameRate_ = StreamFrameRate(context, stream);
         if (decoder->frameRate_ > 0.0)

@@ -1,6 +1,11 @@
 // The codec host driven directly through its interfaces, as the player drives it: stream
 // descriptions, output formats, the samples of a span, and the reader's states.
+#include <unistd.h>
+
+#include <filesystem>
 #include <limits>
+#include <set>
+#include <sys/resource.h>
 
 #include "reader_fixture.h"
 
@@ -197,6 +202,37 @@ TEST_F(ReaderTest, CutAndDamagedFilesPlayWhatTheyCanAndEnd) {
             EXPECT_GT(records[i].start, records[i - 1].start);
         EXPECT_EQ(sink_.EndOfStreams(), 1);
     }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Priorities
+
+std::set<pid_t> Threads() {
+    std::set<pid_t> threads;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        threads.insert(std::stoi(task.path().filename().string()));
+    return threads;
+}
+
+int Nice(pid_t thread) { return getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }
+
+// Decoding gives way to presentation: every thread a reader starts, libavcodec's own included,
+// runs below the thread that starts it, which keeps its priority.
+TEST_F(ReaderTest, ItsThreadsRunBelowTheThreadThatStartsThem) {
+    const int own = Nice(gettid());
+    if (own == 19) GTEST_SKIP() << "this test runs at the lowest priority already";
+    const std::set<pid_t> before = Threads();
+    OpenStream("equirect.mp4", kStreamKindVideo);
+    Span(0, kSecond / 2);
+    ASSERT_TRUE(WaitForState(kEnded));
+    EXPECT_EQ(Nice(gettid()), own);
+    int started = 0;
+    for (pid_t thread : Threads()) {
+        if (before.count(thread) != 0) continue;
+        ++started;
+        EXPECT_GT(Nice(thread), own) << "thread " << thread;
+    }
+    EXPECT_GE(started, 1) << "the delivery thread at least";
 }
 
 }  // namespace
