@@ -73,7 +73,13 @@ TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
             const uint64_t conversions = VideoConverter::ConversionsForTesting();
             reader->SetPositions(&current, 0, &stop, 0);
             EXPECT_EQ(reader->Run(), 0);
-            EXPECT_TRUE(decodehost_test::WaitUntil([&] { return sink.EndOfStreams() == 1; }));
+            // The span is over once the reader has ended, just after the end-of-stream call: a
+            // Run before that finds it still running and starts nothing.
+            EXPECT_TRUE(decodehost_test::WaitUntil([&] {
+                uint32_t state = Reader::kIdle;
+                reader->GetState(&state);
+                return sink.EndOfStreams() == 1 && state == Reader::kEnded;
+            }));
             decoded = StreamDecoder::PicturesForTesting() - pictures;
             converted = VideoConverter::ConversionsForTesting() - conversions;
             return decodehost_test::Frames(sink.Records());
