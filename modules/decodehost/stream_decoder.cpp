@@ -70,16 +70,19 @@ void StreamDecoder::Seek(int64_t ticks) {
     // A picture before the first one decoded would start a frame interval earlier: only if that
     // is at or after the target was a wanted picture skipped.
     const int64_t reach = frameInterval_ > 0 ? frameInterval_ - kTimeSlack : kTimeSlack;
-    // A keyframe found by its decoding time may still show a later picture (reordered frames),
-    // and some containers seek imprecisely: step further back until the first picture is early
-    // enough.
+    // So the first attempt looks for a keyframe up to there: a keyframe less than a frame after
+    // `ticks` is the first wanted picture itself (a seek to a keyframe's time less half a frame
+    // would otherwise decode the whole interval before it). A keyframe found by its decoding
+    // time may still show a later picture (reordered frames), and some containers seek
+    // imprecisely: step further back until the first picture is early enough.
+    int64_t at = frameInterval_ > 0 && ticks > 0 ? AddTicks(ticks, reach - 1) : ticks;
     int64_t back = 0;
     for (int attempt = 0; attempt < kSeekAttempts; ++attempt) {
-        const int64_t at = SubTicks(ticks, back);
         SeekTo(at);
         if (DecodeFirst() && pendingTicks_ < AddTicks(ticks, reach)) return;
         if (at <= 0) break;
         back = back == 0 ? vexel::Ticks(std::chrono::seconds(1)).count() : back * 2;
+        at = SubTicks(ticks, back);
     }
     // Even the start was missed: read from the first byte where the container allows it.
     if (Rewind()) DecodeFirst();

@@ -96,6 +96,9 @@ TEST(SeekTest, ReaderConvertsAndPushesOnlyFromTheTarget) {
         EXPECT_EQ(span(13 * kFrame - half, 13 * kFrame + half), std::vector<int64_t>{13});
         EXPECT_EQ(decoded, 1u);
         EXPECT_EQ(converted, 1u);
+        // A seek to a keyframe starts at that keyframe, not at the one before the span's start.
+        EXPECT_EQ(span(10 * kFrame - half, 10 * kFrame + half), std::vector<int64_t>{10});
+        EXPECT_EQ(decoded, 1u);
     }  // the reader lets go of the sink
 }
 
