@@ -3,10 +3,10 @@
 // the same object implements (one reference count for all three).
 //
 // Delivery runs in spans: SetPositions(current, stop) and Run start one, which seeks to the
-// keyframe before `current`, decodes and discards up to it, then pushes every sample from
-// `current` until `stop` (0: the end of the stream) and finishes with the sink's EndOfStream.
-// A refused push (the player's engine takes no more) ends the span as well. Positions outside the
-// selected stream are brought onto it (0 to its duration).
+// keyframe the first frame from `current` needs, decodes and discards up to it, then pushes every
+// sample from `current` until `stop` (0: the end of the stream) and finishes with the sink's
+// EndOfStream. A refused push (the player's engine takes no more) ends the span as well.
+// Positions outside the selected stream are brought onto it (0 to its duration).
 //
 // Open refuses what could block for ever (input_policy.h); Stop, from another thread, interrupts
 // an Open or a delivery blocked on network input.

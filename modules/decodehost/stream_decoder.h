@@ -28,11 +28,13 @@ public:
     double frameRate() const { return frameRate_; }
     int64_t frameInterval() const { return frameInterval_; }
 
-    // Positions on the keyframe at or before `ticks`, far enough back that the first frame
-    // Next returns starts at or before `ticks` whenever the stream has such a frame; already
-    // between that keyframe and `ticks`, it reads on from where it is instead. Until the
-    // pictures reach `ticks`, the decoder skips those no other picture refers to: Next returns
-    // only the reference pictures before it.
+    // Positions on the latest keyframe from which Next returns every frame starting at or after
+    // `ticks` (for sound, also the block holding `ticks`): a keyframe less than a frame after
+    // `ticks` is the first such frame itself; otherwise the keyframe at or before `ticks`, or one
+    // further back where the first picture starts too late. Already between that keyframe and
+    // `ticks`, it reads on from where it is instead. Until the pictures reach `ticks`, the
+    // decoder skips those no other picture refers to: Next returns only the reference pictures
+    // before it.
     void Seek(int64_t ticks);
 
     // Pictures decoded by every decoder of the process so far.
