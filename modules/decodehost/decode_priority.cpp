@@ -1,7 +1,5 @@
 #include "decode_priority.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <sys/resource.h>
@@ -11,14 +9,16 @@
 namespace vexel::decodehost {
 
 void LowerThreadForDecoding() {
-    const pid_t self = gettid();  // on Linux each thread has its own nice value
+    // On Linux each thread has its own nice value, and 0 names the calling thread.
     errno = 0;
-    const int nice = getpriority(PRIO_PROCESS, static_cast<id_t>(self));
+    const int nice = getpriority(PRIO_PROCESS, 0);
     if (errno != 0) return;
-    setpriority(PRIO_PROCESS, static_cast<id_t>(self), std::min(nice + kDecodeNiceLevels, 19));
+    setpriority(PRIO_PROCESS, 0, std::min(nice + kDecodeNiceLevels, 19));
 }
 
 int OpenCodecForDecoding(AVCodecContext* codec, const AVCodec* decoder) {
+    // A decoder on one thread starts none of its own: it decodes on the lowered delivery thread.
+    if (codec->thread_count == 1) return avcodec_open2(codec, decoder, nullptr);
     int result = 0;
     try {
         std::thread([&] {
